@@ -24,10 +24,12 @@ class KVXCOLLABORATION_API KVXCollaborator {
 public:
     static KVXCollaborator *getInstance();
 
-    /// Loads the plug-in library and creates the managers. False with errorString() otherwise.
-    /// The server address should be known to the login manager before initialise() creates the
-    /// managers that ask the server.
+    /// Loads the plug-in library and creates the messager and the login manager. False with
+    /// errorString() otherwise.
     bool load(const QString &pluginPath);
+    /// Creates the other managers. Called once the server address is set: some read it or ask the
+    /// server when they are created.
+    void initialise();
     /// Destroys the managers in reverse order of their creation and unloads the plug-in.
     void unload();
     QString errorString() const;
