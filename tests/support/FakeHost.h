@@ -1,0 +1,120 @@
+#pragma once
+
+#include "support/FakeNetwork.h"
+
+#include <KVXCollaboration/KVXCWLogin.h>
+#include <KVXCollaboration/KVXCWMessage.h>
+#include <KVXCollaboration/KVXUser.h>
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+#include <memory>
+#include <mutex>
+
+namespace kvx::test {
+
+/// A login manager whose user is set by the test.
+class FakeLogin : public KVXCWLogin {
+public:
+    std::unique_ptr<KVXUser> user;
+
+    void searchServer(const QStringList &, int) override { }
+    QString serverVersion(const QString &, int) override { return {}; }
+    bool ping(const QString &, int) override { return false; }
+    void setProxy(int, const QString &, int, const QString &, const QString &) override { }
+    void setServer(const QString &, const QString &) override { }
+    void setServer(const QString &, const QString &, int, const QString &, int, const QString &,
+        const QString &) override
+    {
+    }
+    KVXErrorCode login(const QString &, const QString &, const QString &, const QString &,
+        const QString &) override
+    {
+        return KVXFailed;
+    }
+    int leftCount() const override { return 0; }
+    bool logout(const QString &) override { return false; }
+    KVXUser *currentUser() const override { return user.get(); }
+    void cancelSearch() override { }
+    QString companyAccount() const override { return {}; }
+    KVXErrorCode serverLogin(const QString &, const QString &, const QString &, const QString &,
+        const QString &) override
+    {
+        return KVXFailed;
+    }
+};
+
+/// A messager without a broker.
+class FakeMessage : public KVXCWMessage {
+public:
+    bool startResult = true;
+    QString error;
+    int starts = 0;
+    int stops = 0;
+
+    bool start() override
+    {
+        ++starts;
+        return startResult;
+    }
+    bool stop() override
+    {
+        ++stops;
+        return true;
+    }
+    QString errorString() const override { return error; }
+};
+
+struct LogRecord {
+    int level; ///< 20000 INFO, 30000 WARN, 40000 ERROR
+    QString text;
+    QString source; ///< file name as logged
+    QString function;
+};
+
+/// A host for one manager under test: endpoint set ("127.0.0.1", "8090"), user "Anna Weiss"
+/// <anna@example.com> logged in, FakeLogin and FakeMessage registered, FakeNetwork installed, log
+/// captured. The end restores an empty registry and endpoint.
+class FakeHost {
+public:
+    FakeHost();
+    ~FakeHost();
+    FakeHost(const FakeHost &) = delete;
+    FakeHost &operator=(const FakeHost &) = delete;
+
+    FakeNetwork network;
+    /// Owned by the registry.
+    FakeLogin *login = nullptr;
+    FakeMessage *messager = nullptr;
+
+    void unconfigure();
+    /// Replaces the current user; the role JSON ({} for none) as the server sends it.
+    void setUser(const QString &name, const QString &email, const QJsonObject &role = {});
+    void removeUser();
+
+    /// Emits notify from a thread of its own, as a broker does, and runs the event loop here until
+    /// the emission has returned (at most ten seconds; false when it did not).
+    bool notifyFromBroker(const QJsonObject &message);
+    bool notifyFromBroker(const QList<QJsonObject> &messages);
+
+    /// Log records since the last call.
+    QList<LogRecord> takeLog();
+    /// True when a record of the level and exactly the text was written since the last takeLog().
+    bool logged(int level, const QString &text) const;
+
+    struct LogStore;
+
+private:
+    std::shared_ptr<LogStore> m_log;
+};
+
+/// Fails the test when requests were made that were not taken.
+void expectNoRequest(FakeHost &host);
+
+/// Runs the event loop until the condition holds, at most so many milliseconds.
+bool waitUntil(const std::function<bool()> &condition, int limitMs = 5000);
+
+/// JSON text to object; a test error when it is none.
+QJsonObject json(const char *text);
+
+} // namespace kvx::test
