@@ -30,7 +30,9 @@ public:
     /// Creates the other managers. Called once the server address is set: some read it or ask the
     /// server when they are created.
     void initialise();
-    /// Destroys the managers in reverse order of their creation and unloads the plug-in.
+    /// Destroys the managers in reverse order of their creation and lets go of the plug-in, whose
+    /// code stays in memory since texts that it handed out may live there. Happens by itself when
+    /// the QCoreApplication ends.
     void unload();
     QString errorString() const;
 
@@ -45,14 +47,15 @@ public:
     KVXCWMessage *messager() const;
     KVXCWCommon *common() const;
 
-    /// The managers of one project, created on first use and told the GUID once.
+    /// The managers of one project, created on first use and told the GUID once; null for an empty
+    /// GUID and while the registry is being torn down.
     KVXCWProjectData *projectDataSynchronizer(const QString &guid);
     KVXCWIDManager *idManager(const QString &guid);
     /// True: drops the two managers of the project, the ID manager first. False: those of all
     /// projects. They are deleted at once.
     void reset(bool project, const QString &guid);
 
-    /// For tests: the registry takes ownership; null destroys what was there.
+    /// For tests: the registry takes ownership and destroys what was there; null only destroys.
     void setLoginManager(KVXCWLogin *manager);
     void setUserManager(KVXCWUser *manager);
     void setProjectListManager(KVXCWProjectList *manager);

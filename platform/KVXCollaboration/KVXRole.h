@@ -23,7 +23,7 @@ public:
         Administrator = 8
     };
 
-    KVXRole() = default;
+    KVXRole();
     explicit KVXRole(const QString &name);
     ~KVXRole();
     KVXRole(const KVXRole &) = delete;
@@ -49,7 +49,7 @@ public:
     /// Identity, name and permissions, without the users. Owned by the caller.
     KVXRole *clone() const;
 
-    /// {"RoleID", "Name", the nine permissions as 0 or 1, "Revision", "users"}.
+    /// {"RoleID", "Name", the nine permissions as 0 or 1, "Revision" where it is known, "users"}.
     QJsonObject toJson() const;
     /// Reads all but "users", which hold a reference to the role. Owned by the caller.
     static KVXRole *fromJson(const QJsonObject &object);

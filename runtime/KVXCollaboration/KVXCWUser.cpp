@@ -1,0 +1,6 @@
+#include <KVXCollaboration/KVXCWUser.h>
+
+KVXCWUser::~KVXCWUser()
+{
+    qDeleteAll(m_roles);
+}
