@@ -51,4 +51,16 @@ void dropCallsToBlockingReceivers()
     }
 }
 
+bool dropCallsUntil(std::chrono::steady_clock::time_point deadline,
+    const std::function<bool(std::chrono::milliseconds)> &wait)
+{
+    do {
+        // The emission can reach the next receiver at any time: a matter of looking often.
+        dropCallsToBlockingReceivers();
+        if (wait(std::chrono::milliseconds(1)))
+            return true;
+    } while (std::chrono::steady_clock::now() < deadline);
+    return false;
+}
+
 } // namespace kvx

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <chrono>
+#include <functional>
+
 class QObject;
 
 namespace kvx {
@@ -14,5 +17,10 @@ void removeBlockingReceiver(QObject *receiver);
 /// emitting thread go on. The thread that closes the broker connection must do so: it cannot run
 /// the slots meanwhile, and the close waits for the emission.
 void dropCallsToBlockingReceivers();
+
+/// Does so again and again until wait, which waits for the given time at most, says that it has
+/// come to an end. False when the deadline passed before.
+bool dropCallsUntil(std::chrono::steady_clock::time_point deadline,
+    const std::function<bool(std::chrono::milliseconds)> &wait);
 
 } // namespace kvx
