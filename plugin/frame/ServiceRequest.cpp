@@ -10,7 +10,12 @@ ServiceRequest::ServiceRequest(const char *service, const QJsonObject &keys)
 
 ServiceRequest &ServiceRequest::set(const char *key, const QJsonValue &value)
 {
-    m_object.insert(QLatin1String(key), value);
+    return set(QString::fromLatin1(key), value);
+}
+
+ServiceRequest &ServiceRequest::set(const QString &key, const QJsonValue &value)
+{
+    m_object.insert(key, value);
     return *this;
 }
 

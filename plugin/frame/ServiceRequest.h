@@ -15,6 +15,7 @@ public:
     explicit ServiceRequest(const char *service, const QJsonObject &keys = {});
 
     ServiceRequest &set(const char *key, const QJsonValue &value);
+    ServiceRequest &set(const QString &key, const QJsonValue &value);
     ServiceRequest &progress(void *receiver, KVXNetwork::ProgressFunction function);
     const QJsonObject &object() const { return m_object; }
 
