@@ -1,0 +1,32 @@
+#pragma once
+
+#include "KVXSQLite/Connection.h"
+
+#include <functional>
+#include <string>
+
+struct sqlite3_changeset_iter;
+
+namespace kvx::sqlite {
+
+class Schema;
+
+/// Answer to a change that does not fit the content.
+enum class Fit { Skip, Replace, Abort };
+/// Decides about a change that is not already there; `conflict` is SQLite's SQLITE_CHANGESET_ code.
+using FitRule = std::function<Fit(int conflict, sqlite3_changeset_iter *change)>;
+
+struct Applied {
+    std::size_t skipped = 0; ///< changes that the content held already, or that the rule skipped
+    std::string firstMisfit; ///< the change that ended the application, for an error text
+    bool misfit = false; ///< the failure is a change that does not fit, not an error of the database
+};
+
+/// Applies a checked changeset inside the open transaction of the connection. A change whose
+/// result is already there is skipped; any other misfit goes to `rule`, or ends it all.
+/// On success every one of the `records` changes was made or skipped, and the transaction is open.
+/// On failure nothing of the changeset is left, and SQLite may have rolled back the transaction.
+Status applyChangeset(Connection &connection, const Bytes &changeset, std::size_t records,
+    const FitRule &rule, Applied *applied);
+
+} // namespace kvx::sqlite
