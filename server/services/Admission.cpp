@@ -1,0 +1,113 @@
+#include "base/Config.h"
+#include "base/Text.h"
+#include "services/Dispatcher.h"
+#include "services/RateLimiter.h"
+#include "store/Db.h"
+#include "store/MetaStore.h"
+
+#include <cstring>
+
+// The checks that stand before every handler: who asks, whether he may, whether now.
+
+namespace kvx::server {
+
+namespace {
+
+bool asksForLog(const Request &request)
+{
+    const Json *name = request.find("FileName");
+    return request.service() == "download" && name && name->IsString()
+        && std::strstr(name->GetString(), "}_log");
+}
+
+/// The e-mail under that key, when there is one; throws BadRequest when it must be there.
+std::optional<std::string> statedEmail(const Request &request, const char *key, bool required)
+{
+    if (!required && !request.has(key))
+        return std::nullopt;
+    return canonicalEmail(request.text(key, 1000));
+}
+
+} // namespace
+
+std::optional<Reply> Dispatcher::admit(Db &db, Exchange &exchange, Call &call, bool &touchDue)
+{
+    const ServiceRule rules = exchange.service->rules;
+    if (!exchange.token.empty()) {
+        if (auto refusal = admitSession(db, exchange, call, touchDue))
+            return refusal;
+    }
+    if (hasRule(rules, NeedsUser)) {
+        if (!call.m_caller)
+            return Reply::refused(StatusCode::NotLoggedIn);
+        if (auto refusal = admitIdentity(rules, call))
+            return refusal;
+        if (hasRule(rules, Administrator) && !call.m_caller->rights.administrator)
+            return Reply::refused(StatusCode::NotAllowed);
+    }
+    if (hasRule(rules, Writes) && !hasRule(rules, InMaintenance) && metaValue(db, "read_only") == "1")
+        return Reply::refused(StatusCode::ReadOnly);
+    if (hasRule(rules, ProjectReader))
+        return admitToProject(rules, exchange, call);
+    return std::nullopt;
+}
+
+std::optional<Reply> Dispatcher::admitSession(Db &db, Exchange &exchange, Call &call, bool &touchDue)
+{
+    const Config &config = m_environment.config;
+    const auto session = findSession(db, config, call.now(), exchange.token);
+    if (!session)
+        return std::nullopt;
+
+    const ServiceRule rules = exchange.service->rules;
+    const bool counted = exchange.heldNumber == 0 && !asksForLog(call.request());
+    if (counted && !m_limiter->admit(session->id, RateLimiter::requests, call.now()))
+        return Reply::refused(StatusCode::Busy).setHttpStatus(429);
+    if (hasRule(rules, NameQuestion)
+        && !m_limiter->admit(-session->id, RateLimiter::nameQuestions, call.now()))
+        return Reply::refused(StatusCode::Busy).setHttpStatus(429);
+
+    Caller caller { session->userId, session->email, session->name, session->id, session->device,
+        false, {} };
+    if (const auto role = firstRoleOf(db, session->userId)) {
+        caller.hasRole = true;
+        caller.rights = role->rights;
+    }
+    call.m_caller = std::move(caller);
+    exchange.userEmail = session->email;
+    exchange.sessionId = session->id;
+
+    touchDue = isTouchDue(config, call.now(), *session);
+    return std::nullopt;
+}
+
+std::optional<Reply> Dispatcher::admitIdentity(ServiceRule rules, Call &call)
+{
+    if (hasRule(rules, NamesOther))
+        return std::nullopt;
+    for (const auto &[key, rule] : { std::pair("Email", NamesCaller), { "email", NamesCallerLower } }) {
+        const auto email = statedEmail(call.request(), key, hasRule(rules, rule));
+        if (email && *email != call.m_caller->email)
+            return Reply::refused(StatusCode::WrongIdentity);
+    }
+    return std::nullopt;
+}
+
+std::optional<Reply> Dispatcher::admitToProject(ServiceRule rules, Exchange &exchange, Call &call)
+{
+    const std::string guid = call.request().guid("ProjectGUID");
+    exchange.projectGuid = guid;
+    call.m_project = call.findProject(guid);
+    if (!call.m_project)
+        return Reply::refused(StatusCode::NoSuchProject);
+    const ProjectAccess &project = *call.m_project;
+    if (hasRule(rules, ProjectWriter) && !project.canWrite())
+        return Reply::refused(StatusCode::NotAllowed);
+    if (hasRule(rules, ProjectOwner) && !project.owner)
+        return Reply::refused(StatusCode::NotAllowed);
+    if (hasRule(rules, Unlocked) && !project.lockedBy.empty())
+        return Reply::refused(StatusCode::ProjectLocked, { project.lockedBy });
+    return std::nullopt;
+}
+
+} // namespace kvx::server

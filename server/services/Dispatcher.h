@@ -1,0 +1,107 @@
+#pragma once
+
+#include "services/Call.h"
+#include "services/Reply.h"
+#include "services/ServiceTable.h"
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace kvx::server {
+
+class DbPool;
+template <class T> class HeldRequests;
+class RateLimiter;
+class WorkPool;
+
+/// One request on its way through the server. Made by the HTTP side, which keeps it until the
+/// reply has come.
+struct Exchange {
+    const Endpoint *endpoint = nullptr;
+    std::string body; ///< the JSON text; of an upload its request part
+    bool multipart = false;
+    std::string token; ///< of the session cookie, empty without
+    std::string address;
+    std::uint64_t connectionId = 0;
+    std::shared_ptr<const ReceivedFile> file;
+
+    /// The peer has gone: a held request is dropped instead of run again. Any thread.
+    std::atomic<bool> abandoned { false };
+
+    std::string requestId; ///< made by the dispatcher
+
+    // The dispatcher's own notes.
+    std::shared_ptr<const Request> request;
+    const Service *service = nullptr;
+    Time firstAsked = 0;
+    std::uint64_t heldNumber = 0;
+    bool patienceOver = false;
+    std::string userEmail;
+    std::string projectGuid;
+    std::int64_t sessionId = 0;
+    Time lastTouch = 0;
+};
+
+using ExchangePtr = std::shared_ptr<Exchange>;
+/// Called once, on any thread, without a transaction.
+using Completion = std::function<void(Reply)>;
+
+/// Takes every request from its text to its reply: parse, find the service, session, identity,
+/// rights, transaction, handler, commit, then wake those who wait and the publisher, one log line.
+/// A reply never leaves before its commit. Any thread.
+class Dispatcher {
+public:
+    Dispatcher(const Environment &environment, DbPool &pool, std::function<void()> wakePublisher);
+    ~Dispatcher();
+
+    /// A request without file.
+    void dispatch(const ExchangePtr &exchange, Completion done);
+
+    /// The request part of an upload: Ok means "send the file", anything else is the reply.
+    void beginUpload(const ExchangePtr &exchange, Completion decided);
+    /// The file has arrived (`exchange->file`).
+    void finishUpload(const ExchangePtr &exchange, Completion done);
+    /// Bytes of an upload are arriving: keeps the session and its log locks alive.
+    void noteProgress(const ExchangePtr &exchange);
+
+    /// A reply made by the HTTP side itself (too large, not understood): logged like the others.
+    void logReply(const ExchangePtr &exchange, const Reply &reply);
+
+    /// No new work: requests are answered "Busy", held ones run once more and must answer.
+    void drain();
+    /// Requests taken and not answered yet.
+    int running() const { return m_running; }
+
+private:
+    enum class Step { BeforeUpload, Handler };
+    struct Run;
+
+    bool prepare(const ExchangePtr &exchange, const Completion &done);
+    void start(std::shared_ptr<Run> run);
+    void execute(Db &db, const std::shared_ptr<Run> &run);
+    Reply runInTransaction(Db &db, Run &run, Call &call);
+    void settle(const std::shared_ptr<Run> &run, Reply reply);
+    void finish(const ExchangePtr &exchange, const Completion &done, Reply reply);
+    void wakeHeld(const std::string &key);
+    void touchLater(std::int64_t sessionId);
+
+    // Admission.cpp
+    std::optional<Reply> admit(Db &db, Exchange &exchange, Call &call, bool &touchDue);
+    std::optional<Reply> admitSession(Db &db, Exchange &exchange, Call &call, bool &touchDue);
+    static std::optional<Reply> admitIdentity(ServiceRule rules, Call &call);
+    static std::optional<Reply> admitToProject(ServiceRule rules, Exchange &exchange, Call &call);
+
+    const Environment &m_environment;
+    DbPool &m_pool;
+    std::function<void()> m_wakePublisher;
+    std::unique_ptr<HeldRequests<Run>> m_held;
+    std::unique_ptr<RateLimiter> m_limiter;
+    std::unique_ptr<WorkPool> m_hashers;
+    std::unique_ptr<WorkPool> m_workers;
+    std::atomic<bool> m_draining { false };
+    std::atomic<int> m_running { 0 };
+};
+
+} // namespace kvx::server

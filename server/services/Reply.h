@@ -1,0 +1,106 @@
+#pragma once
+
+#include "base/Clock.h"
+#include "base/JsonText.h"
+#include "services/StatusCode.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kvx::server {
+
+class Call;
+
+/// The file that is the body of a download.
+struct FileBody {
+    std::string path;
+    std::int64_t size = 0;
+    std::string sha256;
+};
+
+/// What a handler answers: a status with its members, a file, or "not yet".
+///
+///     return Reply::ok().set("LogVersion", version).setJson("Project", record);
+///     return Reply::refused(StatusCode::NameTaken, {name});
+class Reply {
+public:
+    static Reply ok() { return Reply(StatusCode::Ok, {}); }
+    /// `arguments` fill %1 and %2 of the code's sentence.
+    static Reply refused(StatusCode code, std::vector<std::string> arguments = {})
+    {
+        return Reply(code, std::move(arguments));
+    }
+    /// A download that succeeds. The members set go into the header "Kvx-Reply".
+    static Reply file(FileBody body);
+
+    /// Nothing to say yet. The transaction is committed, no thread and no connection to the database
+    /// is kept, and the handler is called again, from the beginning, as soon as somebody calls
+    /// `Call::wakeHeld(key)`; requests held under one key run again in the order in which they first
+    /// asked, before any request that came meanwhile. After `patience` milliseconds since the first
+    /// call it is called once more with `Call::patienceOver()` true, and must answer.
+    static Reply held(std::string key, std::int64_t patience);
+
+    /// Work that takes long and needs no database (a password hash, looking into an archive). It runs
+    /// on a pool of its own; what it returns is then called as the handler, in a new transaction.
+    using Continuation = std::function<Reply(Call &)>;
+    using Work = std::function<Continuation()>;
+    enum class Pool { Files, Hashes };
+    static Reply after(Work work, Pool pool = Pool::Files);
+
+    Reply &set(const char *key, std::string_view text) { return setJson(key, jsonText(text)); }
+    Reply &set(const char *key, const char *text) { return set(key, std::string_view(text)); }
+    Reply &set(const char *key, bool flag) { return setJson(key, flag ? "true" : "false"); }
+    Reply &set(const char *key, std::int64_t number) { return setJson(key, std::to_string(number)); }
+    Reply &set(const char *key, int number) { return set(key, std::int64_t { number }); }
+    /// A member that is JSON text already.
+    Reply &setJson(const char *key, std::string_view json);
+
+    /// The session token for the cookie: a new one, or an empty text to delete it.
+    Reply &setCookie(std::string token);
+    const std::string *cookie() const { return m_cookie.get(); }
+
+    StatusCode status() const { return m_status; }
+    bool isOk() const { return m_status == StatusCode::Ok; }
+    const FileBody *fileBody() const { return m_file.get(); }
+    const std::string &heldKey() const { return m_heldKey; }
+    std::int64_t patience() const { return m_patience; }
+    const Work &work() const { return m_work; }
+    Pool pool() const { return m_pool; }
+
+    /// The HTTP status where it is not what the envelope's rules give; 0 else.
+    int httpStatus() const { return m_httpStatus; }
+    Reply &setHttpStatus(int status);
+
+    /// The members of a refusal repeat the sentence under the empty key.
+    void repeatSentence() { m_repeatSentence = true; }
+
+    /// The whole reply as JSON. A refusal carries "error", "message" and "requestId".
+    std::string json(const std::string &requestId) const;
+
+    /// The JSON text as it goes out, kept by the dispatcher when the reply is final.
+    void render(const std::string &requestId) { m_body = json(requestId); }
+    const std::string &body() const { return m_body; }
+
+private:
+    Reply(StatusCode status, std::vector<std::string> arguments)
+        : m_status(status), m_arguments(std::move(arguments)) {}
+
+    StatusCode m_status;
+    std::vector<std::string> m_arguments;
+    std::string m_members;
+    std::shared_ptr<FileBody> m_file;
+    std::shared_ptr<std::string> m_cookie;
+    std::string m_heldKey;
+    std::int64_t m_patience = 0;
+    Work m_work;
+    Pool m_pool = Pool::Files;
+    int m_httpStatus = 0;
+    bool m_repeatSentence = false;
+    std::string m_body;
+};
+
+} // namespace kvx::server

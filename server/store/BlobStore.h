@@ -1,0 +1,39 @@
+#pragma once
+
+#include "base/Clock.h"
+
+#include <cstdint>
+#include <string>
+
+namespace kvx::server {
+
+class Db;
+
+/// Files by the SHA-256 of their bytes: `DIR/blobs/ab/cd/<sha256>`. A blob is whole and synced to
+/// disk before any row names it, and is never changed. Any thread; different processes may share
+/// the folder.
+class BlobStore {
+public:
+    /// `dataFolder` is the server's data folder. Makes `blobs/` and `tmp/` where they are missing.
+    /// Throws std::system_error.
+    explicit BlobStore(std::string dataFolder);
+
+    std::string path(const std::string &sha256) const;
+    /// A folder on the same file system, for files that are still being received.
+    std::string temporaryFolder() const { return m_folder + "/tmp"; }
+
+    /// Links the file at `from`, whole and synced, to the name of its digest and syncs the folder.
+    /// A blob that is there already is kept, and is young again for the sweep. Throws std::system_error.
+    void place(const std::string &from, const std::string &sha256) const;
+    /// The row that other rows refer to, in the caller's transaction; places the blob again if it
+    /// was swept since.
+    void record(Db &db, const std::string &from, const std::string &sha256, std::int64_t size, Time now) const;
+
+    /// Removes every file in `tmp/`: what an earlier run left half received.
+    void clearTemporaries() const;
+
+private:
+    std::string m_folder;
+};
+
+} // namespace kvx::server

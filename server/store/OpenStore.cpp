@@ -1,0 +1,61 @@
+#include "store/OpenStore.h"
+#include "store/Db.h"
+
+namespace kvx::server {
+
+using I = std::int64_t;
+
+std::optional<OpenStore::Open> OpenStore::of(std::int64_t projectId, std::int64_t userId)
+{
+    std::optional<Open> found;
+    m_db.each<I, std::string, I>(
+        "SELECT s.id, s.device, s.last_seen FROM project_open o JOIN session s ON s.id = o.session_id"
+        " WHERE o.project_id = :project AND o.user_id = :user",
+        { { "project", projectId }, { "user", userId } },
+        [&found](I session, std::string device, I seen) {
+            found = Open { session, std::move(device), seen };
+        });
+    return found;
+}
+
+std::vector<OpenStore::Editor> OpenStore::editors(std::int64_t projectId, Time seenAfter)
+{
+    std::vector<Editor> editors;
+    m_db.each<I, std::string, std::string, I>(
+        "SELECT u.id, u.name, u.email, o.since FROM project_open o"
+        " JOIN session s ON s.id = o.session_id JOIN users u ON u.id = o.user_id"
+        " WHERE o.project_id = :project AND s.last_seen >= :seen ORDER BY o.since, u.id",
+        { { "project", projectId }, { "seen", seenAfter } },
+        [&editors](I user, std::string name, std::string email, I since) {
+            editors.push_back({ user, std::move(name), std::move(email), since });
+        });
+    return editors;
+}
+
+void OpenStore::set(std::int64_t projectId, std::int64_t userId, std::int64_t sessionId, Time now)
+{
+    m_db.run("INSERT INTO project_open (project_id, user_id, session_id, since)"
+             " VALUES (:project, :user, :session, :now) ON CONFLICT (project_id, user_id)"
+             " DO UPDATE SET session_id = excluded.session_id, since = excluded.since",
+        { { "project", projectId }, { "user", userId }, { "session", sessionId }, { "now", now } });
+}
+
+bool OpenStore::close(std::int64_t projectId, std::int64_t userId, std::int64_t sessionId)
+{
+    return m_db.run("DELETE FROM project_open WHERE project_id = :project AND user_id = :user"
+                    " AND session_id = :session",
+        { { "project", projectId }, { "user", userId }, { "session", sessionId } }) > 0;
+}
+
+void OpenStore::closeAll(std::int64_t projectId, std::int64_t userId)
+{
+    m_db.run("DELETE FROM project_open WHERE project_id = :project AND user_id = :user",
+        { { "project", projectId }, { "user", userId } });
+}
+
+void OpenStore::closeProject(std::int64_t projectId)
+{
+    m_db.run("DELETE FROM project_open WHERE project_id = :project", { { "project", projectId } });
+}
+
+} // namespace kvx::server

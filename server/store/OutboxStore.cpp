@@ -1,0 +1,68 @@
+#include "store/OutboxStore.h"
+#include "store/Db.h"
+
+namespace kvx::server {
+
+void addAnnouncement(Db &db, Time now, const Announcement &announcement)
+{
+    std::string topic = announcement.topic;
+    std::int64_t seq = 0;
+    if (announcement.projectId) {
+        topic = std::to_string(*announcement.projectId);
+        const auto revision = db.value<std::int64_t>(
+            "UPDATE project SET revision = revision + 1 WHERE id = :id RETURNING revision",
+            { { "id", *announcement.projectId } });
+        if (!revision)
+            throw DbError(DbError::Kind::Other, "an announcement names a project that does not exist");
+        seq = *revision;
+    } else {
+        seq = nextKey(db, "seq." + topic);
+    }
+    db.run("INSERT INTO outbox (id, topic_key, seq, type, command, sender, payload, project_id, at) "
+           "VALUES (:id, :topic, :seq, :type, :command, :sender, :payload, :project, :at)",
+        { { "id", nextKey(db, "outbox") }, { "topic", topic }, { "seq", seq },
+            { "type", announcement.type }, { "command", announcement.command },
+            { "sender", announcement.sender }, { "payload", announcement.content },
+            { "project", announcement.projectId }, { "at", now } });
+}
+
+std::vector<OutboxRow> unsentRows(Db &db, int maximum)
+{
+    std::vector<OutboxRow> rows;
+    db.each<std::int64_t, std::string, std::int64_t, std::string, std::string, std::string, std::string,
+        std::optional<std::int64_t>, Time, int>(
+        "SELECT id, topic_key, seq, type, command, sender, payload, project_id, at, attempts "
+        "FROM outbox WHERE sent_at IS NULL ORDER BY id LIMIT :maximum",
+        { { "maximum", maximum } },
+        [&rows](std::int64_t id, std::string topic, std::int64_t seq, std::string type,
+            std::string command, std::string sender, std::string content,
+            std::optional<std::int64_t> project, Time at, int attempts) {
+            rows.push_back({ id, std::move(topic), seq, std::move(type), std::move(command),
+                std::move(sender), std::move(content), project, at, attempts });
+        });
+    return rows;
+}
+
+void noteAttempt(Db &db, std::int64_t id)
+{
+    db.run("UPDATE outbox SET attempts = attempts + 1 WHERE id = :id", { { "id", id } });
+}
+
+void markSent(Db &db, std::int64_t id, std::int64_t sentSeq, Time now)
+{
+    db.run("UPDATE outbox SET sent_seq = :seq, sent_at = :now WHERE id = :id",
+        { { "seq", sentSeq }, { "now", now }, { "id", id } });
+}
+
+std::int64_t takeMessageNumbers(Db &db, std::int64_t count)
+{
+    return nextKey(db, "notifymsg_seq", count);
+}
+
+std::int64_t dropSentRows(Db &db, Time before)
+{
+    return db.run("DELETE FROM outbox WHERE sent_at IS NOT NULL AND sent_at < :before",
+        { { "before", before } });
+}
+
+} // namespace kvx::server

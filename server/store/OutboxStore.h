@@ -1,0 +1,56 @@
+#pragma once
+
+#include "base/Clock.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kvx::server {
+
+class Db;
+
+/// A message for all clients, written in the transaction of the change and sent after its commit.
+struct Announcement {
+    std::string type; ///< "notifymsg_projectlist", "notifymsg_checkout", …
+    std::string command; ///< "Save", "New", …
+    /// The content as JSON text, an object with "Command" in it. Empty: the record of the project is
+    /// made when the message is sent ("New", "PermissionChanged").
+    std::string content;
+    std::optional<std::int64_t> projectId; ///< set for everything that belongs to one project
+    std::string topic; ///< "roles" or "templates" where no project is named
+    std::string sender; ///< canonical e-mail of the acting user; empty for the server itself
+};
+
+struct OutboxRow {
+    std::int64_t id = 0;
+    std::string topic;
+    std::int64_t seq = 0;
+    std::string type;
+    std::string command;
+    std::string sender;
+    std::string content;
+    std::optional<std::int64_t> projectId;
+    Time at = 0;
+    int attempts = 0;
+};
+
+/// Adds the row. For a project its revision is raised by one and becomes the row's place in the
+/// project's order; roles and templates have a counter of their own.
+void addAnnouncement(Db &db, Time now, const Announcement &announcement);
+
+/// Rows not sent yet: by time, and within a topic in the order of their changes.
+std::vector<OutboxRow> unsentRows(Db &db, int maximum);
+
+/// Noted before a row is given to the broker: a row tried before may have arrived.
+void noteAttempt(Db &db, std::int64_t id);
+void markSent(Db &db, std::int64_t id, std::int64_t sentSeq, Time now);
+
+/// The next "notifymsg_seq"; `count` numbers are taken at once.
+std::int64_t takeMessageNumbers(Db &db, std::int64_t count);
+
+/// Drops rows sent before `before`; the number of rows.
+std::int64_t dropSentRows(Db &db, Time before);
+
+} // namespace kvx::server

@@ -1,0 +1,146 @@
+#include "store/ProjectStore.h"
+#include "base/Text.h"
+#include "store/Db.h"
+
+namespace kvx::server {
+
+namespace {
+
+using I = std::int64_t;
+using T = std::string;
+using OptI = std::optional<std::int64_t>;
+using OptT = std::optional<std::string>;
+
+template <class Key>
+std::optional<Project> projectWhere(Db &db, const char *sql, Key key)
+{
+    std::optional<Project> found;
+    db.each<I, T, T, T, I, I, I, I, I, T, I, I, T, OptT, T, T, I, OptI, OptI, I, I, I, OptI, OptI,
+        OptI, OptI>(sql, { { "key", key } },
+        [&found](I id, T guid, T name, T kind, I creator, I created, I editor, I modified, I version,
+            T amount, I state, I bid, T addendumOf, OptT fileBlob, T fileMd5, T chain, I revision,
+            OptI lockSession, OptI lockUser, I lockGen, I lockSince, I lockUntil, OptI plockSession,
+            OptI plockUser, OptI removedAt, OptI removedBy) {
+            found = Project { id, std::move(guid), std::move(name), std::move(kind), creator, created,
+                editor, modified, version, std::move(amount), state, bid, std::move(addendumOf),
+                std::move(fileBlob), std::move(fileMd5), std::move(chain), revision, lockSession,
+                lockUser, lockGen, lockSince, lockUntil, plockSession, plockUser, removedAt, removedBy };
+        });
+    return found;
+}
+
+} // namespace
+
+std::optional<Project> ProjectStore::find(std::string_view guid)
+{
+    return projectWhere(m_db,
+        "SELECT id, guid, name, kind, creator_id, created, editor_id, modified, log_version, amount,"
+        " state, bid_status, addendum_of, file_blob, file_md5, chain, revision, lock_session,"
+        " lock_user, lock_gen, lock_since, lock_until, plock_session, plock_user, removed_at, removed_by"
+        " FROM project WHERE guid_key = :key", guidKey(guid));
+}
+
+std::optional<Project> ProjectStore::find(std::int64_t id)
+{
+    return projectWhere(m_db,
+        "SELECT id, guid, name, kind, creator_id, created, editor_id, modified, log_version, amount,"
+        " state, bid_status, addendum_of, file_blob, file_md5, chain, revision, lock_session,"
+        " lock_user, lock_gen, lock_since, lock_until, plock_session, plock_user, removed_at, removed_by"
+        " FROM project WHERE id = :key", id);
+}
+
+bool ProjectStore::isNameTaken(std::string_view name)
+{
+    return m_db.value<I>("SELECT id FROM project WHERE live_name_key = :key",
+        { { "key", foldedKey(name) } }).has_value();
+}
+
+std::vector<ProjectStore::Listed> ProjectStore::listed()
+{
+    std::vector<Listed> projects;
+    m_db.each<I, I, T>("SELECT id, revision, kind FROM project WHERE removed_at IS NULL ORDER BY id", {},
+        [&projects](I id, I revision, T kind) {
+            projects.push_back({ id, revision, std::move(kind) });
+        });
+    return projects;
+}
+
+std::int64_t ProjectStore::insert(const New &project)
+{
+    const I id = nextKey(m_db, "project");
+    const T key = foldedKey(project.name);
+    m_db.run("INSERT INTO project (id, guid, guid_key, name, name_key, live_name_key, kind, creator_id,"
+             " created, editor_id, modified, amount, state, bid_status, addendum_of, revision)"
+             " VALUES (:id, :guid, :guid_key, :name, :key, :live, :kind, :creator, :created, :editor,"
+             " :modified, :amount, :state, :bid, :addendum_of, 1)",
+        { { "id", id }, { "guid", project.guid }, { "guid_key", guidKey(project.guid) },
+            { "name", project.name }, { "key", key }, { "live", key }, { "kind", project.kind },
+            { "creator", project.creatorId }, { "created", project.now }, { "editor", project.creatorId },
+            { "modified", project.now }, { "amount", project.amount }, { "state", project.state },
+            { "bid", project.bidStatus }, { "addendum_of", project.addendumOf } });
+    return id;
+}
+
+void ProjectStore::rename(std::int64_t id, std::string_view name, std::int64_t editorId, Time now)
+{
+    const T key = foldedKey(name);
+    m_db.run("UPDATE project SET name = :name, name_key = :key, live_name_key = :live,"
+             " editor_id = :editor, modified = :now WHERE id = :id",
+        { { "name", name }, { "key", key }, { "live", key }, { "editor", editorId }, { "now", now },
+            { "id", id } });
+}
+
+void ProjectStore::update(std::int64_t id, const Fields &fields, std::int64_t editorId, Time now)
+{
+    m_db.run("UPDATE project SET amount = COALESCE(:amount, amount), state = COALESCE(:state, state),"
+             " bid_status = COALESCE(:bid, bid_status), editor_id = :editor, modified = :now"
+             " WHERE id = :id",
+        { { "amount", fields.amount }, { "state", fields.state }, { "bid", fields.bidStatus },
+            { "editor", editorId }, { "now", now }, { "id", id } });
+}
+
+void ProjectStore::remove(std::int64_t id, std::int64_t userId, Time now)
+{
+    m_db.run("UPDATE project SET removed_at = :now, removed_by = :user, live_name_key = NULL,"
+             " lock_session = NULL, lock_user = NULL, plock_session = NULL, plock_user = NULL"
+             " WHERE id = :id",
+        { { "now", now }, { "user", userId }, { "id", id } });
+}
+
+std::string ProjectStore::info(std::int64_t id)
+{
+    return m_db.value<T>("SELECT info FROM project WHERE id = :id", { { "id", id } }).value_or("{}");
+}
+
+void ProjectStore::setInfo(std::int64_t id, std::string_view info)
+{
+    m_db.run("UPDATE project SET info = :info WHERE id = :id", { { "info", info }, { "id", id } });
+}
+
+std::int64_t ProjectStore::raiseRevision(std::int64_t id)
+{
+    const auto revision = m_db.value<I>(
+        "UPDATE project SET revision = revision + 1 WHERE id = :id RETURNING revision", { { "id", id } });
+    if (!revision)
+        throw DbError(DbError::Kind::Other, "project " + std::to_string(id) + " is gone");
+    return *revision;
+}
+
+bool ProjectStore::takeProjectLock(std::int64_t id, std::int64_t sessionId, std::int64_t userId)
+{
+    return m_db.run("UPDATE project SET plock_session = :session, plock_user = :user WHERE id = :id"
+                    " AND (plock_user IS NULL OR plock_user = :own)",
+        { { "session", sessionId }, { "user", userId }, { "id", id }, { "own", userId } }) == 1;
+}
+
+void ProjectStore::freeProjectLock(std::int64_t id)
+{
+    m_db.run("UPDATE project SET plock_session = NULL, plock_user = NULL WHERE id = :id", { { "id", id } });
+}
+
+std::int64_t ProjectStore::nextNameNumber()
+{
+    return nextKey(m_db, "project name");
+}
+
+} // namespace kvx::server

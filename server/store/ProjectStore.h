@@ -1,0 +1,103 @@
+#pragma once
+
+#include "base/Clock.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kvx::server {
+
+class Db;
+
+/// A project's row, without the additional information (which may be long).
+struct Project {
+    std::int64_t id = 0;
+    std::string guid; ///< as given at creation
+    std::string name;
+    std::string kind;
+    std::int64_t creatorId = 0;
+    Time created = 0;
+    std::int64_t editorId = 0;
+    Time modified = 0;
+    std::int64_t logVersion = -1; ///< -1: nothing saved yet
+    std::string amount;
+    std::int64_t state = 0;
+    std::int64_t bidStatus = 0;
+    std::string addendumOf; ///< GUID of the project it amends, or empty
+    std::optional<std::string> fileBlob; ///< the project file of version `logVersion`
+    std::string fileMd5;
+    std::string chain; ///< the chain digest of version `logVersion`
+    std::int64_t revision = 0; ///< rises with every change that others hear of
+    std::optional<std::int64_t> lockSession; ///< holder of the log lock, also after its lease ran out
+    std::optional<std::int64_t> lockUser;
+    std::int64_t lockGeneration = 0;
+    Time lockSince = 0;
+    Time lockUntil = 0;
+    std::optional<std::int64_t> projectLockSession;
+    std::optional<std::int64_t> projectLockUser;
+    std::optional<Time> removedAt;
+    std::optional<std::int64_t> removedBy;
+
+    bool isRemoved() const { return removedAt.has_value(); }
+};
+
+/// The projects. Every change is part of the caller's writing transaction and raises the revision
+/// where others hear of it; the revision is also the order of the announcements.
+class ProjectStore {
+public:
+    explicit ProjectStore(Db &db) : m_db(db) {}
+
+    /// By GUID without regard to case; removed projects too.
+    std::optional<Project> find(std::string_view guid);
+    std::optional<Project> find(std::int64_t id);
+    /// By name without regard to case, living projects only.
+    bool isNameTaken(std::string_view name);
+
+    struct Listed {
+        std::int64_t id;
+        std::int64_t revision;
+        std::string kind;
+    };
+    /// All living projects in order of creation.
+    std::vector<Listed> listed();
+
+    struct New {
+        std::string guid, name, kind, amount, addendumOf;
+        std::int64_t creatorId = 0, state = 0, bidStatus = 0;
+        Time now = 0;
+    };
+    /// The new project's key. Throws a unique DbError when the name or the GUID is taken.
+    std::int64_t insert(const New &project);
+
+    /// Throws a unique DbError when the name is taken.
+    void rename(std::int64_t id, std::string_view name, std::int64_t editorId, Time now);
+    struct Fields {
+        std::optional<std::string> amount;
+        std::optional<std::int64_t> state, bidStatus;
+    };
+    void update(std::int64_t id, const Fields &fields, std::int64_t editorId, Time now);
+    /// Removes the project from all lists and frees its name; the GUID stays taken.
+    void remove(std::int64_t id, std::int64_t userId, Time now);
+
+    /// Additional information, compact JSON text of an object.
+    std::string info(std::int64_t id);
+    void setInfo(std::int64_t id, std::string_view info);
+
+    /// A new number for an announcement about the project; the record's cached text ends with it.
+    std::int64_t raiseRevision(std::int64_t id);
+
+    /// The project's lock: who alone may change it. False when another session holds it.
+    bool takeProjectLock(std::int64_t id, std::int64_t sessionId, std::int64_t userId);
+    void freeProjectLock(std::int64_t id);
+
+    /// The next number for a generated project name; never the same twice.
+    std::int64_t nextNameNumber();
+
+private:
+    Db &m_db;
+};
+
+} // namespace kvx::server

@@ -1,0 +1,153 @@
+#include "store/RoleStore.h"
+#include "base/JsonText.h"
+#include "base/Text.h"
+#include "store/Db.h"
+#include "store/MetaStore.h"
+
+#include <map>
+
+namespace kvx::server {
+
+namespace {
+
+using RoleColumns = std::tuple<std::int64_t, std::string, bool, bool, bool, bool, bool, bool, bool,
+    bool, bool>;
+
+Role roleFrom(const RoleColumns &row)
+{
+    Role role;
+    role.id = std::get<0>(row);
+    role.name = std::get<1>(row);
+    role.rights = { std::get<2>(row), std::get<3>(row), std::get<4>(row), std::get<5>(row),
+        std::get<6>(row), std::get<7>(row), std::get<8>(row), std::get<9>(row), std::get<10>(row) };
+    return role;
+}
+
+} // namespace
+
+std::vector<Role> loadRoles(Db &db)
+{
+    std::vector<Role> roles;
+    std::map<std::int64_t, std::size_t> places;
+    for (const auto &row : db.rows<std::int64_t, std::string, bool, bool, bool, bool, bool, bool, bool,
+             bool, bool>("SELECT id, name, all_project_read_write, all_project_review, export_project, "
+                         "export_unit_rate, upload_report_setting, read_only_rate_library, "
+                         "read_write_rate_library, read_write_bq_library, administrator "
+                         "FROM role ORDER BY position, id")) {
+        places[std::get<0>(row)] = roles.size();
+        roles.push_back(roleFrom(row));
+    }
+    db.each<std::int64_t, std::int64_t, std::string, std::string, int>(
+        "SELECT ru.role_id, u.id, u.name, u.email, u.product_version FROM role_user ru "
+        "JOIN users u ON u.id = ru.user_id ORDER BY u.email",
+        {},
+        [&](std::int64_t roleId, std::int64_t userId, std::string name, std::string email, int version) {
+            roles[places.at(roleId)].members.push_back(
+                { userId, std::move(name), std::move(email), version });
+        });
+    return roles;
+}
+
+std::optional<Role> firstRoleOf(Db &db, std::int64_t userId)
+{
+    const auto row = db.row<std::int64_t, std::string, bool, bool, bool, bool, bool, bool, bool, bool,
+        bool>("SELECT r.id, r.name, r.all_project_read_write, r.all_project_review, r.export_project, "
+              "r.export_unit_rate, r.upload_report_setting, r.read_only_rate_library, "
+              "r.read_write_rate_library, r.read_write_bq_library, r.administrator "
+              "FROM role_user ru JOIN role r ON r.id = ru.role_id WHERE ru.user_id = :user "
+              "ORDER BY r.position, r.id LIMIT 1",
+        { { "user", userId } });
+    return row ? std::optional(roleFrom(*row)) : std::nullopt;
+}
+
+std::optional<std::int64_t> findRole(Db &db, const std::string &name)
+{
+    return db.value<std::int64_t>(
+        "SELECT id FROM role WHERE name_key = :key", { { "key", foldedKey(name) } });
+}
+
+std::int64_t addRole(Db &db, const std::string &name, const RoleRights &rights)
+{
+    const std::int64_t id = nextKey(db, "role");
+    const auto position = db.value<std::int64_t>("SELECT coalesce(max(position), 0) + 1 FROM role");
+    db.run("INSERT INTO role (id, name, name_key, position, all_project_read_write, "
+           "all_project_review, export_project, export_unit_rate, upload_report_setting, "
+           "read_only_rate_library, read_write_rate_library, read_write_bq_library, administrator) "
+           "VALUES (:id, :name, :key, :position, :readwrite, :review, :export, :rate, :report, "
+           ":libread, :libwrite, :bqwrite, :admin)",
+        { { "id", id }, { "name", name }, { "key", foldedKey(name) }, { "position", *position },
+            { "readwrite", rights.allProjectReadWrite }, { "review", rights.allProjectReview },
+            { "export", rights.exportProject }, { "rate", rights.exportUnitRate },
+            { "report", rights.uploadReportSetting }, { "libread", rights.readOnlyRateLibrary },
+            { "libwrite", rights.readWriteRateLibrary }, { "bqwrite", rights.readWriteBQLibrary },
+            { "admin", rights.administrator } });
+    return id;
+}
+
+bool assignRole(Db &db, std::int64_t roleId, std::int64_t userId)
+{
+    return db.run("INSERT INTO role_user (role_id, user_id) VALUES (:role, :user) "
+                  "ON CONFLICT (role_id, user_id) DO NOTHING",
+               { { "role", roleId }, { "user", userId } })
+        == 1;
+}
+
+bool unassignRole(Db &db, std::int64_t roleId, std::int64_t userId)
+{
+    return db.run("DELETE FROM role_user WHERE role_id = :role AND user_id = :user",
+               { { "role", roleId }, { "user", userId } })
+        == 1;
+}
+
+std::int64_t countEnabledAdministrators(Db &db)
+{
+    std::int64_t count = 0;
+    for (const auto &[userId] : db.rows<std::int64_t>(
+             "SELECT DISTINCT u.id FROM users u JOIN role_user ru ON ru.user_id = u.id "
+             "JOIN role r ON r.id = ru.role_id WHERE u.disabled = 0 AND r.administrator = 1")) {
+        const auto role = firstRoleOf(db, userId);
+        count += role && role->rights.administrator;
+    }
+    return count;
+}
+
+std::int64_t rolesRevision(Db &db)
+{
+    return std::stoll(metaValue(db, "roles").value_or("0"));
+}
+
+std::int64_t raiseRolesRevision(Db &db)
+{
+    const std::int64_t revision = rolesRevision(db) + 1;
+    setMetaValue(db, "roles", std::to_string(revision));
+    return revision;
+}
+
+std::string roleJson(const Role &role, std::int64_t revision, bool withUsers)
+{
+    const auto digit = [](const char *key, bool granted) {
+        return std::string(",\"") + key + "\":" + (granted ? '1' : '0');
+    };
+    const RoleRights &r = role.rights;
+    std::string json = "{\"RoleID\":" + std::to_string(role.id) + ",\"Name\":" + jsonText(role.name)
+        + digit("AllProjectReadWrite", r.allProjectReadWrite)
+        + digit("AllProjectReview", r.allProjectReview) + digit("ExportProject", r.exportProject)
+        + digit("ExportUnitRate", r.exportUnitRate) + digit("UploadReportSetting", r.uploadReportSetting)
+        + digit("ReadOnlyRateLibrary", r.readOnlyRateLibrary)
+        + digit("ReadWriteRateLibrary", r.readWriteRateLibrary)
+        + digit("ReadWriteBQLibrary", r.readWriteBQLibrary) + digit("Administrator", r.administrator)
+        + ",\"Revision\":" + std::to_string(revision);
+    if (withUsers) {
+        json += ",\"users\":[";
+        for (const RoleMember &member : role.members) {
+            if (json.back() != '[')
+                json += ',';
+            json += "{\"Name\":" + jsonText(member.name) + ",\"Email\":" + jsonText(member.email)
+                + ",\"UserProductVersion\":" + std::to_string(member.productVersion) + '}';
+        }
+        json += ']';
+    }
+    return json + '}';
+}
+
+} // namespace kvx::server
