@@ -6,9 +6,10 @@
 KVXCWProjectList::KVXCWProjectList()
 {
     // Connected before anybody else can be, so every receiver already sees the new state.
-    connect(this, &KVXCWProjectList::beginUpdate, this, [this] { ++m_updating; },
-        Qt::DirectConnection);
-    connect(this, &KVXCWProjectList::endUpdate, this,
+    connect(
+        this, &KVXCWProjectList::beginUpdate, this, [this] { ++m_updating; }, Qt::DirectConnection);
+    connect(
+        this, &KVXCWProjectList::endUpdate, this,
         [this] { m_updating = std::max(m_updating - 1, 0); }, Qt::DirectConnection);
 }
 

@@ -318,8 +318,8 @@ void KVXCollaborator::setMessager(KVXCWMessage *messager)
     d->place(d->messager, messager);
 }
 
-void KVXCollaborator::setProjectDataSynchronizer(const QString &guid,
-    KVXCWProjectData *synchronizer)
+void KVXCollaborator::setProjectDataSynchronizer(
+    const QString &guid, KVXCWProjectData *synchronizer)
 {
     KVXCWProjectData *&slot = d->projects[guid].synchronizer;
     if (slot != synchronizer)

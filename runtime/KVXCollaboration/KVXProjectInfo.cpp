@@ -29,8 +29,8 @@ template <class List> static auto findUser(List &list, const KVXUser &user)
         [&user](const auto &entry) { return entry.first.email() == user.email(); });
 }
 
-KVXProjectInfo::KVXProjectInfo(const QString &name, const QString &type, Status status,
-    const QDateTime &createDate)
+KVXProjectInfo::KVXProjectInfo(
+    const QString &name, const QString &type, Status status, const QDateTime &createDate)
     : m_name(name)
     , m_type(type)
     , m_status(status)

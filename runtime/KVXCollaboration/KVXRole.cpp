@@ -73,8 +73,8 @@ QJsonObject KVXRole::toJson() const
 {
     QJsonObject object { { QStringLiteral("RoleID"), m_id }, { QStringLiteral("Name"), m_name } };
     for (std::size_t index = 0; index < std::size(permissionKeys); ++index) {
-        object.insert(QLatin1String(permissionKeys[index]),
-            m_permissions.value(permissionType(index)));
+        object.insert(
+            QLatin1String(permissionKeys[index]), m_permissions.value(permissionType(index)));
     }
     // A role made here has no revision; sending one would make the server see a stale table.
     if (m_revision >= 0)
@@ -94,8 +94,8 @@ KVXRole *KVXRole::fromJson(const QJsonObject &object)
     if (revision.isDouble())
         role->m_revision = wholeNumber(revision);
     for (std::size_t index = 0; index < std::size(permissionKeys); ++index) {
-        role->setPermission(permissionType(index),
-            wholeNumber(object.value(QLatin1String(permissionKeys[index]))));
+        role->setPermission(
+            permissionType(index), wholeNumber(object.value(QLatin1String(permissionKeys[index]))));
     }
     return role;
 }
