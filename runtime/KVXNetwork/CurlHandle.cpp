@@ -1,0 +1,62 @@
+#include "CurlHandle.h"
+
+#include <mutex>
+
+namespace kvx {
+
+namespace {
+
+const long KeptConnections = 4;
+const int LongestPoll = 1000; // ms; abort() ends a poll earlier
+
+CURL *makeEasy()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+    return curl_easy_init();
+}
+
+} // namespace
+
+CurlHandle::CurlHandle()
+    : m_easy(makeEasy())
+    , m_multi(curl_multi_init())
+{
+    curl_multi_setopt(m_multi, CURLMOPT_MAXCONNECTS, KeptConnections);
+}
+
+CurlHandle::~CurlHandle()
+{
+    curl_easy_cleanup(m_easy);
+    curl_multi_cleanup(m_multi);
+}
+
+// The multi interface, because its wait can be ended from another thread.
+CURLcode CurlHandle::run()
+{
+    if (curl_multi_add_handle(m_multi, m_easy) != CURLM_OK)
+        return CURLE_FAILED_INIT;
+    CURLcode result = CURLE_ABORTED_BY_CALLBACK;
+    int running = 1;
+    while (running > 0 && !m_aborted) {
+        if (curl_multi_perform(m_multi, &running) != CURLM_OK)
+            break;
+        if (running > 0)
+            curl_multi_poll(m_multi, nullptr, 0, LongestPoll, nullptr);
+    }
+    int left = 0;
+    while (const CURLMsg *message = curl_multi_info_read(m_multi, &left)) {
+        if (message->msg == CURLMSG_DONE)
+            result = message->data.result;
+    }
+    curl_multi_remove_handle(m_multi, m_easy);
+    return result;
+}
+
+void CurlHandle::abort()
+{
+    m_aborted = true;
+    curl_multi_wakeup(m_multi);
+}
+
+} // namespace kvx

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <atomic>
+#include <curl/curl.h>
+
+namespace kvx {
+
+/// A libcurl handle with the connections it keeps. Driven by one thread at a time; only abort()
+/// may come from another one.
+class CurlHandle {
+public:
+    CurlHandle();
+    ~CurlHandle();
+    CurlHandle(const CurlHandle &) = delete;
+    CurlHandle &operator=(const CurlHandle &) = delete;
+
+    CURL *easy() const { return m_easy; }
+    /// Blocks until the prepared exchange is over.
+    CURLcode run();
+    /// Ends the run at once; one that is still to come, too, until rearm().
+    void abort();
+    void rearm() { m_aborted = false; }
+
+private:
+    CURL *const m_easy;
+    CURLM *const m_multi;
+    std::atomic<bool> m_aborted { false };
+};
+
+} // namespace kvx

@@ -1,0 +1,366 @@
+#include "CurlNetwork.h"
+
+#include "DownloadTarget.h"
+#include "ExchangeError.h"
+#include "JsonReply.h"
+#include "LocalFile.h"
+#include "ProgressReport.h"
+#include "ProxyOptions.h"
+#include "ServerAddress.h"
+#include "ServerSearch.h"
+
+#include <KVXNetwork/KVXNetworkLog.h>
+#include <QUrl>
+#include <algorithm>
+
+namespace kvx {
+
+namespace {
+
+const int ConnectTime = 10 * 1000; // ms
+const int RequestTime = 60 * 1000;
+const int MergeTime = 600 * 1000;
+const int StallTime = 30 * 1000;
+const qint64 LargestReply = 128LL * 1024 * 1024; // a list of 100,000 projects has about 70 MB
+const qint64 LargestServerAnswer = 64 * 1024;
+
+const QLatin1String ServiceKey("service");
+const QLatin1String LocalFileKey("LocalFileName");
+
+thread_local QString lastErrorOfThread;
+
+int orDefault(int milliseconds, int standard)
+{
+    return milliseconds > 0 ? milliseconds : standard;
+}
+
+QString serviceOf(const QJsonObject &request) { return request.value(ServiceKey).toString(); }
+
+// The recognition service moves files under names of its own; without a file it is a plain post.
+bool sendsFile(const QJsonObject &request)
+{
+    const QString service = serviceOf(request);
+    return service == QLatin1String("upload")
+        || (service == QLatin1String("submit") && request.contains(LocalFileKey));
+}
+
+bool receivesFile(const QJsonObject &request)
+{
+    const QString service = serviceOf(request);
+    return service == QLatin1String("download")
+        || (service == QLatin1String("result") && request.contains(LocalFileKey));
+}
+
+// The save lock and the merge: a repeat by libcurl on a dead connection, or the time lost on one,
+// is worth more than the connection.
+bool needsFreshConnection(const QString &service)
+{
+    return service == QLatin1String("sendservertomerge") || service == QLatin1String("loglock");
+}
+
+QString withoutQuery(const QByteArray &url)
+{
+    return QUrl(QString::fromUtf8(url)).toString(QUrl::RemoveQuery | QUrl::RemoveUserInfo);
+}
+
+bool succeeded(const QJsonObject &reply)
+{
+    const double status = reply.value(QLatin1String("statuscode")).toDouble();
+    return status >= 1 && status < 2;
+}
+
+} // namespace
+
+/// A request as the caller made it, split into what is sent and what stays here.
+struct CurlNetwork::FileRequest {
+    FileRequest(const QString &to, const QJsonObject &request, void *receiver,
+        ProgressFunction function)
+        : url(to)
+        , sent(request)
+        , service(serviceOf(request))
+        , localFile(request.value(LocalFileKey).toString())
+        , isGet(request.value(QLatin1String("HttpMethod")).toVariant().toString()
+              == QLatin1String("0"))
+        , progress(receiver, function)
+    {
+        sent.remove(LocalFileKey);
+    }
+
+    const QString url;
+    QJsonObject sent;
+    const QString service;
+    const QString localFile;
+    const bool isGet;
+    mutable ProgressReport progress;
+};
+
+void CurlNetwork::setProxy(const KVXNetworkProxy &proxy)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (sameProxy(m_proxy, proxy))
+            return;
+        m_proxy = proxy;
+    }
+    m_pool.clear();
+}
+
+KVXNetworkProxy CurlNetwork::proxy() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_proxy;
+}
+
+void CurlNetwork::setTimeouts(const Timeouts &timeouts)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_timeouts = timeouts;
+}
+
+void CurlNetwork::clearSession()
+{
+    m_cookies.clear();
+    m_pool.clear();
+}
+
+bool CurlNetwork::hasSession() const { return m_cookies.holds("kvxsid"); }
+
+void CurlNetwork::abort()
+{
+    m_pool.abort();
+    cancelSearch();
+}
+
+QString CurlNetwork::lastError() const { return lastErrorOfThread; }
+
+Exchange::Limits CurlNetwork::jsonLimits(const QString &service) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const int total = service == QLatin1String("sendservertomerge")
+        ? orDefault(m_timeouts.mergeMs, MergeTime)
+        : orDefault(m_timeouts.requestMs, RequestTime);
+    return { orDefault(m_timeouts.connectMs, ConnectTime), total, 0, LargestReply };
+}
+
+Exchange::Limits CurlNetwork::fileLimits() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return { orDefault(m_timeouts.connectMs, ConnectTime), 0,
+        orDefault(m_timeouts.stallMs, StallTime), LargestReply };
+}
+
+int CurlNetwork::httpGet(const QString &url, QByteArray &body)
+{
+    Exchange exchange(url, jsonLimits(QString()));
+    exchange.mayRepeat();
+    run(exchange);
+    body = exchange.body();
+    const bool failed = !exchange.error().isEmpty();
+    conclude(exchange, QString());
+    return failed ? 0 : exchange.status();
+}
+
+int CurlNetwork::httpPost(const QString &url, const QJsonObject &request)
+{
+    const QString service = serviceOf(request);
+    Exchange exchange(url, jsonLimits(service));
+    exchange.sendJson(request);
+    run(exchange);
+    const bool failed = !exchange.error().isEmpty();
+    conclude(exchange, service);
+    return failed ? 0 : exchange.status();
+}
+
+bool CurlNetwork::post(const QString &url, const QJsonObject &request, QJsonObject &reply,
+    void *receiver, ProgressFunction progress)
+{
+    const FileRequest asked(url, request, receiver, progress);
+    const bool sends = sendsFile(request);
+    const bool receives = receivesFile(request);
+    reply = QJsonObject(); // only now: it may be the request itself
+    if (sends)
+        return postUpload(asked, reply);
+    return receives ? postDownload(asked, reply) : postJson(asked, reply);
+}
+
+bool CurlNetwork::postJson(const FileRequest &asked, QJsonObject &reply)
+{
+    Exchange exchange(asked.url, jsonLimits(asked.service));
+    exchange.reportTo(&asked.progress);
+    if (asked.isGet)
+        exchange.mayRepeat();
+    else
+        exchange.sendJson(asked.sent);
+    if (needsFreshConnection(asked.service))
+        exchange.useFreshConnection();
+    run(exchange);
+    takeReply(exchange, reply);
+    return conclude(exchange, asked.service);
+}
+
+bool CurlNetwork::postUpload(const FileRequest &asked, QJsonObject &reply)
+{
+    LocalFile file;
+    if (!file.open(asked.localFile))
+        return refuse(file.error());
+    Exchange exchange(asked.url, fileLimits());
+    exchange.sendFile(asked.sent, &file);
+    exchange.reportTo(&asked.progress);
+    run(exchange);
+    if (takeReply(exchange, reply) && succeeded(reply))
+        asked.progress.finish(file.size());
+    return conclude(exchange, asked.service);
+}
+
+bool CurlNetwork::postDownload(const FileRequest &asked, QJsonObject &reply)
+{
+    DownloadTarget target(asked.localFile);
+    if (!target.open())
+        return refuse(target.error());
+    Exchange exchange(asked.url, fileLimits());
+    exchange.receiveFile(&target);
+    exchange.reportTo(&asked.progress);
+    exchange.mayRepeat();
+    if (!asked.isGet)
+        exchange.sendJson(asked.sent);
+    run(exchange);
+    if (!exchange.error().isEmpty() || exchange.status() != 200 || !exchange.head().hasFileReply()) {
+        // Success without a file must not look like a file.
+        if (takeReply(exchange, reply) && succeeded(reply)) {
+            reply = QJsonObject();
+            exchange.fail(QStringLiteral("The server %1 sent no file.").arg(exchange.server()));
+        }
+    } else if (!parseReply(exchange.head().fileReply(), reply)) {
+        exchange.fail(QStringLiteral("The answer of %1 is not valid.").arg(exchange.server()));
+    } else if (succeeded(reply)) {
+        if (target.commit()) {
+            asked.progress.finish(target.received());
+        } else {
+            reply = QJsonObject();
+            exchange.fail(target.error());
+        }
+    }
+    return conclude(exchange, asked.service);
+}
+
+bool CurlNetwork::uploadFile(const QString &url, const QString &localFileName,
+    const QString &serverFileName, void *receiver, ProgressFunction progress)
+{
+    QJsonObject reply;
+    return post(url,
+               { { ServiceKey, QStringLiteral("upload") },
+                   { QStringLiteral("FileName"), serverFileName },
+                   { LocalFileKey, localFileName } },
+               reply, receiver, progress)
+        && succeeded(reply);
+}
+
+bool CurlNetwork::downloadFile(const QString &url, const QString &serverFileName,
+    const QString &localFileName, void *receiver, ProgressFunction progress)
+{
+    QJsonObject reply;
+    return post(url,
+               { { ServiceKey, QStringLiteral("download") },
+                   { QStringLiteral("FileName"), serverFileName },
+                   { LocalFileKey, localFileName } },
+               reply, receiver, progress)
+        && succeeded(reply);
+}
+
+void CurlNetwork::run(Exchange &exchange)
+{
+    HandlePool::Lease handle(m_pool);
+    // After the lease: a proxy set before this line is used, and its old connections are gone.
+    if (!exchange.prepare(handle->easy(), proxy()))
+        return;
+    const CookieJar::Loan loan = m_cookies.lend(handle->easy(), exchange.url());
+    const CURLcode result = handle->run();
+    m_cookies.takeBack(handle->easy(), loan);
+    exchange.finish(handle->easy(), result);
+    if (!exchange.leavesConnectionClean())
+        handle.spoil();
+}
+
+bool CurlNetwork::takeReply(Exchange &exchange, QJsonObject &reply) const
+{
+    if (!exchange.error().isEmpty() || exchange.status() != 200)
+        return false;
+    if (parseReply(exchange.body(), reply))
+        return true;
+    exchange.fail(
+        QStringLiteral("The answer of %1 is not valid or not complete.").arg(exchange.server()));
+    return false;
+}
+
+bool CurlNetwork::conclude(const Exchange &exchange, const QString &service) const
+{
+    lastErrorOfThread = exchange.error();
+    if (lastErrorOfThread.isEmpty() && exchange.status() != 200)
+        lastErrorOfThread = statusError(
+            exchange.status(), exchange.body(), exchange.server(), exchange.proxy());
+    if (lastErrorOfThread.isEmpty())
+        return true;
+    KVXNetworkLog::logError(QStringLiteral("Request failed: url=%1, service=%2, error=%3")
+                                .arg(withoutQuery(exchange.url()), service, lastErrorOfThread));
+    return false;
+}
+
+bool CurlNetwork::refuse(const QString &error) const
+{
+    lastErrorOfThread = error;
+    KVXNetworkLog::logError(QStringLiteral("Request not sent: error=%1").arg(error));
+    return false;
+}
+
+void CurlNetwork::searchServer(
+    const QStringList &addresses, int port, void *receiver, SearchFunction progress)
+{
+    ServerSearch search(addresses, port, proxy());
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_searches.push_back(&search);
+    }
+    search.run(receiver, progress);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_searches.erase(std::find(m_searches.begin(), m_searches.end(), &search));
+}
+
+void CurlNetwork::cancelSearch()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    for (ServerSearch *search : m_searches)
+        search->cancel();
+}
+
+ServerAnswer CurlNetwork::askServer(const QString &host, int port)
+{
+    const ServerAddress address(host, port);
+    if (!address.isValid()) {
+        refuse(QStringLiteral("\"%1\" is not a valid server address.").arg(host));
+        return {};
+    }
+    Exchange::Limits limits = jsonLimits(QString());
+    limits.totalMs = limits.connectMs; // a user waits for this
+    limits.replyBytes = LargestServerAnswer;
+    Exchange exchange(address.serverUrl(), limits);
+    exchange.mayRepeat();
+    run(exchange);
+    ServerAnswer answer;
+    if (exchange.error().isEmpty() && exchange.status() == 200) {
+        answer = ServerAnswer::fromReply(exchange.body());
+        if (!answer.valid)
+            exchange.fail(QStringLiteral("What answers at %1 is no collaboration server.")
+                              .arg(exchange.server()));
+    }
+    conclude(exchange, QString());
+    return answer;
+}
+
+bool CurlNetwork::ping(const QString &host, int port) { return askServer(host, port).valid; }
+
+QString CurlNetwork::serverVersion(const QString &host, int port)
+{
+    return askServer(host, port).apiVersions;
+}
+
+} // namespace kvx
