@@ -1,0 +1,211 @@
+#include "cli/UseProject.h"
+#include "content/Schema.h"
+
+#include <KVXCollaboration/KVXCWIDManager.h>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QTimer>
+#include <memory>
+
+namespace kvx::cli {
+
+namespace {
+
+struct Arguments {
+    std::string project;
+    std::vector<std::string> items;
+    bool all = false;
+    bool mine = false;
+    bool theirs = false;
+    int version = 0;
+    int seconds = 30;
+};
+
+using Side = KVXProjectDatabase::ClashChoice;
+
+void chooseSide(host::OpenProject &project, const Arguments &arguments, Context &context)
+{
+    project.database().setClashChoice(arguments.mine ? Side::Mine
+            : arguments.theirs                       ? Side::Theirs
+                                                     : context.client.options().clash);
+}
+
+QString clashHelp()
+{
+    return QStringLiteral("Repeat with --mine or --theirs; what gives way is kept in a file.");
+}
+
+/// Reports a failed merge: a clash asks the user to choose, anything else names its cause.
+int mergeFailed(Context &context, host::OpenProject &project, const QString &reason)
+{
+    const bool clash = project.database().failure() == kvx::sqlite::Failure::Clash;
+    return context.output.failed(clash ? Clash : Refused,
+        clash ? reason + QLatin1Char(' ') + clashHelp() : reason);
+}
+
+void mentionConflicts(Context &context, host::OpenProject &project, const QString &before)
+{
+    const QString file = project.database().conflictsFile();
+    if (file != before)
+        context.output.line(QStringLiteral("What gave way is kept in %1").arg(file));
+}
+
+int checkOut(Context &context, const Arguments &arguments)
+{
+    host::OpenProject *project = useProject(context, arguments.project);
+    if (!project)
+        return Refused;
+    const QList<int> ids = findItems(context, *project, arguments.items);
+    if (ids.isEmpty())
+        return Refused;
+    if (project->ids()->checkOut(content::ItemModule, ids))
+        return context.output.done(QStringLiteral("%1 items are checked out to you.").arg(ids.size()));
+    QStringList held;
+    for (const int id : ids) {
+        KVXItemCheckState holder;
+        const bool other = project->ids()->checkState(content::ItemModule, id, holder)
+            == KVXItemCheckState::CheckedOutByOther;
+        const auto item = project->bill().item(id);
+        if (other && item)
+            held.append(QStringLiteral("%1 by %2").arg(item->number, holder.name));
+    }
+    return context.output.failed(Refused, held.isEmpty()
+            ? QStringLiteral("The server did not check the items out.")
+            : QStringLiteral("Nothing was checked out. Held: %1.").arg(held.join(QLatin1String(", "))));
+}
+
+int checkIn(Context &context, const Arguments &arguments)
+{
+    host::OpenProject *project = useProject(context, arguments.project);
+    if (!project)
+        return Refused;
+    if (project->database().pendingCount() > 0)
+        return context.output.failed(Refused,
+            QStringLiteral("There are unsaved edits; save before you check in."));
+    if (arguments.all) {
+        return project->ids()->checkInAll()
+            ? context.output.done(QStringLiteral("All your items are checked in."))
+            : context.output.failed(Refused, QStringLiteral("The server did not check the items in."));
+    }
+    const QList<int> ids = findItems(context, *project, arguments.items);
+    if (ids.isEmpty())
+        return Refused;
+    if (!project->ids()->checkIn(content::ItemModule, ids))
+        return context.output.failed(Refused,
+            QStringLiteral("The server did not check the items in: not all of them are yours."));
+    return context.output.done(QStringLiteral("%1 items are checked in.").arg(ids.size()));
+}
+
+int save(Context &context, const Arguments &arguments)
+{
+    host::OpenProject *project = useProject(context, arguments.project);
+    if (!project)
+        return Refused;
+    chooseSide(*project, arguments, context);
+    const QString conflicts = project->database().conflictsFile();
+    QElapsedTimer timer;
+    timer.start();
+    const host::OpenProject::SaveResult result = project->save();
+    const QJsonObject data { { QStringLiteral("code"), result.code },
+        { QStringLiteral("published"), result.published },
+        { QStringLiteral("version"), result.version },
+        { QStringLiteral("milliseconds"), static_cast<double>(timer.elapsed()) } };
+    mentionConflicts(context, *project, conflicts);
+    if (result.published)
+        return context.output.done(QStringLiteral("Saved as version %1 in %2 ms.")
+                                       .arg(result.version)
+                                       .arg(timer.elapsed()),
+            data);
+    if (result.code == KVXCWProjectData::MergeLogsFailed)
+        return mergeFailed(context, *project, result.text);
+    return context.output.failed(NotPublished, result.text, data);
+}
+
+int sync(Context &context, const Arguments &arguments)
+{
+    host::OpenProject *project = useProject(context, arguments.project);
+    if (!project)
+        return Refused;
+    chooseSide(*project, arguments, context);
+    const QString conflicts = project->database().conflictsFile();
+    const KVXCWProjectData::ErrorCode code = project->sync();
+    mentionConflicts(context, *project, conflicts);
+    if (code == KVXCWProjectData::MergeLogsFailed)
+        return mergeFailed(context, *project,
+            host::OpenProject::textOf(code) + QLatin1Char(' ') + project->database().errorText());
+    if (code != KVXCWProjectData::Success)
+        return context.output.failed(Refused, host::OpenProject::textOf(code),
+            { { QStringLiteral("code"), code } });
+    const int version = project->database().logVersion();
+    return context.output.done(QStringLiteral("Your copy is at version %1.").arg(version),
+        { { QStringLiteral("version"), version } });
+}
+
+/// Runs the host's loop until a pushed notification has brought the version.
+int waitForVersion(Context &context, const Arguments &arguments)
+{
+    host::OpenProject *project = useProject(context, arguments.project);
+    if (!project)
+        return Refused;
+    const QString guid = project->guid();
+    QElapsedTimer timer;
+    timer.start();
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (!context.client.isOpen(guid) || project->database().logVersion() >= arguments.version
+            || timer.elapsed() > arguments.seconds * 1000)
+            loop.quit();
+    });
+    poll.start(5);
+    loop.exec();
+    if (!context.client.isOpen(guid))
+        return context.output.failed(Refused, QStringLiteral("The project was closed meanwhile."));
+    const int version = project->database().logVersion();
+    const QJsonObject data { { QStringLiteral("version"), version },
+        { QStringLiteral("milliseconds"), static_cast<double>(timer.elapsed()) } };
+    if (version < arguments.version)
+        return context.output.failed(Refused,
+            QStringLiteral("Version %1 did not arrive within %2 s; the copy is at %3.")
+                .arg(arguments.version)
+                .arg(arguments.seconds)
+                .arg(version),
+            data);
+    return context.output.done(QStringLiteral("Version %1 arrived.").arg(version), data);
+}
+
+using DataAction = int (*)(Context &, const Arguments &);
+
+} // namespace
+
+void addDataCommands(CLI::App &app, Action &action)
+{
+    const auto arguments = std::make_shared<Arguments>();
+    const auto add = [&](const char *name, const char *help, DataAction run) {
+        CLI::App *command = app.add_subcommand(name, help);
+        command->add_option("project", arguments->project, "Name or GUID")->required();
+        command->callback([&action, arguments, run] {
+            action = [arguments, run](Context &context) { return run(context, *arguments); };
+        });
+        return command;
+    };
+    const auto addSides = [&](CLI::App *command) {
+        auto *mine = command->add_flag("--mine", arguments->mine,
+            "Where a colleague's change and yours clash, yours wins");
+        command->add_flag("--theirs", arguments->theirs, "… the colleague's wins")->excludes(mine);
+    };
+
+    add("checkout", "Check items out to you: all of them, or none", checkOut)
+        ->add_option("items", arguments->items, "Item numbers, or #row")
+        ->required();
+    CLI::App *in = add("checkin", "Check items in", checkIn);
+    auto *items = in->add_option("items", arguments->items, "Item numbers, or #row");
+    in->add_flag("--all", arguments->all, "All your items of the project")->excludes(items);
+    addSides(add("save", "Publish your edits", save));
+    addSides(add("sync", "Fetch and apply what colleagues saved", sync));
+    CLI::App *waiting = add("wait", "Wait until a pushed save has arrived", waitForVersion);
+    waiting->add_option("version", arguments->version, "Version to wait for")->required();
+    waiting->add_option("--seconds", arguments->seconds, "How long at most");
+}
+
+} // namespace kvx::cli

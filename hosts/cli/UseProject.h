@@ -1,0 +1,19 @@
+#pragma once
+
+#include "cli/Commands.h"
+#include "client/Client.h"
+
+#include <string>
+#include <vector>
+
+namespace kvx::cli {
+
+/// The project of a command, opened where it is not; null after the error was reported.
+host::OpenProject *useProject(Context &context, const std::string &project);
+
+/// Row numbers of the items named by their own numbers or as "#row"; an empty result after the
+/// error was reported.
+QList<int> findItems(Context &context, host::OpenProject &project,
+    const std::vector<std::string> &names);
+
+} // namespace kvx::cli

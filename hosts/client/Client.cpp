@@ -1,0 +1,273 @@
+#include "client/Client.h"
+
+#include <KVXCollaboration/KVXCWIDManager.h>
+#include <KVXCollaboration/KVXCWLogin.h>
+#include <KVXCollaboration/KVXCWMessage.h>
+#include <KVXCollaboration/KVXCWProjectList.h>
+#include <KVXCollaboration/KVXCWUser.h>
+#include <KVXCollaboration/KVXCollaborator.h>
+#include <KVXNetwork/KVXNetwork.h>
+#include <QUrl>
+#include <QUuid>
+#include <algorithm>
+#include <iterator>
+
+namespace kvx::host {
+
+namespace {
+
+KVXCollaborator *managers()
+{
+    return KVXCollaborator::getInstance();
+}
+
+/// A text as one component of a path.
+QString component(const QString &text)
+{
+    return QString::fromLatin1(QUrl::toPercentEncoding(text, "@", "."));
+}
+
+} // namespace
+
+Client::Client(const ClientOptions &options)
+    : m_options(options)
+{
+    m_reconnect.setSingleShot(true);
+    connect(&m_reconnect, &QTimer::timeout, this, &Client::reconnect);
+    connect(&m_keepAlive, &QTimer::timeout, this, [] {
+        if (KVXCWUser *users = managers()->userManager())
+            users->keepAlive();
+    });
+}
+
+Client::~Client()
+{
+    end();
+}
+
+KVXErrorCode Client::begin(QString *error)
+{
+    if (!managers()->load(m_options.plugin)) {
+        *error = managers()->errorString();
+        return KVXFailed;
+    }
+    managers()->loginManager()->setServer(m_options.host, m_options.port, m_options.proxyType,
+        m_options.proxyHost, m_options.proxyPort, m_options.proxyUser, m_options.proxyPassword);
+    const KVXErrorCode result = login();
+    if (result != KVXOk) {
+        *error = KVXNetwork::getInstance()->lastError();
+        if (result != KVXFailed || error->isEmpty())
+            *error = ErrorCodeToString(result);
+        return result;
+    }
+    managers()->initialise();
+    connectSignals();
+    m_keepAlive.start(60 * 1000);
+    return KVXOk;
+}
+
+/// The plug-in's result mixes server and broker; a new current user means that the server agreed.
+KVXErrorCode Client::login()
+{
+    KVXCWLogin *manager = managers()->loginManager();
+    const KVXUser *before = manager->currentUser();
+    const KVXErrorCode result = manager->login(m_options.email, m_options.password,
+        QStringLiteral("kvx"), QStringLiteral(KVX_VERSION), QStringLiteral("1"));
+    const bool accepted = manager->currentUser() && manager->currentUser() != before;
+    if (!accepted)
+        return result;
+    m_loggedIn = true;
+    m_brokerError = result == KVXOk ? QString() : managers()->messager()->errorString();
+    return KVXOk;
+}
+
+int Client::triesLeft() const
+{
+    return managers()->loginManager()->leftCount();
+}
+
+void Client::end()
+{
+    if (m_ending || !managers()->loginManager())
+        return;
+    m_ending = true;
+    m_reconnect.stop();
+    m_keepAlive.stop();
+    while (!m_open.empty())
+        close(m_open.begin()->first);
+    if (m_loggedIn)
+        managers()->loginManager()->logout(m_options.email);
+    managers()->unload();
+}
+
+void Client::connectSignals()
+{
+    KVXCWProjectList *list = managers()->projectListManager();
+    connect(list, &KVXCWProjectList::projectSaved, this,
+        [this](const QString &guid) { report(QStringLiteral("projectSaved"), guid); });
+    connect(list, &KVXCWProjectList::projectRemoved, this,
+        [this](const QString &guid) { report(QStringLiteral("projectRemoved"), guid); });
+    connect(list, &KVXCWProjectList::projectOrPermNew, this,
+        [this](const QString &guid) { report(QStringLiteral("projectNew"), guid); });
+    connect(list, &KVXCWProjectList::change2Unpublish, this,
+        [this](const QString &guid) { report(QStringLiteral("projectUnpublished"), guid); });
+    connect(list, &KVXCWProjectList::projectPermissionRemoved, this,
+        [this](const QString &guid) { report(QStringLiteral("accessRemoved"), guid); });
+    connect(list, &KVXCWProjectList::permissionChanged, this,
+        [this](const QString &guid) { report(QStringLiteral("permissionChanged"), guid); });
+    connect(list, &KVXCWProjectList::changed, this,
+        [this] { report(QStringLiteral("listChanged"), QString()); });
+    // Queued: the list is still at work when it says that a project must go.
+    connect(
+        list, &KVXCWProjectList::projCloseByPermRemoved, this,
+        [this] {
+            KVXCWProjectList *projects = managers()->projectListManager();
+            for (auto at = m_open.begin(); at != m_open.end();) {
+                const QString guid = (at++)->first;
+                if (!projects->getProjectInfoByGUID(guid)) {
+                    close(guid);
+                    report(QStringLiteral("projectClosed"), guid);
+                }
+            }
+        },
+        Qt::QueuedConnection);
+    connect(managers()->messager(), &KVXCWMessage::notify, this, &Client::onNotify,
+        Qt::QueuedConnection);
+}
+
+void Client::report(const QString &event, const QString &guid)
+{
+    QJsonObject data;
+    if (!guid.isEmpty())
+        data.insert(QStringLiteral("guid"), guid);
+    const KVXProjectInfo *info = managers()->projectListManager()->getProjectInfoByGUID(guid);
+    if (info) {
+        data.insert(QStringLiteral("project"), info->name());
+        data.insert(QStringLiteral("editor"), info->lastEditor().name());
+    }
+    if (isOpen(guid))
+        data.insert(QStringLiteral("version"), m_open.at(guid)->database().logVersion());
+    emit happened(event, data);
+}
+
+void Client::onNotify(const QJsonObject &message)
+{
+    if (message.value(QLatin1String("notifymsg_type")).toString()
+        != QLatin1String("notifymsg_connection"))
+        return;
+    const QString text = message.value(QLatin1String("notifymsg_content")).toString();
+    if (m_ending || m_reconnect.isActive())
+        return;
+    emit happened(QStringLiteral("connectionLost"), { { QStringLiteral("error"), text } });
+    m_attempt = 0;
+    m_reconnect.start(1000);
+}
+
+void Client::reconnect()
+{
+    constexpr int seconds[] = { 1, 2, 5, 10, 30 };
+    const KVXErrorCode result = login();
+    if (result == KVXOk && m_brokerError.isEmpty()) {
+        m_attempt = 0;
+        resynchronise();
+        emit happened(QStringLiteral("connected"), {});
+        return;
+    }
+    m_attempt = std::min<int>(m_attempt + 1, static_cast<int>(std::size(seconds)) - 1);
+    m_reconnect.start(seconds[m_attempt] * 1000);
+}
+
+void Client::resynchronise()
+{
+    managers()->projectListManager()->syncProjectList();
+    if (KVXCWUser *users = managers()->userManager())
+        users->syncToLocal();
+    for (const auto &[guid, project] : m_open) {
+        project->sync();
+        project->ids()->syncCheckOutStates();
+    }
+}
+
+KVXProjectInfo *Client::find(const QString &nameOrGuid) const
+{
+    KVXCWProjectList *list = managers()->projectListManager();
+    if (KVXProjectInfo *info = list->getProjectInfoByGUID(nameOrGuid))
+        return info;
+    for (const QList<KVXProjectInfo *> &kind : list->projects()) {
+        for (KVXProjectInfo *info : kind) {
+            if (info->name() == nameOrGuid)
+                return info;
+        }
+    }
+    return nullptr;
+}
+
+QString Client::folderOf(const QString &guid) const
+{
+    return QStringList { m_options.home, component(m_options.host + QLatin1Char(':') + m_options.port),
+        component(m_options.email.toLower()), component(guid.mid(1, guid.size() - 2)) }
+        .join(QLatin1Char('/'));
+}
+
+OpenProject *Client::keep(std::unique_ptr<OpenProject> project)
+{
+    project->database().setClashChoice(m_options.clash);
+    OpenProject *kept = project.get();
+    m_open[project->guid()] = std::move(project);
+    return kept;
+}
+
+OpenProject *Client::use(const QString &nameOrGuid, OpenProject::Failure *failure)
+{
+    const KVXProjectInfo *info = find(nameOrGuid);
+    if (!info) {
+        *failure = { KVXNoSuchProject,
+            QStringLiteral("There is no project \"%1\" in your list.").arg(nameOrGuid) };
+        return nullptr;
+    }
+    const QString guid = info->guid();
+    const auto open = m_open.find(guid);
+    if (open != m_open.end())
+        return open->second.get();
+    std::unique_ptr<OpenProject> project
+        = OpenProject::open(info->name(), guid, folderOf(guid), failure);
+    return project ? keep(std::move(project)) : nullptr;
+}
+
+OpenProject *Client::create(const QString &name, TProjectsType type, const content::Bill &bill,
+    OpenProject::Failure *failure)
+{
+    KVXCWProjectList *list = managers()->projectListManager();
+    const QString guid = QUuid::createUuid().toString();
+    double status = 0;
+    if (!list->newProject(type, name, guid, &status)) {
+        const int code = static_cast<int>(status);
+        *failure = { code, code == 1
+                ? QStringLiteral("The project was made, but could not be read back.")
+                : ErrorCodeToString(static_cast<KVXErrorCode>(code)) };
+        return nullptr;
+    }
+    const int opened = list->openProject(guid);
+    if (opened != 1) {
+        *failure = { opened, ErrorCodeToString(static_cast<KVXErrorCode>(opened)) };
+        return nullptr;
+    }
+    std::unique_ptr<OpenProject> project
+        = OpenProject::createBase(name, guid, folderOf(guid), bill, failure);
+    if (!project) {
+        // Without its base nobody could use it.
+        list->closeProject(guid);
+        list->removeProject(guid);
+        return nullptr;
+    }
+    return keep(std::move(project));
+}
+
+bool Client::close(const QString &guid)
+{
+    const bool closed = managers()->projectListManager()->closeProject(guid);
+    m_open.erase(guid); // only now: the managers that borrowed the database are gone
+    return closed;
+}
+
+} // namespace kvx::host

@@ -1,0 +1,279 @@
+#include "client/OpenProject.h"
+
+#include "client/SaveContribution.h"
+#include "content/Schema.h"
+
+#include <KVXCollaboration/KVXCWFileService.h>
+#include <KVXCollaboration/KVXCWIDManager.h>
+#include <KVXCollaboration/KVXCWLogin.h>
+#include <KVXCollaboration/KVXCWProjectList.h>
+#include <KVXCollaboration/KVXCollaborator.h>
+#include <KVXCollaboration/KVXUser.h>
+#include <KVXCommon/KVXZipFile.h>
+#include <KVXNetwork/KVXNetwork.h>
+#include <KVXSQLite/IKVXSQLiteModel.h>
+#include <KVXSQLite/IKVXSQLiteModelCommandFile.h>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QUuid>
+
+namespace kvx::host {
+
+namespace {
+
+using DatabaseFailure = kvx::sqlite::Failure;
+
+KVXCollaborator *registry()
+{
+    return KVXCollaborator::getInstance();
+}
+
+/// The transport's own words where the exchange failed, else a general sentence.
+QString transferError(const QString &fallback)
+{
+    const QString text = KVXNetwork::getInstance()->lastError();
+    return text.isEmpty() ? fallback : text;
+}
+
+} // namespace
+
+OpenProject::OpenProject(const QString &guid, const QString &folder)
+    : m_guid(guid)
+    , m_folder(folder)
+{
+}
+
+OpenProject::~OpenProject() = default;
+
+QString OpenProject::projectFile() const
+{
+    return m_folder + QLatin1String("/project.kvx");
+}
+
+KVXCWProjectData *OpenProject::synchronizer() const
+{
+    return registry()->projectDataSynchronizer(m_guid);
+}
+
+KVXCWIDManager *OpenProject::ids() const
+{
+    return registry()->idManager(m_guid);
+}
+
+int OpenProject::newId()
+{
+    return ids()->newItemId(m_database.get());
+}
+
+bool OpenProject::lockFolder(Failure *failure)
+{
+    if (!QDir().mkpath(m_folder)) {
+        *failure = { 0, QStringLiteral("the folder %1 cannot be made").arg(m_folder) };
+        return false;
+    }
+    m_lock = std::make_unique<QLockFile>(m_folder + QLatin1String("/lock"));
+    m_lock->setStaleLockTime(0);
+    if (m_lock->tryLock(0))
+        return true;
+    *failure = { 0, QStringLiteral("the project is open in another window on this machine") };
+    return false;
+}
+
+std::unique_ptr<OpenProject> OpenProject::createBase(const QString &name, const QString &guid,
+    const QString &folder, const content::Bill &bill, Failure *failure)
+{
+    std::unique_ptr<OpenProject> project(new OpenProject(guid, folder));
+    if (!project->lockFolder(failure))
+        return nullptr;
+    QString error;
+    project->m_database
+        = KVXProjectDatabase::create(project->projectFile(), guid, content::projectSchema(), &error);
+    if (!project->m_database) {
+        *failure = { 0, error };
+        return nullptr;
+    }
+    project->attach();
+    const bool filled = project->m_database->edit([&](sqlite3 *connection) {
+        return content::BillStore(connection).append(bill, [&] { return project->newId(); });
+    });
+    if (!filled || !project->m_database->sealBase()) {
+        *failure = { 0, project->m_database->errorText() };
+        return nullptr;
+    }
+    if (!registry()->fileService()->upload(name, guid, project->projectFile(), {})) {
+        *failure = { 0,
+            transferError(QStringLiteral("the server did not accept the project file")) };
+        return nullptr;
+    }
+    return project;
+}
+
+std::unique_ptr<OpenProject> OpenProject::open(const QString &name, const QString &guid,
+    const QString &folder, Failure *failure)
+{
+    std::unique_ptr<OpenProject> project(new OpenProject(guid, folder));
+    if (!project->lockFolder(failure))
+        return nullptr;
+    // First the server, then the file: it is then never older than what the synchroniser counts.
+    const int status = registry()->projectListManager()->openProject(guid);
+    if (status != 1) {
+        *failure = { status, ErrorCodeToString(static_cast<KVXErrorCode>(status)) };
+        return nullptr;
+    }
+    if (!project->openLocalCopy(failure) && (!failure->text.isEmpty() || !project->fetch(name, failure))) {
+        registry()->projectListManager()->closeProject(guid);
+        return nullptr;
+    }
+    project->attach();
+    return project;
+}
+
+/// True when a kept copy serves. False without a text: there is none, or it was put aside.
+bool OpenProject::openLocalCopy(Failure *failure)
+{
+    if (!QFile::exists(projectFile()))
+        return false;
+    QString error;
+    DatabaseFailure why = DatabaseFailure::None;
+    m_database = KVXProjectDatabase::open(projectFile(), m_guid, KVXProjectDatabase::Origin::Local,
+        content::projectSchema(), &error, &why);
+    if (!m_database && (why == DatabaseFailure::NewerFormat || why == DatabaseFailure::Busy)) {
+        *failure = { 0, error };
+        return false;
+    }
+    if (m_database && catchUp(synchronizer()->logVersion()))
+        return true;
+
+    const bool unsaved = !m_database || m_database->pendingCount() > 0;
+    m_database.reset();
+    QString where;
+    if (!putAside(&where)) {
+        *failure = { 0, QStringLiteral("%1 cannot be renamed").arg(projectFile()) };
+    } else if (unsaved) {
+        m_notice = QStringLiteral("The local copy could not be brought up to date; it is kept with "
+                                  "its unsaved edits as %1.")
+                       .arg(where);
+    } else {
+        QFile::remove(where);
+    }
+    return false;
+}
+
+/// Applies the server's logs up to the version. An older copy keeps its unsaved edits that way.
+bool OpenProject::catchUp(int version)
+{
+    const std::unique_ptr<IKVXSQLiteModelCommandFile> command(CreateSQLiteModelCommandFile());
+    for (int next = m_database->logVersion() + 1; next <= version; ++next) {
+        const QString name = m_guid + QLatin1String("_log") + QString::number(next);
+        const QString base = QDir::tempPath() + QLatin1Char('/') + QUuid::createUuid().toString();
+        QMap<QString, QString> files;
+        bool applied = registry()->fileService()->download(name, base + QLatin1String(".zip"),
+                           static_cast<KVXCWFileServiceProgress *>(nullptr))
+            && KVXZipFile::extractFiles(base + QLatin1String(".zip"), base, files, QString())
+            && !files.isEmpty() && command->loadFromFile(files.first())
+            && m_database->model()->execute(command.get(), 0) != 0;
+        QFile::remove(base + QLatin1String(".zip"));
+        QDir(base).removeRecursively();
+        if (!applied)
+            return false;
+    }
+    return true;
+}
+
+bool OpenProject::putAside(QString *where) const
+{
+    *where = m_folder + QLatin1String("/unsaved-")
+        + QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-hhmmss-zzz"))
+        + QLatin1String(".kvx");
+    for (const char *suffix : { "-wal", "-shm" }) {
+        const QString file = projectFile() + QLatin1String(suffix);
+        if (QFile::exists(file) && !QFile::rename(file, *where + QLatin1String(suffix)))
+            return false;
+    }
+    return QFile::rename(projectFile(), *where);
+}
+
+bool OpenProject::fetch(const QString &name, Failure *failure)
+{
+    if (!registry()->fileService()->download(name, m_guid, projectFile())) {
+        *failure = { 0,
+            transferError(QStringLiteral("the server has no project file to download")) };
+        return false;
+    }
+    QString error;
+    m_database = KVXProjectDatabase::open(projectFile(), m_guid,
+        KVXProjectDatabase::Origin::Downloaded, content::projectSchema(), &error);
+    if (m_database)
+        return true;
+    QFile::remove(projectFile());
+    *failure = { 0, error };
+    return false;
+}
+
+void OpenProject::attach()
+{
+    synchronizer()->setProjectDatabase(m_database.get());
+    ids()->setProjectDatabase(m_database.get());
+    ids()->attachDatabase(m_database.get());
+}
+
+OpenProject::SaveResult OpenProject::save()
+{
+    KVXUser *user = registry()->loginManager()->currentUser();
+    SaveContribution contribution(*m_database, user ? user->email() : QString());
+    SaveResult result;
+    result.code = synchronizer()->saveProject(&contribution);
+    const bool accepted = result.code == KVXCWProjectData::Success
+        || result.code == KVXCWProjectData::CheckOutFailed;
+    result.version = synchronizer()->logVersion();
+    result.published = accepted && contribution.wasAsked();
+    if (!result.published) {
+        result.text = accepted
+            ? QStringLiteral("Nothing was published: the server could not be asked for the save "
+                             "lock. Your edits are kept; save again.")
+            : textOf(result.code);
+        if (!contribution.error().isEmpty())
+            result.text = contribution.error();
+        else if (result.code == KVXCWProjectData::MergeLogsFailed)
+            result.text += QLatin1Char(' ') + m_database->errorText();
+        return result;
+    }
+    if (!m_database->published(result.version))
+        result.text = m_database->errorText();
+    return result;
+}
+
+KVXCWProjectData::ErrorCode OpenProject::sync()
+{
+    return synchronizer()->syncLogs();
+}
+
+QString OpenProject::textOf(KVXCWProjectData::ErrorCode code)
+{
+    switch (code) {
+    case KVXCWProjectData::Success:
+        return QStringLiteral("Done.");
+    case KVXCWProjectData::GetLogVersionFailed:
+        return QStringLiteral("The server did not tell the project's version. Your edits are kept.");
+    case KVXCWProjectData::DownloadLogsFailed:
+        return QStringLiteral("A change log could not be downloaded. Your edits are kept.");
+    case KVXCWProjectData::MergeLogsFailed:
+        return QStringLiteral("A colleague's change could not be applied. Your edits are kept.");
+    case KVXCWProjectData::CheckOutFailed:
+        return QStringLiteral("The check-outs could not be read.");
+    case KVXCWProjectData::UploadFailed:
+        return QStringLiteral("The save could not be uploaded. Your edits are kept; save again.");
+    case KVXCWProjectData::SendToMergeFailed:
+        return QStringLiteral("The server did not accept the save. Your edits are kept; save again.");
+    case KVXCWProjectData::LockWaitExhausted:
+        return QStringLiteral("A colleague is still saving. Your edits are kept; save again later.");
+    case KVXCWProjectData::AdditionalInfoNotReady:
+        return QStringLiteral("The change log could not be written. Your edits are kept.");
+    case KVXCWProjectData::SaveCancelled:
+        return QStringLiteral("The save was cancelled. Your edits are kept.");
+    }
+    return QStringLiteral("The save failed (%1). Your edits are kept.").arg(static_cast<int>(code));
+}
+
+} // namespace kvx::host

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "KVXSQLite/KVXProjectDatabase.h"
+#include "content/BillStore.h"
+
+#include <KVXCollaboration/KVXCWProjectData.h>
+#include <QLockFile>
+#include <QString>
+#include <memory>
+
+class KVXCWIDManager;
+
+namespace kvx::host {
+
+/// A shared project that is open on this machine: the local copy, its edits and its saves.
+/// The copy lies in a folder of its own and stays there when the project is closed; edits that are
+/// not saved yet survive in it. Host thread.
+class OpenProject {
+public:
+    struct Failure {
+        int code = 0; ///< the server's status code where it refused, else 0
+        QString text;
+    };
+
+    /// What a save came to. An unreachable lock service counts as success for the plug-in, so
+    /// published tells the truth.
+    struct SaveResult {
+        KVXCWProjectData::ErrorCode code = KVXCWProjectData::Success;
+        bool published = false;
+        int version = -1;
+        QString text;
+    };
+
+    /// Creates the local file of a new project, fills it and uploads it as the base. The project
+    /// must have been created on the server and opened there.
+    static std::unique_ptr<OpenProject> createBase(const QString &name, const QString &guid,
+        const QString &folder, const content::Bill &bill, Failure *failure);
+    /// Opens the project on the server, then brings the local copy to the server's version.
+    static std::unique_ptr<OpenProject> open(const QString &name, const QString &guid,
+        const QString &folder, Failure *failure);
+    /// Closes the file. The project list must have closed the project before: its managers borrow
+    /// the database.
+    ~OpenProject();
+
+    const QString &guid() const { return m_guid; }
+    KVXProjectDatabase &database() { return *m_database; }
+    content::BillStore bill() const { return content::BillStore(m_database->connection()); }
+    KVXCWProjectData *synchronizer() const;
+    KVXCWIDManager *ids() const;
+
+    /// A number for a new row; -1 when there is none.
+    int newId();
+    SaveResult save();
+    KVXCWProjectData::ErrorCode sync();
+    /// Set by open when edits of a copy that could not be brought up to date were put aside.
+    const QString &notice() const { return m_notice; }
+
+    static QString textOf(KVXCWProjectData::ErrorCode code);
+
+private:
+    OpenProject(const QString &guid, const QString &folder);
+    bool lockFolder(Failure *failure);
+    bool openLocalCopy(Failure *failure);
+    bool catchUp(int version);
+    bool fetch(const QString &name, Failure *failure);
+    void attach();
+    QString projectFile() const;
+    bool putAside(QString *where) const;
+
+    QString m_guid;
+    QString m_folder;
+    QString m_notice;
+    std::unique_ptr<QLockFile> m_lock;
+    std::unique_ptr<KVXProjectDatabase> m_database;
+};
+
+} // namespace kvx::host
