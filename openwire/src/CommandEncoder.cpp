@@ -76,7 +76,9 @@ std::string encodeConnectionInfo(const ConnectionRequest &request, std::int32_t 
 {
     FrameWriter out = startCommand(ConnectionInfoType, commandId, true);
     writeId(out, request.connectionId);
-    out.string(request.clientId).string(request.password).string(request.userName);
+    out.string(request.clientId);
+    for (const auto &text : { request.password, request.userName }) // the password comes first
+        text ? out.string(*text) : out.null();
     out.null().boolean(false).boolean(false); // broker path, master connector, manageable
     if (version >= 2)
         out.boolean(true); // client master

@@ -92,8 +92,8 @@ Command decodeCommand(std::string_view frame, int version);
 struct ConnectionRequest {
     std::string connectionId;
     std::string clientId;
-    std::string userName;
-    std::string password;
+    std::optional<std::string> userName; // none and empty are different things to the broker
+    std::optional<std::string> password;
 };
 
 struct ConsumerRequest {

@@ -88,7 +88,12 @@ void ConnectionState::logIn()
         std::rethrow_exception(failure);
     if (m_loggedIn)
         return;
-    ConnectionRequest request { m_id, {}, m_credentials.userName, m_credentials.password };
+    ConnectionRequest request;
+    request.connectionId = m_id;
+    if (!m_credentials.userName.empty())
+        request.userName = m_credentials.userName;
+    if (!m_credentials.password.empty())
+        request.password = m_credentials.password;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_inUse = true;
