@@ -44,6 +44,22 @@ LinkCloser::~LinkCloser()
         m_thread.detach();
 }
 
+namespace {
+
+/// Waits for the listener that is running; the library may have given its thread up.
+void takeListenersAway(const BrokerLink &link)
+{
+    try {
+        link.connection->setExceptionListener(nullptr);
+        if (link.consumer)
+            link.consumer->setMessageListener(nullptr);
+    } catch (const std::exception &) {
+        // A library that refuses this after the close has waited for its threads there.
+    }
+}
+
+} // namespace
+
 void LinkCloser::run(const std::shared_ptr<State> &state, std::shared_ptr<BrokerLink> link)
 {
     try {
@@ -53,6 +69,7 @@ void LinkCloser::run(const std::shared_ptr<State> &state, std::shared_ptr<Broker
         state->failure = error.what();
     }
     state->reach(&State::closed);
+    takeListenersAway(*link);
     link->listener.gate().waitUntilEmpty();
     link.reset();
     state->reach(&State::finished);
