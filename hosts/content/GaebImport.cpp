@@ -48,7 +48,7 @@ void collectText(const pugi::xml_node &node, QString &text, int depth = 0)
         const bool paragraph = isNamed(part, "p") || isNamed(part, "br") || isNamed(part, "div")
             || isNamed(part, "li") || isNamed(part, "Text") || isNamed(part, "TextComplement");
         if (paragraph && !text.isEmpty() && !text.endsWith(QLatin1Char('\n')))
-            text += QLatin1Char('\n');
+            text = text.trimmed() + QLatin1Char('\n');
         else if (!text.isEmpty() && !text.endsWith(QLatin1Char('\n'))
             && !text.endsWith(QLatin1Char(' ')))
             text += QLatin1Char(' ');
