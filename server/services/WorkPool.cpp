@@ -10,6 +10,11 @@ WorkPool::WorkPool(int threads, std::size_t queueLimit) : m_queueLimit(queueLimi
 
 WorkPool::~WorkPool()
 {
+    stop();
+}
+
+void WorkPool::stop()
+{
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_ending = true;
@@ -17,13 +22,14 @@ WorkPool::~WorkPool()
     m_changed.notify_all();
     for (std::thread &thread : m_threads)
         thread.join();
+    m_threads.clear();
 }
 
 bool WorkPool::submit(std::function<void()> job)
 {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_jobs.size() >= m_queueLimit)
+        if (m_ending || m_jobs.size() >= m_queueLimit)
             return false;
         m_jobs.push_back(std::move(job));
     }

@@ -13,9 +13,12 @@ namespace kvx::server {
 class WorkPool {
 public:
     WorkPool(int threads, std::size_t queueLimit);
-    ~WorkPool(); ///< drops what is queued, waits for what runs
+    ~WorkPool();
 
-    /// False when the queue is full. The job lets no exception out.
+    /// Drops what is queued, waits for what runs; from then on nothing is taken.
+    void stop();
+
+    /// False when the queue is full or the pool has stopped. The job lets no exception out.
     bool submit(std::function<void()> job);
 
 private:

@@ -1,0 +1,247 @@
+#include "http/HttpServer.h"
+#include "base/Config.h"
+#include "base/Log.h"
+#include "http/Connection.h"
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/strand.hpp>
+#include <boost/asio/write.hpp>
+
+#include <algorithm>
+#include <csignal>
+#include <map>
+#include <mutex>
+#include <thread>
+
+namespace kvx::server {
+
+namespace asio = boost::asio;
+using Tcp = asio::ip::tcp;
+
+namespace {
+
+constexpr std::chrono::seconds longestStop { 20 };
+
+const std::string tooManyConnections
+    = "HTTP/1.1 429 Too Many Requests\r\nContent-Type: application/json\r\nContent-Length: 97\r\n"
+      "Connection: close\r\n\r\n{\"statuscode\":103,\"error\":\"Busy\",\"message\":\"Too many connections. "
+      "Please try again in a moment.\"}";
+
+} // namespace
+
+class HttpServer::Impl {
+public:
+    Impl(const Environment &environment, Dispatcher &dispatcher, ReadyCheck ready)
+        : m_config(environment.config)
+        , m_files(4)
+        , m_context { environment, dispatcher, std::move(ready), m_files, m_stopping }
+        , m_services(m_io)
+        , m_admin(m_io)
+        , m_signals(m_io)
+        , m_stopTimer(m_io)
+    {
+    }
+
+    ~Impl() { m_files.join(); }
+
+    static void bind(Tcp::acceptor &acceptor, const HostPort &address)
+    {
+        boost::system::error_code error;
+        const std::string host = address.host == "localhost" ? "127.0.0.1" : address.host;
+        const auto ip = asio::ip::make_address(host, error);
+        const Tcp::endpoint endpoint(ip, address.port);
+        if (!error)
+            acceptor.open(endpoint.protocol(), error);
+        if (!error)
+            acceptor.set_option(Tcp::acceptor::reuse_address(true), error);
+        if (!error)
+            acceptor.bind(endpoint, error);
+        if (!error)
+            acceptor.listen(asio::socket_base::max_listen_connections, error);
+        if (error)
+            throw ListenError(
+                address.host + ":" + std::to_string(address.port) + ": " + error.message());
+    }
+
+    void listen()
+    {
+        bind(m_services, m_config.listen);
+        bind(m_admin, m_config.adminListen);
+        std::signal(SIGPIPE, SIG_IGN);
+        m_signals.add(SIGTERM);
+        m_signals.add(SIGINT);
+    }
+
+    void run()
+    {
+        m_signals.async_wait([this](boost::system::error_code error, int) {
+            if (!error)
+                stop();
+        });
+        accept(m_services, Connection::Kind::Services);
+        accept(m_admin, Connection::Kind::Admin);
+        const auto cores = static_cast<int>(std::thread::hardware_concurrency());
+        const int count = m_config.threads > 0 ? m_config.threads : std::max(2, cores);
+        std::vector<std::thread> threads;
+        for (int i = 1; i < count; ++i)
+            threads.emplace_back([this] { m_io.run(); });
+        m_io.run();
+        for (std::thread &thread : threads)
+            thread.join();
+    }
+
+    Tcp::acceptor &services() { return m_services; }
+    Tcp::acceptor &admin() { return m_admin; }
+
+private:
+    void accept(Tcp::acceptor &acceptor, Connection::Kind kind)
+    {
+        acceptor.async_accept(asio::make_strand(m_io),
+            [this, &acceptor, kind](boost::system::error_code error, Tcp::socket socket) {
+                if (!acceptor.is_open())
+                    return;
+                if (!error) {
+                    take(std::move(socket), kind);
+                } else if (error != asio::error::connection_aborted) {
+                    // Out of descriptors: accepting at once again would only burn the processor.
+                    logLine(LogLevel::Warning, "connection not accepted", { { "cause", error.message() } });
+                    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                }
+                accept(acceptor, kind);
+            });
+    }
+
+    void take(Tcp::socket socket, Connection::Kind kind)
+    {
+        boost::system::error_code error;
+        const auto remote = socket.remote_endpoint(error);
+        if (error)
+            return;
+        const std::string peer = remote.address().to_string();
+        socket.set_option(Tcp::no_delay(true), error);
+        if (kind == Connection::Kind::Services && !admit(peer)) {
+            auto kept = std::make_shared<Tcp::socket>(std::move(socket));
+            asio::async_write(*kept, asio::buffer(tooManyConnections),
+                [kept](boost::system::error_code, std::size_t) {});
+            return;
+        }
+        const std::uint64_t id = ++m_lastId;
+        auto connection = std::make_shared<Connection>(std::move(socket), m_context, kind, peer, id,
+            [this, kind, peer, id] { forget(kind, peer, id); });
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_connections[id] = connection;
+        }
+        connection->start();
+    }
+
+    bool admit(const std::string &peer)
+    {
+        const auto &proxies = m_config.trustedProxies;
+        const bool proxy = std::find(proxies.begin(), proxies.end(), peer) != proxies.end();
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        int &ofPeer = m_perAddress[peer];
+        if (m_total >= m_config.connectionLimit || (!proxy && ofPeer >= m_config.perAddressLimit))
+            return false;
+        ++ofPeer;
+        ++m_total;
+        return true;
+    }
+
+    void forget(Connection::Kind kind, const std::string &peer, std::uint64_t id)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_connections.erase(id);
+        if (kind != Connection::Kind::Services)
+            return;
+        --m_total;
+        const auto ofPeer = m_perAddress.find(peer);
+        if (--ofPeer->second == 0)
+            m_perAddress.erase(ofPeer);
+    }
+
+    void stop()
+    {
+        logLine(LogLevel::Info, "stopping");
+        m_stopping = true;
+        boost::system::error_code ignored;
+        m_services.close(ignored);
+        m_admin.close(ignored);
+        m_context.dispatcher.drain();
+        std::vector<std::shared_ptr<Connection>> open;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            for (const auto &[id, connection] : m_connections) {
+                if (auto living = connection.lock())
+                    open.push_back(std::move(living));
+            }
+        }
+        for (const auto &connection : open)
+            connection->stop();
+        m_stopEnd = std::chrono::steady_clock::now() + longestStop;
+        waitForEnd();
+    }
+
+    void waitForEnd()
+    {
+        bool gone = false;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            gone = m_connections.empty();
+        }
+        if (gone || std::chrono::steady_clock::now() > m_stopEnd) {
+            m_io.stop();
+            return;
+        }
+        m_stopTimer.expires_after(std::chrono::milliseconds(20));
+        m_stopTimer.async_wait([this](boost::system::error_code) { waitForEnd(); });
+    }
+
+    const Config &m_config;
+    std::atomic<bool> m_stopping { false };
+    std::mutex m_mutex;
+    std::map<std::uint64_t, std::weak_ptr<Connection>> m_connections;
+    std::map<std::string, int> m_perAddress;
+    int m_total = 0;
+    std::atomic<std::uint64_t> m_lastId { 0 };
+    std::chrono::steady_clock::time_point m_stopEnd;
+
+    asio::io_context m_io;
+    asio::thread_pool m_files;
+    ConnectionContext m_context;
+    Tcp::acceptor m_services;
+    Tcp::acceptor m_admin;
+    asio::signal_set m_signals;
+    asio::steady_timer m_stopTimer;
+};
+
+HttpServer::HttpServer(const Environment &environment, Dispatcher &dispatcher, ReadyCheck ready)
+    : m_impl(std::make_unique<Impl>(environment, dispatcher, std::move(ready)))
+{
+}
+
+HttpServer::~HttpServer() = default;
+
+void HttpServer::listen()
+{
+    m_impl->listen();
+}
+
+std::uint16_t HttpServer::port() const
+{
+    return m_impl->services().local_endpoint().port();
+}
+
+std::uint16_t HttpServer::adminPort() const
+{
+    return m_impl->admin().local_endpoint().port();
+}
+
+void HttpServer::run()
+{
+    m_impl->run();
+}
+
+} // namespace kvx::server

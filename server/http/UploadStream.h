@@ -1,0 +1,57 @@
+#pragma once
+
+#include "base/Digest.h"
+#include "http/Multipart.h"
+#include "services/StatusCode.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace kvx::server {
+
+class ReceivedFile;
+struct Config;
+
+/// Why an upload ended early, as the client is told.
+class UploadError : public std::runtime_error {
+public:
+    UploadError(StatusCode code, int httpStatus, const std::string &argument)
+        : std::runtime_error(argument), code(code), httpStatus(httpStatus) {}
+    const StatusCode code;
+    const int httpStatus;
+};
+
+/// An upload on its way to disk: the form is taken apart, digests run along, nothing is kept in
+/// memory. Used by one thread at a time; its calls block on the disk. All throw UploadError.
+class UploadStream {
+public:
+    UploadStream(const Config &config, std::string_view boundary);
+    ~UploadStream(); ///< removes what was not finished
+
+    enum class Progress { More, RequestReady, Complete };
+    /// With bytes: what came from the peer. After RequestReady, call `open` and then again without bytes.
+    Progress feed(std::string_view bytes);
+
+    const std::string &request() const { return m_reader.request(); }
+
+    /// Makes the temporary file. `announced` is the length of the whole form, 0 when unknown.
+    void open(std::int64_t announced);
+
+    /// Syncs the file to disk.
+    std::shared_ptr<const ReceivedFile> finish();
+
+private:
+    void write(std::string_view bytes);
+
+    const Config &m_config;
+    MultipartReader m_reader;
+    Digest m_sha256;
+    Digest m_md5;
+    std::string m_path;
+    int m_file = -1;
+    std::int64_t m_size = 0;
+};
+
+} // namespace kvx::server
