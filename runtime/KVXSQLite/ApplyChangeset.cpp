@@ -38,27 +38,37 @@ bool sameValue(sqlite3_value *a, sqlite3_value *b)
     }
 }
 
-bool isAlreadyThere(int conflict, sqlite3_changeset_iter *change)
+/// How much of a change the row at hand holds already. Partly: every column that the change names
+/// has either its old or its new value, so making the change overwrites nothing.
+enum class Present { No, Partly, Wholly };
+
+Present presenceOf(int conflict, sqlite3_changeset_iter *change)
 {
     const char *table = nullptr;
     int columns = 0;
     int operation = 0;
     if (sqlite3changeset_op(change, &table, &columns, &operation, nullptr) != SQLITE_OK)
-        return false;
+        return Present::No;
     if (operation == SQLITE_DELETE)
-        return conflict == SQLITE_CHANGESET_NOTFOUND;
+        return conflict == SQLITE_CHANGESET_NOTFOUND ? Present::Wholly : Present::No;
     if (conflict != SQLITE_CHANGESET_DATA && conflict != SQLITE_CHANGESET_CONFLICT)
-        return false;
+        return Present::No;
+    Present result = Present::Wholly;
     for (int i = 0; i < columns; ++i) {
         sqlite3_value *wanted = nullptr;
         sqlite3_value *present = nullptr;
         if (sqlite3changeset_new(change, i, &wanted) != SQLITE_OK
             || sqlite3changeset_conflict(change, i, &present) != SQLITE_OK)
-            return false;
-        if (wanted && !sameValue(wanted, present))
-            return false;
+            return Present::No;
+        if (!wanted || sameValue(wanted, present))
+            continue;
+        sqlite3_value *before = nullptr;
+        if (operation != SQLITE_UPDATE || sqlite3changeset_old(change, i, &before) != SQLITE_OK
+            || !before || !sameValue(before, present))
+            return Present::No;
+        result = Present::Partly;
     }
-    return true;
+    return result;
 }
 
 std::string keyText(sqlite3_changeset_iter *change, int columns, int operation)
@@ -109,8 +119,13 @@ std::string misfitText(int conflict, sqlite3_changeset_iter *change)
 int onConflict(void *context, int conflict, sqlite3_changeset_iter *change)
 {
     auto *application = static_cast<Application *>(context);
+    const Present present = presenceOf(conflict, change);
+    if (present != Present::No)
+        ++application->applied.alreadyThere;
+    if (present == Present::Partly)
+        return SQLITE_CHANGESET_REPLACE;
     Fit fit = Fit::Abort;
-    if (isAlreadyThere(conflict, change))
+    if (present == Present::Wholly)
         fit = Fit::Skip;
     else if (application->rule)
         fit = application->rule(conflict, change);
@@ -142,9 +157,7 @@ Status applyChangeset(Connection &connection, const Bytes &changeset, std::size_
     if (code != SQLITE_OK) {
         if (applied->misfit)
             return { Failure::Clash, applied->firstMisfit };
-        Status failed = connection.error("applying changes");
-        failed.text = std::string("applying changes: ") + sqlite3_errstr(code);
-        return failed;
+        return Connection::error("applying changes", code);
     }
     // A full disk or an I/O error can end the outer transaction without an error code here.
     if (!connection.inTransaction())

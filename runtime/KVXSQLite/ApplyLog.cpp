@@ -131,7 +131,7 @@ Status ApplyLog::applyOthers(const CommandFile &log, const QString &projectFile,
         return {};
     }
     // Nothing met the pending edits: they still count from the content without them.
-    if (status.ok() && applied.skipped == 0)
+    if (status.ok() && applied.alreadyThere == 0)
         return {};
 
     status = m_connection.exec("ROLLBACK TO kvx_log", "applying a change log");

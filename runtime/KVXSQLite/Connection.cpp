@@ -114,6 +114,11 @@ Status Connection::error(const std::string &doing) const
     return { failureOf(code), doing + ": " + text };
 }
 
+Status Connection::error(const std::string &doing, int code)
+{
+    return { failureOf(code), doing + ": " + sqlite3_errstr(code) };
+}
+
 Status Connection::begin()
 {
     // IMMEDIATE: only at the start of a transaction does the busy time-out apply.

@@ -34,6 +34,8 @@ public:
     Statement &kept(const char *sql);
     /// The last failure of this connection as a status.
     Status error(const std::string &doing) const;
+    /// The same for a result code of a function that leaves none at the connection.
+    static Status error(const std::string &doing, int code);
 
     Status begin();
     Status commit();

@@ -142,7 +142,9 @@ bool EditSession::allows(int action, const char *first, const char *second)
     case SQLITE_INSERT:
     case SQLITE_UPDATE:
     case SQLITE_DELETE:
-        if (isReservedTable(first))
+        if (sqlite3_strnicmp(first, "sqlite_", 7) == 0)
+            m_refused = "change the schema";
+        else if (isReservedTable(first))
             m_refused = std::string("write to ") + first;
         else if (m_mode != Mode::Edit)
             m_refused = "write outside of edit()";
