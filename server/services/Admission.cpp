@@ -45,7 +45,8 @@ std::optional<Reply> Dispatcher::admit(Db &db, Exchange &exchange, Call &call, b
         if (hasRule(rules, Administrator) && !call.m_caller->rights.administrator)
             return Reply::refused(StatusCode::NotAllowed);
     }
-    if (hasRule(rules, Writes) && !hasRule(rules, InMaintenance) && metaValue(db, "read_only") == "1")
+    if (exchange.service->writes(call.request()) && !hasRule(rules, InMaintenance)
+        && metaValue(db, "read_only") == "1")
         return Reply::refused(StatusCode::ReadOnly);
     if (hasRule(rules, ProjectReader))
         return admitToProject(rules, exchange, call);

@@ -1,16 +1,36 @@
 #include "services/ServiceTable.h"
 
+#include "services/Files.h"
+#include "services/Groups.h"
+#include "services/IdBlocks.h"
+#include "services/Items.h"
+#include "services/LogLock.h"
 #include "services/Login.h"
+#include "services/OpenClose.h"
+#include "services/Permissions.h"
+#include "services/ProjectCommands.h"
+#include "services/ProjectCreation.h"
+#include "services/ProjectList.h"
 #include "services/Roles.h"
+#include "services/Save.h"
 #include "services/ServerInfo.h"
 #include "services/Users.h"
 
 namespace kvx::server {
 
+bool Service::writes(const Request &request) const
+{
+    return hasRule(rules, Writes) && !(onlyReads && onlyReads(request));
+}
+
 const std::vector<Endpoint> &allEndpoints()
 {
     static const std::vector<Endpoint> endpoints = {
-        { "/kvx/service", { &loginServices, &userServices, &roleServices } },
+        { "/kvx/service",
+            { &loginServices, &userServices, &roleServices, &projectListServices,
+                &projectCreationServices, &projectCommandServices, &permissionServices, &groupServices,
+                &openCloseServices, &logLockServices, &saveServices, &fileServices, &itemServices,
+                &idBlockServices } },
         { "/kvx/v2/api/server", { &serverInfoServices }, "server" },
     };
     return endpoints;

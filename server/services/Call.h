@@ -17,6 +17,10 @@ namespace kvx::server {
 
 struct Config;
 class Db;
+struct ServiceMemory;
+
+/// The caches of a server that starts.
+std::shared_ptr<ServiceMemory> makeServiceMemory();
 
 /// What lives as long as the server and every handler may use.
 struct Environment {
@@ -24,6 +28,8 @@ struct Environment {
     const Clock &clock;
     std::string epoch; ///< UUID, new after every restore
     std::int64_t processId = 0;
+    /// Caches and waiting places; losing them costs time, never truth.
+    std::shared_ptr<ServiceMemory> memory = makeServiceMemory();
 };
 
 /// The user of the session that a request came with.
@@ -61,6 +67,7 @@ public:
 
     const Environment &environment() const { return m_environment; }
     const Config &config() const { return m_environment.config; }
+    ServiceMemory &memory() const { return *m_environment.memory; }
     const Request &request() const { return m_request; }
     Db &db() { return m_db; }
     Time now() const { return m_now; }

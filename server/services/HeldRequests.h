@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -42,12 +43,13 @@ public:
         return m_next++;
     }
 
-    void hold(const std::string &key, std::uint64_t number,
+    /// The place comes before the number: requests with equal places stand in order of their numbers.
+    void hold(const std::string &key, std::uint64_t place, std::uint64_t number,
         std::chrono::steady_clock::time_point until, Item item)
     {
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
-            m_entries[{ key, number }] = { m_released ? std::chrono::steady_clock::now() : until,
+            m_entries[{ key, place, number }] = { m_released ? std::chrono::steady_clock::now() : until,
                 std::move(item) };
         }
         m_changed.notify_all();
@@ -58,8 +60,8 @@ public:
     {
         std::vector<Item> taken;
         const std::lock_guard<std::mutex> lock(m_mutex);
-        auto entry = m_entries.lower_bound({ key, 0 });
-        while (entry != m_entries.end() && entry->first.first == key) {
+        auto entry = m_entries.lower_bound({ key, 0, 0 });
+        while (entry != m_entries.end() && std::get<0>(entry->first) == key) {
             taken.push_back(std::move(entry->second.item));
             entry = m_entries.erase(entry);
         }
@@ -110,7 +112,7 @@ private:
     const std::function<void(Item)> m_overdue;
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::map<std::pair<std::string, std::uint64_t>, Entry> m_entries;
+    std::map<std::tuple<std::string, std::uint64_t, std::uint64_t>, Entry> m_entries;
     std::uint64_t m_next = 1;
     bool m_released = false;
     bool m_ending = false;

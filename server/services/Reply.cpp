@@ -9,11 +9,12 @@ Reply Reply::file(FileBody body)
     return reply;
 }
 
-Reply Reply::held(std::string key, std::int64_t patience)
+Reply Reply::held(std::string key, std::int64_t patience, std::uint64_t place)
 {
     Reply reply = ok();
     reply.m_heldKey = std::move(key);
     reply.m_patience = patience;
+    reply.m_place = place;
     return reply;
 }
 

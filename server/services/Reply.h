@@ -42,7 +42,8 @@ public:
     /// `Call::wakeHeld(key)`; requests held under one key run again in the order in which they first
     /// asked, before any request that came meanwhile. After `patience` milliseconds since the first
     /// call it is called once more with `Call::patienceOver()` true, and must answer.
-    static Reply held(std::string key, std::int64_t patience);
+    /// `place` comes before that order: a request with a lower one runs earlier.
+    static Reply held(std::string key, std::int64_t patience, std::uint64_t place = 0);
 
     /// Work that takes long and needs no database (a password hash, looking into an archive). It runs
     /// on a pool of its own; what it returns is then called as the handler, in a new transaction.
@@ -68,6 +69,7 @@ public:
     const FileBody *fileBody() const { return m_file.get(); }
     const std::string &heldKey() const { return m_heldKey; }
     std::int64_t patience() const { return m_patience; }
+    std::uint64_t place() const { return m_place; }
     const Work &work() const { return m_work; }
     Pool pool() const { return m_pool; }
 
@@ -96,6 +98,7 @@ private:
     std::shared_ptr<std::string> m_cookie;
     std::string m_heldKey;
     std::int64_t m_patience = 0;
+    std::uint64_t m_place = 0;
     Work m_work;
     Pool m_pool = Pool::Files;
     int m_httpStatus = 0;

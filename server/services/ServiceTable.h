@@ -51,6 +51,10 @@ struct Service {
     /// before the file is read; a refusal there spares the client the transfer. The handler runs when
     /// the file is on disk.
     ServiceHandler beforeUpload = nullptr;
+    /// Set where some requests of a writing service only read: these run like a reading service.
+    bool (*onlyReads)(const Request &) = nullptr;
+
+    bool writes(const Request &request) const;
 };
 
 using ServiceTable = std::vector<Service>;

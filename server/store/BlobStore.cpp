@@ -32,19 +32,11 @@ void syncFolder(const std::string &folder)
 
 void makeFolder(const std::string &folder)
 {
-    if (::mkdir(folder.c_str(), 0700) == 0)
-        syncFolder(std::filesystem::path(folder).parent_path().string());
-    else if (errno != EEXIST)
+    if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
         fail(folder);
 }
 
 } // namespace
-
-BlobStore::BlobStore(std::string dataFolder) : m_folder(std::move(dataFolder))
-{
-    makeFolder(m_folder + "/blobs");
-    makeFolder(m_folder + "/tmp");
-}
 
 std::string BlobStore::path(const std::string &sha256) const
 {
@@ -54,16 +46,19 @@ std::string BlobStore::path(const std::string &sha256) const
 void BlobStore::place(const std::string &from, const std::string &sha256) const
 {
     const std::string target = path(sha256);
-    const std::string folder = std::filesystem::path(target).parent_path().string();
-    makeFolder(std::filesystem::path(folder).parent_path().string());
-    makeFolder(folder);
+    const std::filesystem::path inner = std::filesystem::path(target).parent_path();
+    const std::filesystem::path outer = inner.parent_path();
+    makeFolder(outer.parent_path().string());
+    makeFolder(outer.string());
+    makeFolder(inner.string());
     if (::link(from.c_str(), target.c_str()) != 0) {
         if (errno != EEXIST)
             fail(target);
         ::utimensat(AT_FDCWD, target.c_str(), nullptr, 0);
-        // Whoever linked it may not have come to the next line yet.
     }
-    syncFolder(folder);
+    // Always: whoever made the folder or linked the same bytes a moment ago may not be here yet.
+    for (const auto &folder : { inner, outer, outer.parent_path() })
+        syncFolder(folder.string());
 }
 
 void BlobStore::record(Db &db, const std::string &from, const std::string &sha256,
@@ -76,10 +71,19 @@ void BlobStore::record(Db &db, const std::string &from, const std::string &sha25
         { { "sha256", sha256 }, { "size", size }, { "now", now } });
 }
 
+std::int64_t BlobStore::size(Db &db, const std::string &sha256)
+{
+    const auto size = db.value<std::int64_t>(
+        "SELECT size FROM blob WHERE sha256 = :sha256", { { "sha256", sha256 } });
+    if (!size)
+        throw DbError(DbError::Kind::Other, "there is no blob " + sha256);
+    return *size;
+}
+
 void BlobStore::clearTemporaries() const
 {
     std::error_code ignored;
-    for (const auto &entry : std::filesystem::directory_iterator(temporaryFolder(), ignored))
+    for (const auto &entry : std::filesystem::directory_iterator(m_folder + "/tmp", ignored))
         std::filesystem::remove_all(entry.path(), ignored);
 }
 

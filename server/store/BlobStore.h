@@ -14,20 +14,19 @@ class Db;
 /// the folder.
 class BlobStore {
 public:
-    /// `dataFolder` is the server's data folder. Makes `blobs/` and `tmp/` where they are missing.
-    /// Throws std::system_error.
-    explicit BlobStore(std::string dataFolder);
+    /// `dataFolder` is the server's data folder.
+    explicit BlobStore(std::string dataFolder) : m_folder(std::move(dataFolder)) {}
 
     std::string path(const std::string &sha256) const;
-    /// A folder on the same file system, for files that are still being received.
-    std::string temporaryFolder() const { return m_folder + "/tmp"; }
-
     /// Links the file at `from`, whole and synced, to the name of its digest and syncs the folder.
     /// A blob that is there already is kept, and is young again for the sweep. Throws std::system_error.
     void place(const std::string &from, const std::string &sha256) const;
     /// The row that other rows refer to, in the caller's transaction; places the blob again if it
     /// was swept since.
     void record(Db &db, const std::string &from, const std::string &sha256, std::int64_t size, Time now) const;
+
+    /// The recorded size; throws DbError for a blob without a row.
+    static std::int64_t size(Db &db, const std::string &sha256);
 
     /// Removes every file in `tmp/`: what an earlier run left half received.
     void clearTemporaries() const;

@@ -126,10 +126,9 @@ void ItemStore::checkInProject(std::int64_t projectId, Time now)
         { { "now", now }, { "sequence", nextSequence() }, { "project", projectId } });
 }
 
-bool ItemStore::hasCheckOuts(std::int64_t projectId, std::int64_t userId)
+bool ItemStore::everHeld(std::int64_t projectId, std::int64_t userId)
 {
-    return m_db.value<I>("SELECT 1 FROM item WHERE project_id = :project AND user_id = :user"
-                         " AND state = 1 LIMIT 1",
+    return m_db.value<I>("SELECT 1 FROM item WHERE project_id = :project AND user_id = :user LIMIT 1",
         { { "project", projectId }, { "user", userId } }).has_value();
 }
 

@@ -43,7 +43,8 @@ public:
     std::vector<std::int64_t> checkInAll(std::int64_t projectId, std::int64_t userId, Time now);
     /// Frees everything in the project.
     void checkInProject(std::int64_t projectId, Time now);
-    bool hasCheckOuts(std::int64_t projectId, std::int64_t userId);
+    /// Whether the user has, or was the last who had, any item there.
+    bool everHeld(std::int64_t projectId, std::int64_t userId);
 
     struct CheckedOut {
         std::int64_t module;

@@ -1,4 +1,5 @@
 #include "store/LogStore.h"
+#include "base/Digest.h"
 #include "store/Db.h"
 #include "store/StageStore.h"
 
@@ -57,11 +58,11 @@ bool LogStore::publish(const Publication &p)
                 { "id", p.projectId }, { "before", p.version - 1 }, { "session", p.sessionId },
                 { "generation", p.generation } }) != 1)
         return false;
-    m_db.run("INSERT INTO project_log (project_id, version, blob, size, user_id, session_id, lock_gen,"
+    m_db.run("INSERT INTO project_log (project_id, version, blob, md5, size, user_id, session_id, lock_gen,"
              " device, at, amount, file_blob, file_digest, chain)"
-             " SELECT id, log_version, :blob, :size, :user, :session, :generation, :device, :now,"
+             " SELECT id, log_version, :blob, :md5, :size, :user, :session, :generation, :device, :now,"
              " amount, file_blob, file_blob, chain FROM project WHERE id = :id",
-        { { "blob", p.logBlob }, { "size", p.logSize }, { "user", p.userId },
+        { { "blob", p.logBlob }, { "md5", p.logMd5 }, { "size", p.logSize }, { "user", p.userId },
             { "session", p.sessionId }, { "generation", p.generation }, { "device", p.device },
             { "now", p.now }, { "id", p.projectId } });
     return true;
@@ -81,15 +82,24 @@ void LogStore::forgetFiles(std::int64_t projectId, std::int64_t version)
         { { "id", projectId }, { "version", version }, { "floor", version - 8 } });
 }
 
+std::string chainDigest(const ChainLink &link)
+{
+    const std::string separator = "\n";
+    return sha256(link.before + separator + link.guid + separator + std::to_string(link.version)
+        + separator + link.logDigest + separator + link.fileDigest + separator
+        + std::to_string(link.userId) + separator + std::to_string(link.at));
+}
+
 std::optional<LogStore::Log> LogStore::log(std::int64_t projectId, std::int64_t version)
 {
     std::optional<Log> found;
-    m_db.each<std::string, I, I, I, std::string, I>(
-        "SELECT blob, size, session_id, lock_gen, chain, at FROM project_log"
+    m_db.each<std::string, std::string, I, I, I, std::string, I>(
+        "SELECT blob, md5, size, session_id, lock_gen, chain, at FROM project_log"
         " WHERE project_id = :id AND version = :version",
         { { "id", projectId }, { "version", version } },
-        [&found](std::string blob, I size, I session, I generation, std::string chain, I at) {
-            found = Log { std::move(blob), size, session, generation, std::move(chain), at };
+        [&found](std::string blob, std::string md5, I size, I session, I generation,
+            std::string chain, I at) {
+            found = Log { std::move(blob), std::move(md5), size, session, generation, std::move(chain), at };
         });
     return found;
 }

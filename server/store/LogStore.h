@@ -10,6 +10,20 @@ namespace kvx::server {
 
 class Db;
 
+/// What a version adds to its project's chain of digests.
+struct ChainLink {
+    std::string before; ///< the chain digest of the version before, empty for version 0
+    std::string guid; ///< as given at the project's creation
+    std::int64_t version = 0;
+    std::string logDigest, fileDigest; ///< SHA-256
+    std::int64_t userId = 0;
+    Time at = 0;
+};
+
+/// SHA-256 over the link's members in the order above, as text with line feeds between: whoever
+/// alters an earlier version has to alter every later one.
+std::string chainDigest(const ChainLink &link);
+
 /// The log lock of the projects and their published change logs. Every change of the lock or the
 /// version is one statement that names the state it starts from and touches one row or none.
 class LogStore {
@@ -33,7 +47,7 @@ public:
         std::int64_t version = 0; ///< the new one
         std::int64_t sessionId = 0, userId = 0, generation = 0;
         std::string device;
-        std::string logBlob, fileBlob, fileMd5;
+        std::string logBlob, logMd5, fileBlob, fileMd5;
         std::int64_t logSize = 0;
         std::optional<std::string> amount; ///< nothing keeps the present one
         std::string chain;
@@ -49,6 +63,7 @@ public:
 
     struct Log {
         std::string blob;
+        std::string md5;
         std::int64_t size = 0;
         std::int64_t sessionId = 0, generation = 0;
         std::string chain;

@@ -53,9 +53,14 @@ void OpenStore::closeAll(std::int64_t projectId, std::int64_t userId)
         { { "project", projectId }, { "user", userId } });
 }
 
-void OpenStore::closeProject(std::int64_t projectId)
+void OpenStore::closeEverywhere(std::int64_t projectId)
 {
     m_db.run("DELETE FROM project_open WHERE project_id = :project", { { "project", projectId } });
+}
+
+std::optional<Time> OpenStore::lastSeen(std::int64_t sessionId)
+{
+    return m_db.value<Time>("SELECT last_seen FROM session WHERE id = :id", { { "id", sessionId } });
 }
 
 } // namespace kvx::server

@@ -24,6 +24,9 @@ public:
     /// Where the user has the project open; nothing when nowhere or in a session that has ended.
     std::optional<Open> of(std::int64_t projectId, std::int64_t userId);
 
+    /// A request of that session came at this time last; nothing when it has ended.
+    std::optional<Time> lastSeen(std::int64_t sessionId);
+
     struct Editor {
         std::int64_t userId = 0;
         std::string name;
@@ -37,7 +40,7 @@ public:
     /// False when the session did not have it open.
     bool close(std::int64_t projectId, std::int64_t userId, std::int64_t sessionId);
     void closeAll(std::int64_t projectId, std::int64_t userId);
-    void closeProject(std::int64_t projectId);
+    void closeEverywhere(std::int64_t projectId);
 
 private:
     Db &m_db;

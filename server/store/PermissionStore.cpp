@@ -32,6 +32,21 @@ std::vector<StoredLevels> PermissionStore::of(std::int64_t projectId)
     return found;
 }
 
+std::vector<PermissionStore::InProject> PermissionStore::all()
+{
+    std::vector<InProject> found;
+    m_db.each<I, I, std::string, std::string, int, int, int, int>(
+        "SELECT p.project_id, u.id, u.name, u.email, p.rw, p.money, p.addendum, p.report"
+        " FROM project_permission p JOIN users u ON u.id = p.user_id ORDER BY p.project_id, u.name, u.email",
+        {},
+        [&found](I project, I id, std::string name, std::string email, int rw, int money, int addendum,
+            int report) {
+            found.push_back({ project,
+                { id, std::move(name), std::move(email), { rw, money, addendum, report } } });
+        });
+    return found;
+}
+
 std::vector<PermissionStore::OfUser> PermissionStore::ofUser(std::int64_t userId)
 {
     std::vector<OfUser> found;
@@ -41,6 +56,20 @@ std::vector<PermissionStore::OfUser> PermissionStore::ofUser(std::int64_t userId
         { { "user", userId } },
         [&found](I project, int rw, int money, int addendum, int report) {
             found.push_back({ project, { rw, money, addendum, report } });
+        });
+    return found;
+}
+
+std::vector<PermissionStore::WithRole> PermissionStore::usersWithRole()
+{
+    std::vector<WithRole> found;
+    m_db.each<I, std::string, std::string, I, std::optional<I>>(
+        "SELECT u.id, u.name, u.email, r.id, u.last_login FROM role_user ru"
+        " JOIN users u ON u.id = ru.user_id JOIN role r ON r.id = ru.role_id"
+        " WHERE u.disabled = 0 ORDER BY u.name, u.email, u.id, r.position", {},
+        [&found](I user, std::string name, std::string email, I role, std::optional<I> login) {
+            if (found.empty() || found.back().userId != user)
+                found.push_back({ user, std::move(name), std::move(email), role, login });
         });
     return found;
 }

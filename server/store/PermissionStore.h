@@ -42,6 +42,22 @@ public:
     /// All rows of the user, by project.
     std::vector<OfUser> ofUser(std::int64_t userId);
 
+    struct WithRole {
+        std::int64_t userId = 0;
+        std::string name;
+        std::string email;
+        std::int64_t roleId = 0; ///< the first in order: the one that counts
+        std::optional<std::int64_t> lastLogin;
+    };
+    /// All rows, by project and name.
+    struct InProject {
+        std::int64_t projectId;
+        StoredLevels stored;
+    };
+    std::vector<InProject> all();
+    /// Every enabled user who has a role, by name.
+    std::vector<WithRole> usersWithRole();
+
     void set(std::int64_t projectId, std::int64_t userId, const Levels &levels);
     void clear(std::int64_t projectId, std::int64_t userId);
     /// Copies the rows with a granted "Addendum" to another project, except those it has already.

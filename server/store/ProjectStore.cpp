@@ -49,6 +49,64 @@ std::optional<Project> ProjectStore::find(std::int64_t id)
         " FROM project WHERE id = :key", id);
 }
 
+namespace {
+
+template <class Act> void eachShown(Db &db, const char *sql, DbParams params, Act act)
+{
+    db.each<I, T, T, T, I, I, I, I, T, I, I, T, I, T, T, T, T, T>(sql, params,
+        [&act](I id, T guid, T name, T kind, I creator, I created, I modified, I version, T amount,
+            I state, I bid, T addendumOf, I revision, T creatorName, T creatorEmail, T editorName,
+            T editorEmail, T info) {
+            ProjectStore::Shown shown;
+            Project &project = shown.project;
+            project.id = id;
+            project.guid = std::move(guid);
+            project.name = std::move(name);
+            project.kind = std::move(kind);
+            project.creatorId = creator;
+            project.created = created;
+            project.modified = modified;
+            project.logVersion = version;
+            project.amount = std::move(amount);
+            project.state = state;
+            project.bidStatus = bid;
+            project.addendumOf = std::move(addendumOf);
+            project.revision = revision;
+            shown.creatorName = std::move(creatorName);
+            shown.creatorEmail = std::move(creatorEmail);
+            shown.editorName = std::move(editorName);
+            shown.editorEmail = std::move(editorEmail);
+            shown.info = std::move(info);
+            act(std::move(shown));
+        });
+}
+
+} // namespace
+
+std::optional<ProjectStore::Shown> ProjectStore::shown(std::int64_t id)
+{
+    std::optional<Shown> found;
+    eachShown(m_db,
+        "SELECT p.id, p.guid, p.name, p.kind, p.creator_id, p.created, p.modified, p.log_version,"
+        " p.amount, p.state, p.bid_status, p.addendum_of, p.revision, c.name, c.email, e.name, e.email,"
+        " p.info FROM project p JOIN users c ON c.id = p.creator_id JOIN users e ON e.id = p.editor_id"
+        " WHERE p.id = :id",
+        { { "id", id } }, [&found](Shown shown) { found = std::move(shown); });
+    return found;
+}
+
+std::vector<ProjectStore::Shown> ProjectStore::allShown()
+{
+    std::vector<Shown> found;
+    eachShown(m_db,
+        "SELECT p.id, p.guid, p.name, p.kind, p.creator_id, p.created, p.modified, p.log_version,"
+        " p.amount, p.state, p.bid_status, p.addendum_of, p.revision, c.name, c.email, e.name, e.email,"
+        " p.info FROM project p JOIN users c ON c.id = p.creator_id JOIN users e ON e.id = p.editor_id"
+        " WHERE p.removed_at IS NULL ORDER BY p.id",
+        {}, [&found](Shown shown) { found.push_back(std::move(shown)); });
+    return found;
+}
+
 bool ProjectStore::isNameTaken(std::string_view name)
 {
     return m_db.value<I>("SELECT id FROM project WHERE live_name_key = :key",
@@ -117,25 +175,29 @@ void ProjectStore::setInfo(std::int64_t id, std::string_view info)
     m_db.run("UPDATE project SET info = :info WHERE id = :id", { { "info", info }, { "id", id } });
 }
 
-std::int64_t ProjectStore::raiseRevision(std::int64_t id)
+void ProjectStore::setProjectLock(std::int64_t id, std::int64_t sessionId, std::int64_t userId)
 {
-    const auto revision = m_db.value<I>(
-        "UPDATE project SET revision = revision + 1 WHERE id = :id RETURNING revision", { { "id", id } });
-    if (!revision)
-        throw DbError(DbError::Kind::Other, "project " + std::to_string(id) + " is gone");
-    return *revision;
-}
-
-bool ProjectStore::takeProjectLock(std::int64_t id, std::int64_t sessionId, std::int64_t userId)
-{
-    return m_db.run("UPDATE project SET plock_session = :session, plock_user = :user WHERE id = :id"
-                    " AND (plock_user IS NULL OR plock_user = :own)",
-        { { "session", sessionId }, { "user", userId }, { "id", id }, { "own", userId } }) == 1;
+    m_db.run("UPDATE project SET plock_session = :session, plock_user = :user WHERE id = :id",
+        { { "session", sessionId }, { "user", userId }, { "id", id } });
 }
 
 void ProjectStore::freeProjectLock(std::int64_t id)
 {
     m_db.run("UPDATE project SET plock_session = NULL, plock_user = NULL WHERE id = :id", { { "id", id } });
+}
+
+void ProjectStore::freeProjectLockOfSession(std::int64_t id, std::int64_t sessionId)
+{
+    m_db.run("UPDATE project SET plock_session = NULL, plock_user = NULL"
+             " WHERE id = :id AND plock_session = :session",
+        { { "id", id }, { "session", sessionId } });
+}
+
+void ProjectStore::freeProjectLockOfUser(std::int64_t id, std::int64_t userId)
+{
+    m_db.run("UPDATE project SET plock_session = NULL, plock_user = NULL"
+             " WHERE id = :id AND plock_user = :user",
+        { { "id", id }, { "user", userId } });
 }
 
 std::int64_t ProjectStore::nextNameNumber()

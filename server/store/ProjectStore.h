@@ -44,8 +44,8 @@ struct Project {
     bool isRemoved() const { return removedAt.has_value(); }
 };
 
-/// The projects. Every change is part of the caller's writing transaction and raises the revision
-/// where others hear of it; the revision is also the order of the announcements.
+/// The projects. Every change is part of the caller's writing transaction. The revision is raised
+/// by the announcement that follows each change of what a record shows.
 class ProjectStore {
 public:
     explicit ProjectStore(Db &db) : m_db(db) {}
@@ -53,6 +53,15 @@ public:
     /// By GUID without regard to case; removed projects too.
     std::optional<Project> find(std::string_view guid);
     std::optional<Project> find(std::int64_t id);
+
+    /// What a project's record shows: the row with the people's names, and the additional information.
+    struct Shown {
+        Project project;
+        std::string creatorName, creatorEmail, editorName, editorEmail, info;
+    };
+    std::optional<Shown> shown(std::int64_t id);
+    /// The same for all living projects, in order of creation.
+    std::vector<Shown> allShown();
     /// By name without regard to case, living projects only.
     bool isNameTaken(std::string_view name);
 
@@ -86,12 +95,11 @@ public:
     std::string info(std::int64_t id);
     void setInfo(std::int64_t id, std::string_view info);
 
-    /// A new number for an announcement about the project; the record's cached text ends with it.
-    std::int64_t raiseRevision(std::int64_t id);
-
-    /// The project's lock: who alone may change it. False when another session holds it.
-    bool takeProjectLock(std::int64_t id, std::int64_t sessionId, std::int64_t userId);
+    /// The project's lock: who alone may change it.
+    void setProjectLock(std::int64_t id, std::int64_t sessionId, std::int64_t userId);
     void freeProjectLock(std::int64_t id);
+    void freeProjectLockOfSession(std::int64_t id, std::int64_t sessionId);
+    void freeProjectLockOfUser(std::int64_t id, std::int64_t userId);
 
     /// The next number for a generated project name; never the same twice.
     std::int64_t nextNameNumber();

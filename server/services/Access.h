@@ -1,0 +1,46 @@
+#pragma once
+
+#include "services/Call.h"
+#include "services/Reply.h"
+
+#include <optional>
+#include <string>
+
+namespace kvx::server {
+
+/// The five kinds and those of `projects.kinds`.
+bool isProjectKind(const Config &config, const std::string &kind);
+
+/// Whether the caller's role lets him create projects, and groups, of a kind.
+bool mayCreate(const Call &call, const std::string &kind);
+
+/// The level of any user in a living project: the higher of stored and by role; -1 is none.
+int levelOf(Db &db, std::int64_t projectId, const std::string &kind, std::int64_t userId);
+
+/// "OpenElsewhere" when the caller has the project open in another present session on another
+/// device: one person must not edit the same items on two machines.
+std::optional<Reply> refuseOpenElsewhere(Call &call, std::int64_t projectId);
+
+/// Changes are switched off.
+bool isInMaintenance(Call &call);
+
+/// Free space above `disk.reserve`.
+bool hasSpace(const Config &config);
+
+/// Frees what a user who may no longer write holds in a project (log lock with its stage, project
+/// lock, check-outs), and what he has open when he may not read it either. Tells the others.
+void withdraw(Call &call, std::int64_t projectId, const std::string &guid, std::int64_t userId,
+    bool mayRead);
+
+/// "CheckOut" or "CheckIn" of a module's items.
+void announceItems(Call &call, std::int64_t projectId, const std::string &guid,
+    const std::string &command, std::int64_t module);
+
+/// A project-list notification with the short record.
+void announceRecord(Call &call, std::int64_t projectId, const std::string &command);
+
+/// "UpdateAddionalInfo".
+void announceInfo(
+    Call &call, std::int64_t projectId, const std::string &guid, const std::string &info);
+
+} // namespace kvx::server

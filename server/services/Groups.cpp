@@ -1,0 +1,134 @@
+#include "services/Groups.h"
+#include "base/Text.h"
+#include "services/Access.h"
+#include "services/ProjectFields.h"
+#include "store/Db.h"
+#include "store/GroupStore.h"
+#include "store/ProjectStore.h"
+
+#include <rapidjson/document.h>
+
+namespace kvx::server {
+
+namespace {
+
+constexpr std::size_t mostRenamed = 1000;
+
+bool mayManage(const Call &call, const ProjectGroup &group)
+{
+    return group.creatorId == call.caller().userId || call.caller().rights.administrator;
+}
+
+/// The group that the additional information names, when it is the wanted one.
+Json *groupIn(rapidjson::Document &info, const std::string &groupKey)
+{
+    if (!info.IsObject())
+        return nullptr;
+    const auto member = info.FindMember("Group");
+    if (member == info.MemberEnd() || !member->value.IsString())
+        return nullptr;
+    const std::string_view name(member->value.GetString(), member->value.GetStringLength());
+    return foldedKey(name) == groupKey ? &member->value : nullptr;
+}
+
+/// Calls `act(project, document, value of "Group")` for each living project of the group.
+template <class Act> std::size_t eachMember(Call &call, const std::string &group, Act act)
+{
+    const std::string key = foldedKey(group);
+    std::size_t count = 0;
+    for (const auto &candidate : GroupStore(call.db()).candidates("\"Group\"")) {
+        rapidjson::Document info;
+        info.Parse(candidate.info.data(), candidate.info.size());
+        if (Json *named = groupIn(info, key)) {
+            ++count;
+            act(candidate.projectId, info, *named);
+        }
+    }
+    return count;
+}
+
+std::size_t memberCount(Call &call, const std::string &group)
+{
+    return eachMember(call, group, [](std::int64_t, rapidjson::Document &, Json &) {});
+}
+
+Reply newGroup(Call &call)
+{
+    const std::string name = nameOf(call.request(), "Name", 100);
+    const std::string kind = call.request().text("Type", 100);
+    if (!isProjectKind(call.config(), kind))
+        return Reply::refused(StatusCode::UnknownKind, { kind });
+    if (!mayCreate(call, kind))
+        return Reply::refused(StatusCode::NotAllowed);
+    GroupStore groups(call.db());
+    if (const auto existing = groups.find(name)) {
+        const bool repeat = existing->kind == kind && existing->creatorId == call.caller().userId;
+        return repeat ? Reply::ok() : Reply::refused(StatusCode::NameTaken, { name });
+    }
+    groups.insert(name, kind, call.caller().userId);
+    return Reply::ok();
+}
+
+Reply removeGroup(Call &call)
+{
+    const std::string name = call.request().text("Name");
+    GroupStore groups(call.db());
+    const auto group = groups.find(name);
+    if (!group)
+        return Reply::refused(StatusCode::NoSuchGroup, { name });
+    if (!mayManage(call, *group))
+        return Reply::refused(StatusCode::NotAllowed);
+    if (const std::size_t members = memberCount(call, name))
+        return Reply::refused(StatusCode::GroupNotEmpty, { std::to_string(members) });
+    groups.remove(group->id);
+    return Reply::ok();
+}
+
+Reply renameGroup(Call &call)
+{
+    const std::string oldName = call.request().text("OldName");
+    const std::string newName = nameOf(call.request(), "NewName", 100);
+    GroupStore groups(call.db());
+    const auto group = groups.find(oldName);
+    const auto other = groups.find(newName);
+    if (!group) {
+        const bool done = other && mayManage(call, *other);
+        return done ? Reply::ok() : Reply::refused(StatusCode::NoSuchGroup, { oldName });
+    }
+    if (!mayManage(call, *group))
+        return Reply::refused(StatusCode::NotAllowed);
+    if (other && other->id != group->id)
+        return Reply::refused(StatusCode::NameTaken, { newName });
+    if (group->name == newName)
+        return Reply::ok();
+    if (memberCount(call, oldName) > mostRenamed)
+        return Reply::refused(StatusCode::TooLarge, { "a group of 1,000 projects" });
+
+    groups.rename(group->id, newName);
+    ProjectStore projects(call.db());
+    eachMember(call, oldName, [&](std::int64_t id, rapidjson::Document &info, Json &named) {
+        named.SetString(newName.data(), static_cast<rapidjson::SizeType>(newName.size()),
+            info.GetAllocator());
+        const std::string text = compactJson(info);
+        projects.setInfo(id, text);
+        announceInfo(call, id, projects.find(id)->guid, text);
+    });
+    return Reply::ok();
+}
+
+Reply existsGroup(Call &call)
+{
+    const bool taken = GroupStore(call.db()).find(call.request().text("Name")).has_value();
+    return taken ? Reply::ok() : Reply::refused(StatusCode::NameFree);
+}
+
+} // namespace
+
+const ServiceTable groupServices = {
+    { "newprojectgroup", newGroup, NeedsUser | Writes },
+    { "removeprojectgroup", removeGroup, NeedsUser | Writes },
+    { "renameprojectgroup", renameGroup, NeedsUser | Writes },
+    { "existsprojectgroup", existsGroup, NeedsUser | NameQuestion },
+};
+
+} // namespace kvx::server

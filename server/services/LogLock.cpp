@@ -1,0 +1,116 @@
+#include "services/LogLock.h"
+#include "base/Config.h"
+#include "services/Access.h"
+#include "services/ServiceMemory.h"
+#include "store/Db.h"
+#include "store/LogStore.h"
+#include "store/ProjectStore.h"
+#include "store/UserStore.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace kvx::server {
+
+namespace {
+
+enum LockAnswer { Stale = 0, Mine = 1, Busy = 2 };
+
+/// How often one waiting save may be held back for the full time: together with the client's own
+/// waits it must not last much longer than those.
+constexpr Time holdsOfOneSave = 6;
+
+Reply answer(LockAnswer lock)
+{
+    return Reply::ok().set("Lock", static_cast<int>(lock));
+}
+
+Reply getLogVersion(Call &call)
+{
+    const auto project = ProjectStore(call.db()).find(call.project().id);
+    return Reply::ok()
+        .set("LogVersion", project->logVersion)
+        .set("Chain", project->chain)
+        .set("Epoch", call.environment().epoch);
+}
+
+/// What the upload would refuse. The answer is "Mine" then and no lock is taken: the client goes on
+/// to its upload, hears the real reason there and reports a failed save. After any other answer it
+/// would wait, or report success with nothing published.
+bool maySave(Call &call)
+{
+    const ProjectAccess &project = call.project();
+    return project.canWrite() && project.lockedBy.empty() && !refuseOpenElsewhere(call, project.id)
+        && !isInMaintenance(call) && hasSpace(call.config());
+}
+
+Reply busy(Call &call, const Project &project)
+{
+    Reply reply = answer(Busy);
+    if (const auto holder = findUser(call.db(), project.lockUser.value_or(0))) {
+        reply.set("HolderName", holder->name)
+            .set("HolderEmail", holder->email)
+            .set("Since", minuteText(project.lockSince));
+    }
+    return reply;
+}
+
+/// Holds the request back until the lock is free or a version is published, or says who has it.
+Reply wait(Call &call)
+{
+    const std::int64_t id = call.project().id;
+    LogLockPlaces &places = call.memory().lockPlaces;
+    const std::int64_t session = call.caller().sessionId;
+    const auto place = places.of(id, session, call.now());
+    const auto project = ProjectStore(call.db()).find(id);
+    const Time hold = call.config().lockHold;
+    const Time patience = std::min({ hold, holdsOfOneSave * hold - place.held,
+        project->lockUntil + 1 - call.firstAsked() });
+    if (!call.patienceOver() && call.firstAsked() + patience > call.now())
+        return Reply::held(logLockKey(id), patience, place.number);
+    places.keep(id, session, call.now() - call.firstAsked(), call.now());
+    return busy(call, *project);
+}
+
+Reply takeLogLock(Call &call, std::int64_t clientVersion)
+{
+    const ProjectAccess &project = call.project();
+    const Caller &caller = call.caller();
+    LogLockPlaces &places = call.memory().lockPlaces;
+    // Only then: the client synchronises and asks again without a pause.
+    if (clientVersion < project.logVersion) {
+        places.keep(project.id, caller.sessionId, call.now() - call.firstAsked(), call.now());
+        return answer(Stale);
+    }
+    if (!maySave(call))
+        return answer(Mine);
+    LogStore logs(call.db());
+    const Time until = call.now() + call.config().lockLease;
+    if (!logs.renew(project.id, caller.sessionId, until)
+        && !logs.take(project.id, caller.sessionId, caller.userId, call.now(), until))
+        return wait(call);
+    places.leave(project.id, caller.sessionId);
+    return answer(Mine);
+}
+
+Reply logLock(Call &call)
+{
+    const std::int64_t version
+        = call.request().integer("LogVersion", -1, std::numeric_limits<std::int32_t>::max());
+    if (!call.request().flag("ReleaseLock"))
+        return takeLogLock(call, version);
+    const std::int64_t project = call.project().id;
+    call.memory().lockPlaces.leave(project, call.caller().sessionId);
+    if (LogStore(call.db()).release(project, call.caller().sessionId))
+        call.wakeHeld(logLockKey(project));
+    return answer(Stale);
+}
+
+} // namespace
+
+const ServiceTable logLockServices = {
+    { "getlogversion", getLogVersion, ProjectReader | NamesCaller },
+    { "loglock", logLock, ProjectReader | NamesCaller | Writes | InMaintenance },
+};
+
+} // namespace kvx::server

@@ -1,0 +1,97 @@
+#include "services/OpenClose.h"
+#include "base/Config.h"
+#include "services/Access.h"
+#include "store/Db.h"
+#include "store/LogStore.h"
+#include "store/OpenStore.h"
+#include "store/ProjectStore.h"
+
+namespace kvx::server {
+
+namespace {
+
+Reply openProject(Call &call)
+{
+    const ProjectAccess &project = call.project();
+    const Caller &caller = call.caller();
+    if (const auto refusal = refuseOpenElsewhere(call, project.id))
+        return *refusal;
+    OpenStore opens(call.db());
+    const auto open = opens.of(project.id, caller.userId);
+    if (!open || open->sessionId != caller.sessionId)
+        opens.set(project.id, caller.userId, caller.sessionId, call.now());
+    return Reply::ok().set("LogVersion", project.logVersion).set("Epoch", call.environment().epoch);
+}
+
+// Any well-formed GUID: a host must be able to close what was removed or taken from it.
+Reply closeProject(Call &call)
+{
+    const auto project = ProjectStore(call.db()).find(call.request().guid("ProjectGUID"));
+    if (!project)
+        return Reply::ok();
+    const Caller &caller = call.caller();
+    if (LogStore(call.db()).release(project->id, caller.sessionId))
+        call.wakeHeld(logLockKey(project->id));
+    ProjectStore(call.db()).freeProjectLockOfSession(project->id, caller.sessionId);
+
+    OpenStore opens(call.db());
+    const auto open = opens.of(project->id, caller.userId);
+    if (opens.close(project->id, caller.userId, caller.sessionId) || !open
+        || call.now() - open->lastSeen >= call.config().sessionIdle)
+        return Reply::ok();
+    call.keepChanges();
+    return Reply::refused(StatusCode::NotOpenHere);
+}
+
+Reply withHolder(Reply reply, const std::string &name, const std::string &email)
+{
+    return reply.set("LockedName", name).set("LockedEmail", email);
+}
+
+Reply lockProject(Call &call)
+{
+    const ProjectAccess &project = call.project();
+    const Caller &caller = call.caller();
+    const bool release = call.request().flag("ReleaseLock");
+    ProjectStore projects(call.db());
+    if (release) {
+        if (!project.lockedBy.empty() && !caller.rights.administrator) {
+            return withHolder(Reply::refused(StatusCode::NotAllowed), project.lockedBy,
+                project.lockedByEmail);
+        }
+        projects.freeProjectLock(project.id);
+        return withHolder(Reply::ok(), {}, {});
+    }
+    if (isInMaintenance(call))
+        return Reply::refused(StatusCode::ReadOnly);
+    if (!project.lockedBy.empty()) {
+        return withHolder(Reply::refused(StatusCode::ProjectLocked, { project.lockedBy }),
+            project.lockedBy, project.lockedByEmail);
+    }
+    projects.setProjectLock(project.id, caller.sessionId, caller.userId);
+    return withHolder(Reply::ok(), caller.name, caller.email);
+}
+
+Reply onlineEditors(Call &call)
+{
+    std::string users = "[";
+    for (const auto &editor : OpenStore(call.db()).editors(
+             call.project().id, call.now() - call.config().sessionPresence)) {
+        if (users.size() > 1)
+            users += ',';
+        users += "{\"Name\":" + jsonText(editor.name) + ",\"Email\":" + jsonText(editor.email)
+            + ",\"Since\":" + jsonText(minuteText(editor.since)) + '}';
+    }
+    return Reply::ok().setJson("users", users + ']');
+}
+
+} // namespace
+
+const ServiceTable openCloseServices = {
+    { "openproject", openProject, ProjectReader | NamesCaller | Unlocked | Writes },
+    { "closeproject", closeProject, NeedsUser | NamesCaller | Writes | InMaintenance },
+    { "projectlock", lockProject, ProjectWriter | NamesCaller | Writes | InMaintenance },
+    { "onlineeditors", onlineEditors, ProjectReader | NamesCaller },
+};
+
+} // namespace kvx::server
