@@ -19,10 +19,9 @@ const long TransferBuffer = 256 * 1024;
 const long SlowestTransfer = 1024; // bytes a second
 // The server keeps an idle connection for 60 s; one unused this long is not trusted any more.
 const long OldestConnection = 15; // s
-// Below this a refusal before the body saves nothing, and a proxy that swallows the interim
-// response would cost its full waiting time.
-const qint64 SmallUpload = 64 * 1024;
+const qint64 SmallUpload = 64 * 1024; // a refusal before such a body saves nothing
 const long ContinueWait = 1000; // ms
+const int ProxyLoginRequired = 407;
 const qint64 BodyReserve = 1024 * 1024;
 
 } // namespace
@@ -87,7 +86,12 @@ bool Exchange::prepare(CURL *easy, const KVXNetworkProxy &proxy)
         curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
     }
     prepareLimits(easy);
-    prepareBody(easy);
+    if (m_file) {
+        // Simple HTTP proxies take the interim response for the final one.
+        prepareParts(easy, m_file->size() > SmallUpload && proxy.type != KVXNetworkProxy::HttpProxy);
+    } else if (m_post) {
+        prepareJson(easy);
+    }
     return true;
 }
 
@@ -104,31 +108,30 @@ void Exchange::prepareLimits(CURL *easy) const
     }
 }
 
-void Exchange::prepareBody(CURL *easy)
+void Exchange::prepareJson(CURL *easy)
 {
-    if (!m_post)
-        return;
-    if (!m_file) {
-        m_headers = curl_slist_append(m_headers, "Content-Type: application/json");
-        m_headers = curl_slist_append(m_headers, "Expect:"); // the answer comes at once anyway
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(m_json.size()));
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDS, m_json.constData());
-    } else {
-        const bool small = m_file->size() <= SmallUpload;
-        m_headers = curl_slist_append(m_headers, small ? "Expect:" : "Expect: 100-continue");
-        curl_easy_setopt(easy, CURLOPT_EXPECT_100_TIMEOUT_MS, ContinueWait);
-        m_mime = curl_mime_init(easy);
-        curl_mimepart *part = curl_mime_addpart(m_mime);
-        curl_mime_name(part, "jsonPart");
-        curl_mime_type(part, "application/json");
-        curl_mime_data(part, m_json.constData(), static_cast<size_t>(m_json.size()));
-        part = curl_mime_addpart(m_mime);
-        curl_mime_name(part, "dataPart");
-        curl_mime_type(part, "application/octet-stream");
-        curl_mime_data_cb(part, m_file->size(), &Exchange::onRead, &Exchange::onSeek, nullptr, m_file);
-        curl_easy_setopt(easy, CURLOPT_MIMEPOST, m_mime);
-    }
+    m_headers = curl_slist_append(m_headers, "Content-Type: application/json");
+    m_headers = curl_slist_append(m_headers, "Expect:"); // the answer comes at once anyway
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, m_headers);
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(m_json.size()));
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, m_json.constData());
+}
+
+void Exchange::prepareParts(CURL *easy, bool askFirst)
+{
+    m_headers = curl_slist_append(m_headers, askFirst ? "Expect: 100-continue" : "Expect:");
+    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, m_headers);
+    curl_easy_setopt(easy, CURLOPT_EXPECT_100_TIMEOUT_MS, ContinueWait);
+    m_mime = curl_mime_init(easy);
+    curl_mimepart *part = curl_mime_addpart(m_mime);
+    curl_mime_name(part, "jsonPart");
+    curl_mime_type(part, "application/json");
+    curl_mime_data(part, m_json.constData(), static_cast<size_t>(m_json.size()));
+    part = curl_mime_addpart(m_mime);
+    curl_mime_name(part, "dataPart");
+    curl_mime_type(part, "application/octet-stream");
+    curl_mime_data_cb(part, m_file->size(), &Exchange::onRead, &Exchange::onSeek, nullptr, m_file);
+    curl_easy_setopt(easy, CURLOPT_MIMEPOST, m_mime);
 }
 
 void Exchange::finish(CURL *easy, CURLcode result)
@@ -136,11 +139,13 @@ void Exchange::finish(CURL *easy, CURLcode result)
     curl_easy_reset(easy); // lets go of everything that lies in this object
     if (!m_refusal.isEmpty())
         m_error = m_refusal;
+    else if (m_head.complete() && status() == ProxyLoginRequired)
+        m_error.clear(); // however its page ended: proxies close over a request they do not read
     else if (result != CURLE_OK)
         m_error = exchangeError(result, m_server, m_proxy, QString::fromLocal8Bit(m_detail));
     else if (!m_head.complete())
         m_error = exchangeError(CURLE_GOT_NOTHING, m_server, m_proxy, QString());
-    else if (!m_head.tellsEnd())
+    else if (status() == 200 && !m_head.tellsEnd())
         m_error = QStringLiteral("The answer of %1 does not tell its length.").arg(m_server);
     if (!m_error.isEmpty())
         m_body.clear();

@@ -69,7 +69,8 @@ private:
     static size_t onRead(char *buffer, size_t size, size_t count, void *file);
     static int onSeek(void *file, curl_off_t offset, int origin);
 
-    void prepareBody(CURL *easy);
+    void prepareJson(CURL *easy);
+    void prepareParts(CURL *easy, bool askFirst);
     void prepareLimits(CURL *easy) const;
     bool headerEnded();
     bool refuse(const QString &error);

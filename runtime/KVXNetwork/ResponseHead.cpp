@@ -58,7 +58,11 @@ void ResponseHead::startResponse(const QByteArray &line)
 void ResponseHead::addField(const QByteArray &name, const QByteArray &value)
 {
     if (name == "content-length") {
-        m_contentLength = value.toLongLong();
+        bool isNumber = false;
+        const qint64 length = value.toLongLong(&isNumber);
+        m_contradicts = m_contradicts || !isNumber || length < 0
+            || (m_contentLength >= 0 && m_contentLength != length);
+        m_contentLength = length;
     } else if (name == "transfer-encoding") {
         m_chunked = value.toLower().endsWith("chunked");
     } else if (name == "kvx-reply") {
@@ -72,7 +76,7 @@ void ResponseHead::addField(const QByteArray &name, const QByteArray &value)
 bool ResponseHead::tellsEnd() const
 {
     const bool noBody = m_status == 204 || m_status == 304;
-    return m_chunked || m_contentLength >= 0 || noBody;
+    return !m_contradicts && (m_chunked || m_contentLength >= 0 || noBody);
 }
 
 } // namespace kvx

@@ -37,6 +37,7 @@ private:
     bool m_complete = false;
     int m_status = 0;
     bool m_chunked = false;
+    bool m_contradicts = false; ///< lengths that are none or differ
     qint64 m_contentLength = -1;
     int m_fileReplies = 0;
     QByteArray m_fileReply;
