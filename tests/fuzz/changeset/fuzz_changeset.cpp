@@ -1,0 +1,55 @@
+#include "KVXSQLite/ApplyChangeset.h"
+#include "KVXSQLite/ChangesetValidator.h"
+#include "KVXSQLite/Schema.h"
+
+#include <cstdlib>
+#include <sqlite3.h>
+
+using namespace kvx::sqlite;
+
+namespace {
+
+const char *const fuzzedSchema
+    = "CREATE TABLE t(a INTEGER NOT NULL, b TEXT NOT NULL, c REAL, d BLOB, PRIMARY KEY(b, a));"
+      "CREATE TABLE u(id INTEGER PRIMARY KEY, x REFERENCES u(id) DEFERRABLE INITIALLY DEFERRED);"
+      "INSERT INTO t VALUES (1, 'k', 1.5, x'0102'), (2, 'l', NULL, NULL);"
+      "INSERT INTO u VALUES (1, NULL), (2, 1), (3, NULL)";
+
+struct Target {
+    Target()
+    {
+        if (!connection.open(":memory:", Connection::Role::Apply).ok()
+            || !connection.exec(fuzzedSchema, "setting up").ok() || !Schema::read(connection, &schema).ok())
+            std::abort();
+    }
+    Connection connection;
+    Schema schema;
+};
+
+} // namespace
+
+/// What the validator accepts SQLite must be able to apply: no crash, no hang, and either every
+/// change is accounted for or nothing is left of it.
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, std::size_t size)
+{
+    static Target target;
+    ChangesetValidator validator;
+    static_cast<void>(validator.check(data, size));
+    if (!validator.check(data, size, target.schema))
+        return 0;
+    if (!target.connection.begin().ok())
+        std::abort();
+    const sqlite3_int64 before = sqlite3_total_changes64(target.connection.handle());
+    Applied applied;
+    const Status status = applyChangeset(
+        target.connection, Bytes(data, data + size), validator.records(), {}, &applied);
+    const auto made = static_cast<std::size_t>(
+        sqlite3_total_changes64(target.connection.handle()) - before);
+    if (status.ok()
+        && (!target.connection.inTransaction() || made + applied.skipped != validator.records()))
+        std::abort();
+    if (status.failure == Failure::BadLog)
+        std::abort(); // something was passed over in silence
+    target.connection.rollback();
+    return 0;
+}
