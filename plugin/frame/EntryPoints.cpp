@@ -1,0 +1,82 @@
+#include "frame/EntryPoints.h"
+
+#include "login/KVXCWLoginImpl.h"
+#include "messaging/KVXCWMessageImpl.h"
+#include "projectdata/KVXCWIDManagerImpl.h"
+#include "projectdata/KVXCWProjectDataImpl.h"
+#include "projectlist/KVXCWProjectListImpl.h"
+#include "projectlist/KVXCWProjectPermissionImpl.h"
+#include "resources/KVXCWFileServiceImpl.h"
+
+#include <new>
+
+namespace {
+
+template <class Manager, class Interface> void create(Interface **slot)
+{
+    *slot = new (std::nothrow) Manager;
+}
+
+} // namespace
+
+void initLoginManager(KVXCWLogin **slot)
+{
+    create<KVXCWLoginImpl>(slot);
+}
+
+void initUserManager(KVXCWUser **slot)
+{
+    *slot = nullptr; // no such manager in this release
+}
+
+void initReportTemplateMgr(KVXReportTemplateMgr **slot)
+{
+    *slot = nullptr; // no such manager in this release
+}
+
+void initGlobalLockMgr(KVXGlobalLockMgr **slot)
+{
+    *slot = nullptr; // no such manager in this release
+}
+
+void initProjectListManager(KVXCWProjectList **slot)
+{
+    create<KVXCWProjectListImpl>(slot);
+}
+
+void initProjectPermissionManager(KVXCWProjectPermission **slot)
+{
+    create<KVXCWProjectPermissionImpl>(slot);
+}
+
+void initProjectDataSynchronizer(KVXCWProjectData **slot)
+{
+    create<KVXCWProjectDataImpl>(slot);
+}
+
+void initIdManager(KVXCWIDManager **slot)
+{
+    create<KVXCWIDManagerImpl>(slot);
+}
+
+void initOcr(KVXCWOCR **slot)
+{
+    *slot = nullptr; // no such manager in this release
+}
+
+void initFileService(KVXCWFileService **slot)
+{
+    create<KVXCWFileServiceImpl>(slot);
+}
+
+void initMessage(KVXCWMessage **slot)
+{
+    create<KVXCWMessageImpl>(slot);
+}
+
+void initCommon(KVXCWCommon **slot)
+{
+    *slot = nullptr; // no such manager in this release
+}
+
+void initServerStatusChecker(void **) { }
