@@ -61,7 +61,8 @@ TEST_F(KVXCWLoginImplTest, aLoginWithoutServerFails)
     host.unconfigure();
     EXPECT_EQ(login(), KVXFailed);
     expectLog({ { Error,
-        QStringLiteral("[login]server login failed!code:0, msg:") + ErrorCodeToString(KVXFailed) } });
+        QStringLiteral("[login]server login failed!code:0, msg:")
+            + ErrorCodeToString(KVXFailed) } });
     EXPECT_FALSE(manager->logout(QStringLiteral("Anna@example.com")));
     expectLog({ { Warn, QStringLiteral("User logout failed: username=Anna@example.com") } });
 }
@@ -87,8 +88,7 @@ TEST_F(KVXCWLoginImplTest, aRefusalIsPassedOn)
 
 TEST_F(KVXCWLoginImplTest, aWrongPasswordTellsTheTriesLeft)
 {
-    host.network.answer(
-        QStringLiteral("login"), json(R"({"statuscode": 235, "leftcount": 3.9})"));
+    host.network.answer(QStringLiteral("login"), json(R"({"statuscode": 235, "leftcount": 3.9})"));
     EXPECT_EQ(login(), KVXLoginRefused);
 
     EXPECT_EQ(manager->leftCount(), 3);
@@ -121,12 +121,12 @@ TEST_F(KVXCWLoginImplTest, aMessagerAlreadyConnectedGives204WithTheUserSet)
 
     ASSERT_NE(manager->currentUser(), nullptr);
     EXPECT_EQ(manager->currentUser()->name(), QStringLiteral("Anna Weiss"));
-    expectLog({ { Error,
-                    QStringLiteral("[login]start messager failed! message:")
-                        + host.messager->error },
-        { Error,
-            QStringLiteral("[login]server login failed!code:204, msg:")
-                + ErrorCodeToString(KVXAlreadyConnected) } });
+    expectLog(
+        { { Error,
+              QStringLiteral("[login]start messager failed! message:") + host.messager->error },
+            { Error,
+                QStringLiteral("[login]server login failed!code:204, msg:")
+                    + ErrorCodeToString(KVXAlreadyConnected) } });
 }
 
 TEST_F(KVXCWLoginImplTest, aMessagerThatCannotStartGives0WithTheUserSet)
@@ -138,12 +138,12 @@ TEST_F(KVXCWLoginImplTest, aMessagerThatCannotStartGives0WithTheUserSet)
 
         ASSERT_NE(manager->currentUser(), nullptr);
         EXPECT_EQ(manager->companyAccount(), QStringLiteral("weiss-bau"));
-        expectLog({ { Error,
-                        QStringLiteral("[login]start messager failed! message:")
-                            + host.messager->error },
-            { Error,
-                QStringLiteral("[login]server login failed!code:0, msg:")
-                    + ErrorCodeToString(KVXFailed) } });
+        expectLog(
+            { { Error,
+                  QStringLiteral("[login]start messager failed! message:") + host.messager->error },
+                { Error,
+                    QStringLiteral("[login]server login failed!code:0, msg:")
+                        + ErrorCodeToString(KVXFailed) } });
     }
 }
 
@@ -213,15 +213,15 @@ TEST_F(KVXCWLoginImplTest, usersOfEarlierLoginsStayAlive)
 TEST_F(KVXCWLoginImplTest, theServerSearchIsReportedAsASignal)
 {
     QStringList reports;
-    QObject::connect(manager, &KVXCWLogin::searchServerProgress,
-        [&](const QString &text, int done, int total) {
+    QObject::connect(
+        manager, &KVXCWLogin::searchServerProgress, [&](const QString &text, int done, int total) {
             reports.append(QStringLiteral("%1 %2/%3").arg(text).arg(done).arg(total));
         });
     manager->searchServer({ QStringLiteral("a"), QStringLiteral("b") }, 8090);
 
     EXPECT_EQ(host.network.calls, QStringList { QStringLiteral("searchServer") });
-    EXPECT_EQ(reports,
-        (QStringList { QStringLiteral("a:8090 1/2"), QStringLiteral("b:8090 2/2") }));
+    EXPECT_EQ(
+        reports, (QStringList { QStringLiteral("a:8090 1/2"), QStringLiteral("b:8090 2/2") }));
 }
 
 TEST_F(KVXCWLoginImplTest, thePassThroughsReachTheTransport)

@@ -52,7 +52,8 @@ TEST_F(LoginRequests, theServerAddressIsTakenAnewForEachRequest)
 
 TEST_F(LoginRequests, nothingIsSentWithoutHostOrPort)
 {
-    for (const auto &[address, port] : { std::pair { "127.0.0.1", "" }, std::pair { "", "8090" } }) {
+    for (const auto &[address, port] :
+        { std::pair { "127.0.0.1", "" }, std::pair { "", "8090" } }) {
         manager->setServer(QLatin1String(address), QLatin1String(port));
         EXPECT_EQ(login(), KVXFailed);
         EXPECT_FALSE(manager->logout(QStringLiteral("anna@example.com")));
@@ -95,8 +96,8 @@ TEST_F(LoginRequests, aReplyWithoutKeysGivesAnEmptyUserWithoutRights)
 
 TEST_F(LoginRequests, keysOfAnotherTypeReadAsEmpty)
 {
-    host.network.answer(QStringLiteral("login"),
-        json(R"({"statuscode": 1, "Name": 7, "Email": ["anna@example.com"],
+    host.network.answer(
+        QStringLiteral("login"), json(R"({"statuscode": 1, "Name": 7, "Email": ["anna@example.com"],
             "UserProductVersion": "2", "Role": "Administrator", "companyAccount": {},
             "BrokerPort": 61700})"));
     ASSERT_EQ(login(), KVXOk);

@@ -43,8 +43,8 @@ protected:
     }
     bool uploadRequest(QJsonObject &request, bool withMd5)
     {
-        return service->upload(QStringLiteral("ignored"), local, QStringLiteral("a.dat"), request,
-            withMd5, &progress);
+        return service->upload(
+            QStringLiteral("ignored"), local, QStringLiteral("a.dat"), request, withMd5, &progress);
     }
 
     struct Progress : KVXCWFileServiceProgress {
@@ -62,8 +62,8 @@ protected:
 
 TEST_F(KVXCWFileServiceImplTest, aRawDownloadFromAnAddressGoesToThatAddress)
 {
-    EXPECT_TRUE(service->download(QStringLiteral("http://x/y"), QStringLiteral("s"),
-        QStringLiteral("l"), &progress));
+    EXPECT_TRUE(service->download(
+        QStringLiteral("http://x/y"), QStringLiteral("s"), QStringLiteral("l"), &progress));
 
     ASSERT_EQ(host.network.transfers.size(), 1);
     const FakeNetwork::Transfer &transfer = host.network.transfers[0];
@@ -139,8 +139,7 @@ TEST_F(KVXCWFileServiceImplTest, aProjectDownloadNamesTheProjectFile)
 TEST_F(KVXCWFileServiceImplTest, aRefusedProjectDownloadIsLoggedWithResultZero)
 {
     answer(R"({"statuscode": 310, "message": "no such project"})");
-    EXPECT_FALSE(
-        service->download(QStringLiteral("n"), QStringLiteral("g"), QStringLiteral("l")));
+    EXPECT_FALSE(service->download(QStringLiteral("n"), QStringLiteral("g"), QStringLiteral("l")));
     expectLog(QStringLiteral("Download file. result=0, projectName=n, guid=g, localFileName=l"));
 }
 
@@ -155,8 +154,8 @@ TEST_F(KVXCWFileServiceImplTest, aProjectUploadSendsEmailAndDigest)
     EXPECT_EQ(host.network.takeRequest(), expected);
     EXPECT_EQ(host.network.lastReceiver(), nullptr);
     EXPECT_TRUE(host.network.lastProgress() == nullptr);
-    expectLog(QStringLiteral(
-        "Upload file. result=1, projectName=House %2, guid={g1}, projectFileName=")
+    expectLog(
+        QStringLiteral("Upload file. result=1, projectName=House %2, guid={g1}, projectFileName=")
         + local);
 }
 
@@ -164,17 +163,17 @@ TEST_F(KVXCWFileServiceImplTest, aRefusedProjectUploadIsLoggedWithResultZero)
 {
     answer(R"({"statuscode": 600})");
     EXPECT_FALSE(uploadProject());
-    expectLog(QStringLiteral(
-        "Upload file. result=0, projectName=House %2, guid={g1}, projectFileName=")
+    expectLog(
+        QStringLiteral("Upload file. result=0, projectName=House %2, guid={g1}, projectFileName=")
         + local);
 }
 
 TEST_F(KVXCWFileServiceImplTest, extraKeysOfAProjectUploadReplaceTheOperationsOwn)
 {
     EXPECT_TRUE(uploadProject({ { QStringLiteral("FileName"), QStringLiteral("other") },
-        { QStringLiteral("service"), QStringLiteral("upload") },
-        { QStringLiteral("md5"), 5 }, { QStringLiteral("LogVersion"), 7 },
-        { QStringLiteral("größe"), 1.5 }, { QStringLiteral("Final"), true } }));
+        { QStringLiteral("service"), QStringLiteral("upload") }, { QStringLiteral("md5"), 5 },
+        { QStringLiteral("LogVersion"), 7 }, { QStringLiteral("größe"), 1.5 },
+        { QStringLiteral("Final"), true } }));
 
     const QJsonObject request = host.network.takeRequest();
     EXPECT_EQ(request.value(QStringLiteral("FileName")), QStringLiteral("other"));
@@ -204,8 +203,8 @@ TEST_F(KVXCWFileServiceImplTest, aRequestUploadAddsItsKeysToTheCallersObject)
     EXPECT_EQ(request, expected);
     EXPECT_EQ(host.network.lastReceiver(), &progress);
     EXPECT_TRUE(host.network.lastProgress() == KVXCWFileServiceProgress::progress);
-    expectLog(QStringLiteral("Upload file. result=1, localFileName=%1, serverFileName=a.dat")
-                  .arg(local));
+    expectLog(
+        QStringLiteral("Upload file. result=1, localFileName=%1, serverFileName=a.dat").arg(local));
 }
 
 TEST_F(KVXCWFileServiceImplTest, aRequestUploadWithoutDigestLeavesTheCallersDigestAlone)
@@ -216,8 +215,7 @@ TEST_F(KVXCWFileServiceImplTest, aRequestUploadWithoutDigestLeavesTheCallersDige
 
     QJsonObject given = json(R"({"md5": "mine"})");
     uploadRequest(given, false);
-    EXPECT_EQ(
-        host.network.takeRequest().value(QStringLiteral("md5")), QStringLiteral("mine"));
+    EXPECT_EQ(host.network.takeRequest().value(QStringLiteral("md5")), QStringLiteral("mine"));
 }
 
 TEST_F(KVXCWFileServiceImplTest, aRequestUploadIsMadeWithoutAServerConfigured)
@@ -228,8 +226,8 @@ TEST_F(KVXCWFileServiceImplTest, aRequestUploadIsMadeWithoutAServerConfigured)
     EXPECT_FALSE(uploadRequest(request, false));
 
     EXPECT_EQ(host.network.lastUrl(), QStringLiteral("http://:/kvx/service"));
-    expectLog(QStringLiteral("Upload file. result=0, localFileName=%1, serverFileName=a.dat")
-                  .arg(local));
+    expectLog(
+        QStringLiteral("Upload file. result=0, localFileName=%1, serverFileName=a.dat").arg(local));
 }
 
 TEST_F(KVXCWFileServiceImplTest, theUploadsSpellTheEmailKeyDifferently)
@@ -270,8 +268,7 @@ TEST_F(KVXCWFileServiceImplTest, nothingIsSentOrLoggedWithoutAServerConfigured)
 {
     host.unconfigure();
     EXPECT_FALSE(uploadProject());
-    EXPECT_FALSE(
-        service->download(QStringLiteral("n"), QStringLiteral("g"), QStringLiteral("l")));
+    EXPECT_FALSE(service->download(QStringLiteral("n"), QStringLiteral("g"), QStringLiteral("l")));
     EXPECT_FALSE(service->upload(QStringLiteral("l"), QStringLiteral("s"), nullptr));
     EXPECT_FALSE(service->hasUpload(local, QStringLiteral("s"), true));
 
