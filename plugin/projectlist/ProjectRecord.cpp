@@ -79,8 +79,9 @@ QDateTime readRecordDate(const QString &text)
         const QDate date(
             recordDigits(text, 0, 4), recordDigits(text, 5, 2), recordDigits(text, 8, 2));
         const QTime time(recordDigits(text, 11, 2), recordDigits(text, 14, 2));
-        if (date.isValid() && time.isValid() && date.year() > 0)
-            return QDateTime(date, time);
+        const QDateTime moment(date, time);
+        if (date.year() > 0 && time.isValid() && moment.isValid())
+            return moment;
     }
     return QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd hh:mm"));
 }
