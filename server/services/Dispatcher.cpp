@@ -110,6 +110,12 @@ void Dispatcher::drain()
     m_held->releaseAll();
 }
 
+void Dispatcher::stopWorkers()
+{
+    m_hashers->stop();
+    m_workers->stop();
+}
+
 void Dispatcher::dispatch(const ExchangePtr &exchange, Completion done)
 {
     if (!prepare(exchange, done))
@@ -163,7 +169,6 @@ void Dispatcher::touchLater(std::int64_t sessionId)
 
 bool Dispatcher::prepare(const ExchangePtr &exchange, const Completion &done)
 {
-    ++m_running;
     exchange->requestId = newRequestId();
     exchange->firstAsked = m_environment.clock.now();
     if (m_draining) {
@@ -198,8 +203,8 @@ bool Dispatcher::prepare(const ExchangePtr &exchange, const Completion &done)
 
 void Dispatcher::start(std::shared_ptr<Run> run)
 {
-    const bool writes
-        = run->step == Step::Handler && hasRule(run->exchange->service->rules, Writes);
+    const Exchange &exchange = *run->exchange;
+    const bool writes = run->step == Step::Handler && exchange.service->writes(*exchange.request);
     const auto job = [this, run = std::move(run)](Db &db) { execute(db, run); };
     if (writes)
         m_pool.write(job);
@@ -245,7 +250,7 @@ void Dispatcher::execute(Db &db, const std::shared_ptr<Run> &run)
 Reply Dispatcher::runInTransaction(Db &db, Run &run, Call &call)
 {
     Exchange &exchange = *run.exchange;
-    const bool writes = run.step == Step::Handler && hasRule(exchange.service->rules, Writes);
+    const bool writes = run.step == Step::Handler && exchange.service->writes(*exchange.request);
     Reply reply = Reply::ok();
     bool touchDue = false;
     {
@@ -313,7 +318,7 @@ void Dispatcher::settle(const std::shared_ptr<Run> &run, Reply reply)
             exchange->heldNumber = m_held->takeNumber();
         const Time left = exchange->firstAsked + reply.patience() - m_environment.clock.now();
         const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(left);
-        m_held->hold(reply.heldKey(), exchange->heldNumber, until, run);
+        m_held->hold(reply.heldKey(), reply.place(), exchange->heldNumber, until, run);
         return;
     }
     finish(exchange, run->done, std::move(reply));
@@ -334,8 +339,34 @@ void Dispatcher::finish(const ExchangePtr &exchange, const Completion &done, Rep
     const bool goesOn = exchange->multipart && !exchange->file && reply.isOk();
     if (!goesOn)
         logReply(exchange, reply);
-    --m_running;
     done(std::move(reply));
+}
+
+void Dispatcher::reject(const ExchangePtr &exchange, Reply &reply)
+{
+    if (exchange->requestId.empty()) {
+        exchange->requestId = newRequestId();
+        exchange->firstAsked = m_environment.clock.now();
+    }
+    reply.render(exchange->requestId);
+    logReply(exchange, reply);
+}
+
+void Dispatcher::findLiveSession(const std::string &token, std::function<void(bool)> answer)
+{
+    if (token.empty()) {
+        answer(false);
+        return;
+    }
+    m_pool.read([this, token, answer = std::move(answer)](Db &db) {
+        bool live = true;
+        try {
+            live = findSession(db, m_environment.config, m_environment.clock.now(), token).has_value();
+        } catch (const DbError &) {
+            // The request itself will say what is wrong.
+        }
+        answer(live);
+    });
 }
 
 void Dispatcher::logReply(const ExchangePtr &exchange, const Reply &reply)

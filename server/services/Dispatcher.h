@@ -66,13 +66,20 @@ public:
     /// Bytes of an upload are arriving: keeps the session and its log locks alive.
     void noteProgress(const ExchangePtr &exchange);
 
-    /// A reply made by the HTTP side itself (too large, not understood): logged like the others.
-    void logReply(const ExchangePtr &exchange, const Reply &reply);
+    /// A refusal made by the HTTP side itself (too large, not understood): numbered, rendered and
+    /// logged like the others.
+    void reject(const ExchangePtr &exchange, Reply &reply);
+
+    /// Whether that token belongs to a live session: asked before the body of an upload is.
+    void findLiveSession(const std::string &token, std::function<void(bool)> answer);
+
+    /// Runs the requests held under that key again, before everything that is queued.
+    void wakeHeld(const std::string &key);
 
     /// No new work: requests are answered "Busy", held ones run once more and must answer.
     void drain();
-    /// Requests taken and not answered yet.
-    int running() const { return m_running; }
+    /// After the last request, before the database pool goes: ends the work beside it.
+    void stopWorkers();
 
 private:
     enum class Step { BeforeUpload, Handler };
@@ -84,7 +91,7 @@ private:
     Reply runInTransaction(Db &db, Run &run, Call &call);
     void settle(const std::shared_ptr<Run> &run, Reply reply);
     void finish(const ExchangePtr &exchange, const Completion &done, Reply reply);
-    void wakeHeld(const std::string &key);
+    void logReply(const ExchangePtr &exchange, const Reply &reply);
     void touchLater(std::int64_t sessionId);
 
     // Admission.cpp
@@ -101,7 +108,6 @@ private:
     std::unique_ptr<WorkPool> m_hashers;
     std::unique_ptr<WorkPool> m_workers;
     std::atomic<bool> m_draining { false };
-    std::atomic<int> m_running { 0 };
 };
 
 } // namespace kvx::server

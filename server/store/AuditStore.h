@@ -22,9 +22,6 @@ struct AuditEntry {
     std::string detail;
 };
 
-/// A row in table `process`; the key under which this process writes its audit chain.
-std::int64_t registerProcess(Db &db, Time now);
-
 /// Appends to the chain of that process, inside the caller's transaction: every row carries the
 /// SHA-256 of the one before and its own fields, so that a removed or altered row shows.
 void addAudit(Db &db, std::int64_t processId, Time now, const AuditEntry &entry);

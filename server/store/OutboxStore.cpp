@@ -26,14 +26,14 @@ void addAnnouncement(Db &db, Time now, const Announcement &announcement)
             { "project", announcement.projectId }, { "at", now } });
 }
 
-std::vector<OutboxRow> unsentRows(Db &db, int maximum)
+std::vector<OutboxRow> unsentRows(Db &db, std::int64_t after, int maximum)
 {
     std::vector<OutboxRow> rows;
     db.each<std::int64_t, std::string, std::int64_t, std::string, std::string, std::string, std::string,
         std::optional<std::int64_t>, Time, int>(
         "SELECT id, topic_key, seq, type, command, sender, payload, project_id, at, attempts "
-        "FROM outbox WHERE sent_at IS NULL ORDER BY id LIMIT :maximum",
-        { { "maximum", maximum } },
+        "FROM outbox WHERE sent_at IS NULL AND id > :after ORDER BY id LIMIT :maximum",
+        { { "after", after }, { "maximum", maximum } },
         [&rows](std::int64_t id, std::string topic, std::int64_t seq, std::string type,
             std::string command, std::string sender, std::string content,
             std::optional<std::int64_t> project, Time at, int attempts) {
@@ -43,20 +43,15 @@ std::vector<OutboxRow> unsentRows(Db &db, int maximum)
     return rows;
 }
 
-void noteAttempt(Db &db, std::int64_t id)
+std::int64_t lastOutboxRow(Db &db)
 {
-    db.run("UPDATE outbox SET attempts = attempts + 1 WHERE id = :id", { { "id", id } });
+    return *db.value<std::int64_t>("SELECT coalesce(max(id), 0) FROM outbox");
 }
 
-void markSent(Db &db, std::int64_t id, std::int64_t sentSeq, Time now)
+void markSent(Db &db, std::int64_t id, std::optional<std::int64_t> number, Time now)
 {
-    db.run("UPDATE outbox SET sent_seq = :seq, sent_at = :now WHERE id = :id",
-        { { "seq", sentSeq }, { "now", now }, { "id", id } });
-}
-
-std::int64_t takeMessageNumbers(Db &db, std::int64_t count)
-{
-    return nextKey(db, "notifymsg_seq", count);
+    db.run("UPDATE outbox SET sent_seq = :seq, sent_at = :now, attempts = attempts + 1 WHERE id = :id",
+        { { "seq", number }, { "now", now }, { "id", id } });
 }
 
 std::int64_t dropSentRows(Db &db, Time before)

@@ -40,15 +40,13 @@ struct OutboxRow {
 /// project's order; roles and templates have a counter of their own.
 void addAnnouncement(Db &db, Time now, const Announcement &announcement);
 
-/// Rows not sent yet: by time, and within a topic in the order of their changes.
-std::vector<OutboxRow> unsentRows(Db &db, int maximum);
+/// Rows not sent yet whose key is above `after`, in the order of their commits.
+std::vector<OutboxRow> unsentRows(Db &db, std::int64_t after, int maximum);
 
-/// Noted before a row is given to the broker: a row tried before may have arrived.
-void noteAttempt(Db &db, std::int64_t id);
-void markSent(Db &db, std::int64_t id, std::int64_t sentSeq, Time now);
+std::int64_t lastOutboxRow(Db &db);
 
-/// The next "notifymsg_seq"; `count` numbers are taken at once.
-std::int64_t takeMessageNumbers(Db &db, std::int64_t count);
+/// `number` is the message's "notifymsg_seq"; none for a row that had nothing to send any more.
+void markSent(Db &db, std::int64_t id, std::optional<std::int64_t> number, Time now);
 
 /// Drops rows sent before `before`; the number of rows.
 std::int64_t dropSentRows(Db &db, Time before);

@@ -137,6 +137,19 @@ std::int64_t countLiveSessions(Db &db, const Config &config, Time now, std::int6
     return count;
 }
 
+void dropUnheldStages(Db &db)
+{
+    db.run("DELETE FROM stage WHERE NOT EXISTS (SELECT 1 FROM project p WHERE p.id = stage.project_id "
+           "AND p.lock_session = stage.session_id AND p.lock_gen = stage.generation)");
+}
+
+void renewOpenLeases(Db &db, Time since, Time until)
+{
+    db.run("UPDATE project SET lock_until = :until WHERE lock_session IS NOT NULL "
+           "AND lock_until >= :since",
+        { { "until", until }, { "since", since } });
+}
+
 std::string logLockKey(std::int64_t projectId)
 {
     return "log-lock:" + std::to_string(projectId);

@@ -70,6 +70,12 @@ std::vector<std::int64_t> expiredSessions(Db &db, const Config &config, Time now
 std::optional<std::int64_t> longestIdleSession(Db &db, std::int64_t userId);
 std::int64_t countLiveSessions(Db &db, const Config &config, Time now, std::int64_t userId);
 
+/// After a restart: staged uploads of a lock that is no longer held go.
+void dropUnheldStages(Db &db);
+
+/// After a restart: leases that ran beyond `since` run until `until`.
+void renewOpenLeases(Db &db, Time since, Time until);
+
 /// The name under which requests wait for a project's log lock (Reply::held, Call::wakeHeld).
 std::string logLockKey(std::int64_t projectId);
 

@@ -340,7 +340,7 @@ CREATE TABLE outbox (
     sent_at BIGINT,
     UNIQUE (topic_key, seq, command)
 );
-CREATE INDEX outbox_sent ON outbox (sent_at, at);
+CREATE INDEX outbox_sent ON outbox (sent_at, id);
 
 CREATE TABLE audit (
     process_id BIGINT NOT NULL,

@@ -1,0 +1,127 @@
+#include "notify/BrokerLink.h"
+#include "base/Config.h"
+#include "notify/Message.h"
+
+#include <activemq/library/ActiveMQCPP.h>
+#include <cms/AsyncCallback.h>
+#include <cms/Connection.h>
+#include <cms/ConnectionFactory.h>
+#include <cms/DeliveryMode.h>
+#include <cms/MessageProducer.h>
+#include <cms/Session.h>
+#include <list>
+#include <mutex>
+
+namespace kvx::server {
+
+namespace {
+
+constexpr char topicName[] = "com.orvane.kvx";
+
+/// The library is set up once and for all: it cannot be set up a second time.
+void startLibrary()
+{
+    static const bool started = [] {
+        activemq::library::ActiveMQCPP::initializeLibrary();
+        return true;
+    }();
+    static_cast<void>(started);
+}
+
+} // namespace
+
+class BrokerLink::Impl : public cms::ExceptionListener {
+public:
+    Impl(const Config &config, std::function<void(const std::string &)> broken)
+        : m_broken(std::move(broken))
+    {
+        startLibrary();
+        m_factory.reset(cms::ConnectionFactory::createCMSConnectionFactory(config.brokerUrl));
+        m_connection.reset(config.brokerUser.empty()
+                ? m_factory->createConnection()
+                : m_factory->createConnection(config.brokerUser, config.brokerPassword));
+        m_connection->setExceptionListener(this);
+        m_session.reset(m_connection->createSession(cms::Session::AUTO_ACKNOWLEDGE));
+        const std::unique_ptr<cms::Topic> topic(m_session->createTopic(topicName));
+        m_producer.reset(m_session->createProducer(topic.get()));
+        m_producer->setDeliveryMode(cms::DeliveryMode::NON_PERSISTENT);
+        m_connection->start();
+    }
+
+    ~Impl() override
+    {
+        try {
+            m_connection->setExceptionListener(nullptr);
+            m_connection->close();
+        } catch (const cms::CMSException &) {
+            // It was broken already.
+        }
+    }
+
+    void send(const std::string &text, Receipt receipt)
+    {
+        const std::unique_ptr<cms::TextMessage> message(
+            m_session->createTextMessage(modifiedUtf8(text)));
+        m_producer->send(message.get(), addWaiting(std::move(receipt)));
+    }
+
+    void onException(const cms::CMSException &error) override { m_broken(error.getMessage()); }
+
+private:
+    struct Waiting : cms::AsyncCallback {
+        void onSuccess() override { outcome(true); }
+        void onException(const cms::CMSException &) override { outcome(false); }
+        void outcome(bool delivered)
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            if (!done)
+                receipt(delivered);
+            done = true;
+        }
+        std::mutex mutex;
+        Receipt receipt;
+        bool done = false;
+        bool isDone()
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            return done;
+        }
+    };
+
+    cms::AsyncCallback *addWaiting(Receipt receipt)
+    {
+        m_waiting.remove_if([](const std::unique_ptr<Waiting> &one) { return one->isDone(); });
+        auto &added = m_waiting.emplace_back(std::make_unique<Waiting>());
+        added->receipt = std::move(receipt);
+        return added.get();
+    }
+
+    std::function<void(const std::string &)> m_broken;
+    std::list<std::unique_ptr<Waiting>> m_waiting; // outlives the connection that calls them
+    std::unique_ptr<cms::ConnectionFactory> m_factory;
+    std::unique_ptr<cms::Connection> m_connection;
+    std::unique_ptr<cms::Session> m_session;
+    std::unique_ptr<cms::MessageProducer> m_producer;
+};
+
+BrokerLink::BrokerLink(const Config &config, std::function<void(const std::string &)> broken)
+{
+    try {
+        m_impl = std::make_unique<Impl>(config, std::move(broken));
+    } catch (const cms::CMSException &error) {
+        throw BrokerError(error.getMessage());
+    }
+}
+
+BrokerLink::~BrokerLink() = default;
+
+void BrokerLink::send(const std::string &text, Receipt receipt)
+{
+    try {
+        m_impl->send(text, std::move(receipt));
+    } catch (const cms::CMSException &error) {
+        throw BrokerError(error.getMessage());
+    }
+}
+
+} // namespace kvx::server

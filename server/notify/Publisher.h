@@ -1,0 +1,95 @@
+#pragma once
+
+#include "base/Clock.h"
+#include "store/OutboxStore.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kvx::server {
+
+class BrokerLink;
+class Db;
+class DbPool;
+struct Config;
+
+/// Sends the rows of the outbox to the broker: in the order of their commits, each at least once,
+/// whatever happens to the broker or to this process meanwhile. A thread of its own.
+class Publisher {
+public:
+    /// The full record of a project ("users" included) as JSON with "Command" first where one is
+    /// given, made as the message is sent; nothing when the project is gone.
+    using ProjectRecord = std::function<std::optional<std::string>(
+        Db &, Time now, std::int64_t projectId, const std::string &command)>;
+
+    Publisher(const Config &config, const Clock &clock, DbPool &pool, ProjectRecord record);
+    ~Publisher();
+
+    /// Something was committed. Any thread.
+    void wake();
+
+    /// Sends what is left for at most that long, then ends. False when the thread could not be ended
+    /// in time (a broker that accepts and never answers).
+    bool stop(std::chrono::milliseconds limit);
+
+    bool isConnected() const { return m_connected; }
+
+private:
+    struct Prepared {
+        OutboxRow row;
+        std::string command;
+        std::vector<std::string> pieces;
+    };
+
+    void run();
+    bool connect();
+    void disconnect(const std::string &cause);
+    bool pass();
+    std::vector<Prepared> nextRows(int maximum);
+    Prepared prepare(Db &db, OutboxRow row) const;
+    void send(const Prepared &prepared);
+    bool isLeft();
+    void markDelivered();
+    template <class Result> Result inPool(bool write, std::function<Result(Db &)> work);
+
+    const Config &m_config;
+    const Clock &m_clock;
+    DbPool &m_pool;
+    const ProjectRecord m_record;
+
+    // The publisher thread's own.
+    std::unique_ptr<BrokerLink> m_link;
+    std::int64_t m_lastGiven = 0; ///< rows up to this one were given to the present link
+    std::int64_t m_perhapsSent = 0; ///< rows up to this one may have been sent before
+    std::int64_t m_nextNumber = 1;
+    std::map<std::int64_t, std::int64_t> m_numbers; ///< of rows given and not marked yet
+    std::chrono::milliseconds m_backoff { 0 };
+    std::string m_lastCause;
+
+    std::mutex m_mutex; ///< guards what follows
+    std::condition_variable m_changed;
+    std::vector<std::int64_t> m_delivered; ///< rows to be marked
+    std::set<std::int64_t> m_inFlight;
+    std::uint64_t m_linkAge = 0; ///< receipts of earlier links no longer count
+    bool m_broken = false;
+    std::string m_cause;
+    bool m_woken = false;
+    bool m_stopping = false;
+    bool m_ended = false;
+    std::chrono::steady_clock::time_point m_stopEnd;
+
+    std::atomic<bool> m_connected { false };
+    std::thread m_thread;
+};
+
+} // namespace kvx::server
