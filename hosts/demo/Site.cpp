@@ -1,0 +1,150 @@
+#include "demo/Site.h"
+
+#include <KVXNetwork/KVXNetwork.h>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QUuid>
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace kvx::demo {
+
+namespace {
+
+/// A port that nobody listens on right now.
+int freePort()
+{
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    int port = 0;
+    if (bind(listener, reinterpret_cast<sockaddr *>(&address), size) == 0
+        && getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size) == 0)
+        port = ntohs(address.sin_port);
+    close(listener);
+    return port;
+}
+
+QString local(int port)
+{
+    return QStringLiteral("127.0.0.1:%1").arg(port);
+}
+
+void end(QProcess &process)
+{
+    if (process.state() == QProcess::NotRunning)
+        return;
+    process.terminate();
+    if (!process.waitForFinished(30000)) {
+        process.kill();
+        process.waitForFinished();
+    }
+}
+
+} // namespace
+
+Site::Site(const QString &buildFolder, const QString &brokerScript)
+    : m_build(buildFolder)
+    , m_brokerScript(brokerScript)
+{
+}
+
+Site::~Site()
+{
+    stop();
+}
+
+bool Site::start()
+{
+    return startBroker() && startServer();
+}
+
+void Site::stop()
+{
+    end(m_server);
+    end(m_broker);
+}
+
+bool Site::startBroker()
+{
+    m_brokerPort = freePort();
+    m_broker.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    m_broker.start(m_brokerScript,
+        { QStringLiteral("--port"), QString::number(m_brokerPort), QStringLiteral("--data"),
+            path(QStringLiteral("broker")) });
+    while (m_broker.waitForReadyRead(60000)) {
+        if (m_broker.readAllStandardOutput().contains("ready"))
+            return true;
+    }
+    m_error = QStringLiteral("the broker did not start");
+    return false;
+}
+
+bool Site::startServer()
+{
+    m_port = freePort();
+    m_server.setProcessChannelMode(QProcess::MergedChannels);
+    m_server.setStandardOutputFile(path(QStringLiteral("server.out")));
+    m_server.start(m_build + QLatin1String("/server/kvx-server"),
+        { QStringLiteral("serve"), QStringLiteral("--data"), path(QStringLiteral("data")),
+            QStringLiteral("--listen"), local(m_port), QStringLiteral("--admin.listen"),
+            local(freePort()), QStringLiteral("--broker.url"),
+            QLatin1String("tcp://") + local(m_brokerPort), QStringLiteral("--broker.publicPort"),
+            QString::number(m_brokerPort), QStringLiteral("--admin-password-file"),
+            path(QStringLiteral("admin.password")) });
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < 30000 && m_server.state() != QProcess::NotRunning) {
+        if (KVXNetwork::getInstance()->ping(QStringLiteral("127.0.0.1"), m_port))
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    QFile log(path(QStringLiteral("server.out")));
+    if (log.open(QIODevice::ReadOnly))
+        m_error = QStringLiteral("the server did not start: %1").arg(QString::fromUtf8(log.readAll()));
+    return false;
+}
+
+bool Site::addUser(const QString &email, const QString &name)
+{
+    const QByteArray password = QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
+    QFile file(account(email).passwordFile);
+    if (!file.open(QIODevice::WriteOnly) || file.write(password + '\n') < 0) {
+        m_error = file.errorString();
+        return false;
+    }
+    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
+    QProcess command;
+    command.setProcessChannelMode(QProcess::MergedChannels);
+    command.start(m_build + QLatin1String("/server/kvx-server"),
+        { QStringLiteral("user"), QStringLiteral("add"), QStringLiteral("--data"),
+            path(QStringLiteral("data")), email, QStringLiteral("--name"), name,
+            QStringLiteral("--role"), QStringLiteral("Estimator") });
+    command.write(password + '\n');
+    command.closeWriteChannel();
+    if (command.waitForFinished(30000) && command.exitCode() == 0)
+        return true;
+    m_error = QString::fromUtf8(command.readAll());
+    return false;
+}
+
+QString Site::kvx() const
+{
+    return m_build + QLatin1String("/bin/kvx");
+}
+
+QString Site::server() const
+{
+    return local(m_port);
+}
+
+host::ShellProcess::Account Site::account(const QString &email) const
+{
+    return { email, path(email + QLatin1String(".password")), path(email + QLatin1String(".home")) };
+}
+
+} // namespace kvx::demo
