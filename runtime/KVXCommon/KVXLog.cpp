@@ -78,7 +78,7 @@ bool KVXLog::initFile(const QString &path, log4cplus::LogLevel level)
 {
     logFront();
     // The appender does not tell its maker that the file could not be opened.
-    if (!QFile(path).open(QIODevice::Append))
+    if (path.isEmpty() || !QFile(path).open(QIODevice::Append))
         return false;
     startOwnLogger(log4cplus::SharedAppenderPtr(new log4cplus::RollingFileAppender(
                        QFile::encodeName(path).toStdString(), LogFileSize, LogFileCount)),

@@ -21,6 +21,7 @@ const long SlowestTransfer = 1024; // bytes a second
 const long OldestConnection = 15; // s
 const qint64 SmallUpload = 64 * 1024; // a refusal before such a body saves nothing
 const long ContinueWait = 1000; // ms
+const int LoginRequired = 401;
 const int ProxyLoginRequired = 407;
 const qint64 BodyReserve = 1024 * 1024;
 
@@ -139,7 +140,7 @@ void Exchange::finish(CURL *easy, CURLcode result)
     curl_easy_reset(easy); // lets go of everything that lies in this object
     if (!m_refusal.isEmpty())
         m_error = m_refusal;
-    else if (m_head.complete() && status() == ProxyLoginRequired)
+    else if (m_head.complete() && (status() == LoginRequired || status() == ProxyLoginRequired))
         m_error.clear(); // however its page ended: proxies close over a request they do not read
     else if (result != CURLE_OK)
         m_error = exchangeError(result, m_server, m_proxy, QString::fromLocal8Bit(m_detail));

@@ -9,6 +9,7 @@ namespace {
 
 const int LongestSentence = 300;
 const int LargestErrorBody = 64 * 1024;
+const int LoginRequired = 401;
 const int ProxyLoginRequired = 407;
 
 // Server text is shown to a user: one line of bounded length.
@@ -58,12 +59,14 @@ QString exchangeError(
 
 QString statusError(int status, const QByteArray &body, const QString &server, const QString &proxy)
 {
-    if (status == ProxyLoginRequired)
-        return QStringLiteral("The proxy %1 did not accept the user name and password.").arg(proxy);
     const QString sentence = serverSentence(body);
     if (!sentence.isEmpty())
-        return QStringLiteral("%1 (HTTP %2)").arg(sentence).arg(status);
-    return QStringLiteral("The server %1 refused the request (HTTP %2).").arg(server).arg(status);
+        return QStringLiteral("%1 (HTTP %2)").arg(sentence, QString::number(status));
+    // Our server explains a 401; a proxy that sends one where 407 belongs does not.
+    if (status == ProxyLoginRequired || (status == LoginRequired && !proxy.isEmpty()))
+        return QStringLiteral("The proxy %1 did not accept the user name and password.").arg(proxy);
+    return QStringLiteral("The server %1 refused the request (HTTP %2).")
+        .arg(server, QString::number(status));
 }
 
 } // namespace kvx
