@@ -97,7 +97,7 @@ std::string infoOf(const Request &request)
     std::string text;
     if (info && info->IsObject()) {
         text = compactJson(*info);
-    } else if (info && info->IsString()) {
+    } else if (info && info->IsString() && info->GetStringLength() > 0) {
         // Checked like a request of its own: depth, duplicate keys, encoding.
         const std::string sent(info->GetString(), info->GetStringLength());
         text = compactJson(Request::parse(sent, "AdditionalInfo")->json());
