@@ -110,7 +110,9 @@ std::string misfitText(int conflict, sqlite3_changeset_iter *change)
     case SQLITE_CHANGESET_CONFLICT:
         return row + ": inserted on both sides";
     case SQLITE_CHANGESET_DATA:
-        return row + (operation == SQLITE_DELETE ? ": deleted there, changed here" : ": changed on both sides");
+        return row
+            + (operation == SQLITE_DELETE ? ": deleted there, changed here"
+                                          : ": changed on both sides");
     default:
         return row + ": a constraint of the table is violated";
     }

@@ -20,13 +20,15 @@ struct Applied {
     std::size_t skipped = 0; ///< changes not made: held by the content already, or by the rule
     std::size_t alreadyThere = 0; ///< changes that the content held already, wholly or partly
     std::string firstMisfit; ///< the change that ended the application, for an error text
-    bool misfit = false; ///< the failure is a change that does not fit, not an error of the database
+    bool misfit
+        = false; ///< the failure is a change that does not fit, not an error of the database
 };
 
 /// Applies a checked changeset inside the open transaction of the connection. A change whose
-/// result is already there is skipped, column by column; any other misfit goes to `rule`, or ends it all.
-/// On success every one of the `records` changes was made or skipped, and the transaction is open.
-/// On failure nothing of the changeset is left, and SQLite may have rolled back the transaction.
+/// result is already there is skipped, column by column; any other misfit goes to `rule`, or ends
+/// it all. On success every one of the `records` changes was made or skipped, and the transaction
+/// is open. On failure nothing of the changeset is left, and SQLite may have rolled back the
+/// transaction.
 Status applyChangeset(Connection &connection, const Bytes &changeset, std::size_t records,
     const FitRule &rule, Applied *applied);
 

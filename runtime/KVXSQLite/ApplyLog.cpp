@@ -71,7 +71,8 @@ Status ApplyLog::transaction(const CommandFile &log, const QString &projectFile,
         return status;
     if (sqlite3_stricmp(guid.c_str(), header.projectGuid.c_str()) != 0)
         return { Failure::OtherProject,
-            logName(header.version) + " belongs to project " + header.projectGuid + ", not to " + guid };
+            logName(header.version) + " belongs to project " + header.projectGuid + ", not to "
+                + guid };
     bool sealed = false;
     int version = -1;
     status = book.version(&version);
@@ -138,7 +139,8 @@ Status ApplyLog::applyOthers(const CommandFile &log, const QString &projectFile,
     if (!status.ok())
         return status;
     ConflictsFile conflicts;
-    status = Rebase(m_connection, m_schema).run(log.changeset(), validator.records(), winner, &conflicts);
+    status = Rebase(m_connection, m_schema)
+                 .run(log.changeset(), validator.records(), winner, &conflicts);
     if (status.failure == Failure::Clash)
         status.text = name + " clashes with edits that are not published: " + status.text;
     if (status.ok() && !conflicts.isEmpty())

@@ -8,8 +8,8 @@ namespace kvx::sqlite {
 
 const char *const Bookkeeping::metaTable
     = "CREATE TABLE kvx_meta(key TEXT PRIMARY KEY NOT NULL, value NOT NULL) WITHOUT ROWID";
-const char *const Bookkeeping::pendingTable
-    = "CREATE TABLE kvx_pending(sequence INTEGER PRIMARY KEY AUTOINCREMENT, changeset BLOB NOT NULL)";
+const char *const Bookkeeping::pendingTable = "CREATE TABLE kvx_pending(sequence INTEGER PRIMARY "
+                                              "KEY AUTOINCREMENT, changeset BLOB NOT NULL)";
 
 namespace {
 
@@ -128,8 +128,9 @@ Status Bookkeeping::publication(const PublishId &id, std::optional<std::int64_t>
     if (code == SQLITE_ROW)
         *lastSequence = select.integer(0);
     select.reset();
-    return code == SQLITE_ROW || code == SQLITE_DONE ? Status()
-                                                     : m_connection.error("reading the bookkeeping");
+    return code == SQLITE_ROW || code == SQLITE_DONE
+        ? Status()
+        : m_connection.error("reading the bookkeeping");
 }
 
 Status Bookkeeping::latestPublication(std::optional<std::int64_t> *lastSequence)
@@ -140,13 +141,15 @@ Status Bookkeeping::latestPublication(std::optional<std::int64_t> *lastSequence)
     if (code == SQLITE_ROW)
         *lastSequence = select.integer(0);
     select.reset();
-    return code == SQLITE_ROW || code == SQLITE_DONE ? Status()
-                                                     : m_connection.error("reading the bookkeeping");
+    return code == SQLITE_ROW || code == SQLITE_DONE
+        ? Status()
+        : m_connection.error("reading the bookkeeping");
 }
 
 Status Bookkeeping::raiseVersion(int version)
 {
-    Statement &forget = m_connection.kept("DELETE FROM kvx_meta WHERE key >= 'publish' AND key < 'publisi'");
+    Statement &forget
+        = m_connection.kept("DELETE FROM kvx_meta WHERE key >= 'publish' AND key < 'publisi'");
     if (!forget.run())
         return m_connection.error("writing the bookkeeping");
     return put("version", version);

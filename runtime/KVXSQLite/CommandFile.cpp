@@ -5,7 +5,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <algorithm>
 #include <cstring>
 #include <sodium.h>
@@ -78,10 +77,9 @@ Status bad(const std::string &what)
     return { Failure::BadLog, "the change log is not usable: " + what };
 }
 
-} // namespace
-
-Bytes CommandFile::encode(const CommandHeader &header, const Bytes &changeset)
+Bytes encodedHeader(const CommandHeader &header, const Bytes &changeset)
 {
+    constexpr std::size_t headerSize = CommandFile::headerSize;
     Bytes file(headerSize, 0);
     unsigned char *at = file.data();
     std::copy(std::begin(magic), std::end(magic), at);
@@ -89,8 +87,9 @@ Bytes CommandFile::encode(const CommandHeader &header, const Bytes &changeset)
     putNumber(at + atHeaderSize, 2, headerSize);
     putNumber(at + atVersion, 4, static_cast<std::uint64_t>(header.version));
     putNumber(at + atTime, 8, static_cast<std::uint64_t>(header.time));
-    std::copy_n(header.projectGuid.begin(), std::min(guidSize, header.projectGuid.size()), at + atGuid);
-    const std::size_t authorSize = std::min(maxAuthor, header.author.size());
+    std::copy_n(
+        header.projectGuid.begin(), std::min(guidSize, header.projectGuid.size()), at + atGuid);
+    const std::size_t authorSize = std::min(CommandFile::maxAuthor, header.author.size());
     putNumber(at + atAuthorSize, 2, authorSize);
     std::copy(header.publishId.begin(), header.publishId.end(), at + atPublishId);
     std::copy(header.schema.begin(), header.schema.end(), at + atSchema);
@@ -100,6 +99,14 @@ Bytes CommandFile::encode(const CommandHeader &header, const Bytes &changeset)
     std::copy_n(header.author.begin(), authorSize, at + atAuthor);
     const Digest own = digestOf(at, atHeaderDigest);
     std::copy(own.begin(), own.end(), at + atHeaderDigest);
+    return file;
+}
+
+} // namespace
+
+Bytes CommandFile::encode(const CommandHeader &header, const Bytes &changeset)
+{
+    Bytes file = encodedHeader(header, changeset);
     file.insert(file.end(), changeset.begin(), changeset.end());
     return file;
 }
@@ -164,7 +171,8 @@ bool CommandFile::loadFromFile(const QString &path)
     Status status;
     QFile file(path);
     if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
-        status = { Failure::Io, "the change log cannot be read: " + file.errorString().toStdString() };
+        status
+            = { Failure::Io, "the change log cannot be read: " + file.errorString().toStdString() };
     else if (file.size() > static_cast<qint64>(headerSize + ChangesetReader::maxBytes))
         status = bad("it is larger than 256 MiB");
     if (status.ok()) {
@@ -180,14 +188,21 @@ bool CommandFile::loadFromFile(const QString &path)
 
 Status CommandFile::write(const QString &path, const CommandHeader &header, const Bytes &changeset)
 {
-    const Bytes file = encode(header, changeset);
-    QSaveFile target(path);
-    if (!target.open(QIODevice::WriteOnly)
-        || target.write(reinterpret_cast<const char *>(file.data()), static_cast<qint64>(file.size())) < 0
-        || !target.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) || !target.commit())
-        return { Failure::Io,
-            "writing " + path.toStdString() + ": " + target.errorString().toStdString() };
-    return {};
+    // Not synced: after a power cut nobody asks for this file again.
+    const Bytes head = encodedHeader(header, changeset);
+    const auto size = static_cast<qint64>(changeset.size());
+    QFile::remove(path);
+    QFile target(path + QLatin1String(".part"));
+    if (target.open(QIODevice::WriteOnly | QIODevice::Truncate)
+        && target.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)
+        && target.write(reinterpret_cast<const char *>(head.data()), headerSize) == headerSize
+        && target.write(reinterpret_cast<const char *>(changeset.data()), size) == size
+        && target.flush() && target.rename(path))
+        return {};
+    const Status failed { Failure::Io,
+        "writing " + path.toStdString() + ": " + target.errorString().toStdString() };
+    target.remove();
+    return failed;
 }
 
 } // namespace kvx::sqlite

@@ -58,10 +58,11 @@ QJsonValue jsonOf(sqlite3_value *value)
     case SQLITE_FLOAT:
         return sqlite3_value_double(value);
     case SQLITE_TEXT:
-        return QString::fromUtf8(reinterpret_cast<const char *>(sqlite3_value_text(value)),
-            sqlite3_value_bytes(value));
+        return QString::fromUtf8(
+            reinterpret_cast<const char *>(sqlite3_value_text(value)), sqlite3_value_bytes(value));
     case SQLITE_BLOB:
-        return blobValue(sqlite3_value_blob(value), static_cast<std::size_t>(sqlite3_value_bytes(value)));
+        return blobValue(
+            sqlite3_value_blob(value), static_cast<std::size_t>(sqlite3_value_bytes(value)));
     default:
         return QJsonValue::Null;
     }
@@ -123,11 +124,13 @@ Status ConflictsFile::write(
     // Never over an earlier one: its edits stand nowhere else.
     QFile file;
     for (int n = 1; n < 10'000 && !file.isOpen(); ++n) {
-        file.setFileName(QStringLiteral("%1.conflicts-%2-%3.json").arg(projectFile).arg(logVersion).arg(n));
+        file.setFileName(
+            QStringLiteral("%1.conflicts-%2-%3.json").arg(projectFile).arg(logVersion).arg(n));
         if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly) && !file.exists())
             break;
     }
-    if (file.isOpen() && file.write(bytes) == bytes.size() && file.flush() && ::fsync(file.handle()) == 0) {
+    if (file.isOpen() && file.write(bytes) == bytes.size() && file.flush()
+        && ::fsync(file.handle()) == 0) {
         *path = file.fileName();
         return {};
     }

@@ -24,7 +24,8 @@ public:
 
     bool isEmpty() const { return m_conflicts.isEmpty(); }
     /// Writes a new file beside the project file and syncs it. The path comes back in `path`.
-    Status write(const QString &projectFile, int logVersion, const QString &author, QString *path) const;
+    Status write(
+        const QString &projectFile, int logVersion, const QString &author, QString *path) const;
 
 private:
     QJsonArray m_conflicts;

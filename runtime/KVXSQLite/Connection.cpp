@@ -23,7 +23,8 @@ void limitConnection(sqlite3 *db)
     sqlite3_limit(db, SQLITE_LIMIT_LENGTH, longestValue);
     sqlite3_limit(db, SQLITE_LIMIT_SQL_LENGTH, 100'000);
     sqlite3_limit(db, SQLITE_LIMIT_COLUMN, 200);
-    // A change of a wide table compares every column: the expression is as deep as the table is wide.
+    // A change of a wide table compares every column: the expression is as deep as the table is
+    // wide.
     sqlite3_limit(db, SQLITE_LIMIT_EXPR_DEPTH, 300);
     sqlite3_limit(db, SQLITE_LIMIT_VDBE_OP, 250'000);
     sqlite3_limit(db, SQLITE_LIMIT_ATTACHED, 0);
@@ -78,9 +79,10 @@ Status Connection::open(const std::string &path, Role role)
     limitConnection(m_handle);
     if (sqlite3_db_readonly(m_handle, "main") == 1)
         return { Failure::Io, "opening " + path + ": the file is read-only" };
-    const char *settings = role == Role::Host
-        ? "PRAGMA cell_size_check=ON; PRAGMA mmap_size=0; PRAGMA foreign_keys=ON; PRAGMA synchronous=FULL"
-        : "PRAGMA cell_size_check=ON; PRAGMA mmap_size=0; PRAGMA foreign_keys=ON; PRAGMA synchronous=NORMAL";
+    const char *settings = role == Role::Host ? "PRAGMA cell_size_check=ON; PRAGMA mmap_size=0; "
+                                                "PRAGMA foreign_keys=ON; PRAGMA synchronous=FULL"
+                                              : "PRAGMA cell_size_check=ON; PRAGMA mmap_size=0; "
+                                                "PRAGMA foreign_keys=ON; PRAGMA synchronous=NORMAL";
     return exec(settings, "preparing the connection");
 }
 
@@ -95,7 +97,8 @@ Status Connection::close()
 
 Status Connection::exec(const char *sql, const char *doing)
 {
-    return sqlite3_exec(m_handle, sql, nullptr, nullptr, nullptr) == SQLITE_OK ? Status() : error(doing);
+    return sqlite3_exec(m_handle, sql, nullptr, nullptr, nullptr) == SQLITE_OK ? Status()
+                                                                               : error(doing);
 }
 
 Statement &Connection::kept(const char *sql)

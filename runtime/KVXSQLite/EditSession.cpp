@@ -48,12 +48,21 @@ void EditSession::stop()
     m_hook.reset();
 }
 
+Status EditSession::begin()
+{
+    Status status = m_connection.begin();
+    if (status.failure == Failure::Busy
+        && sqlite3_txn_state(m_connection.handle(), "main") != SQLITE_TXN_NONE)
+        status.text = "a query of the host is still running on the project's connection";
+    return status;
+}
+
 Status EditSession::internal(const std::function<Status()> &function)
 {
     if (m_mode != Mode::Reading)
         return { Failure::Refused, "an edit transaction is open" };
     m_mode = Mode::Internal;
-    Status status = m_connection.begin();
+    Status status = begin();
     if (status.ok()) {
         status = function();
         if (status.ok())
@@ -70,7 +79,7 @@ Status EditSession::edit(const std::function<bool(sqlite3 *)> &function, bool re
     if (m_mode != Mode::Reading)
         return { Failure::Refused, "an edit transaction is already open" };
     m_mode = Mode::Internal;
-    Status status = m_connection.begin();
+    Status status = begin();
     if (status.ok()) {
         try {
             status = runEdit(function, record);
@@ -160,12 +169,13 @@ bool EditSession::allows(int action, const char *first, const char *second)
     }
 }
 
-int EditSession::authorize(void *self, int action, const char *first, const char *second,
-    const char *, const char *)
+int EditSession::authorize(
+    void *self, int action, const char *first, const char *second, const char *, const char *)
 {
     auto *session = static_cast<EditSession *>(self);
-    return session->m_mode == Mode::Internal || session->allows(action, first, second) ? SQLITE_OK
-                                                                                       : SQLITE_DENY;
+    return session->m_mode == Mode::Internal || session->allows(action, first, second)
+        ? SQLITE_OK
+        : SQLITE_DENY;
 }
 
 int EditSession::beforeCommit(void *self)

@@ -30,6 +30,7 @@ public:
 private:
     enum class Mode { Reading, Edit, Internal };
 
+    Status begin();
     Status runEdit(const std::function<bool(sqlite3 *)> &function, bool record);
     Status finish(const RecordingSession *session);
     bool allows(int action, const char *first, const char *second);

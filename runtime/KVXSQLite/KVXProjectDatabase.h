@@ -11,6 +11,10 @@
 
 struct sqlite3;
 
+namespace kvx::sqlite {
+struct OpenProject;
+}
+
 /// An open project file: its content tables, the user's edits that are not published yet, and the
 /// log version the content stands at. Host thread only.
 ///
@@ -41,8 +45,8 @@ public:
 
     /// A new project file at version -1; `path` must not exist. `schemaSql` creates the content
     /// tables: CREATE TABLE and CREATE INDEX only. Null on failure, with the cause in `error`.
-    static std::unique_ptr<KVXProjectDatabase> create(const QString &path,
-        const QString &projectGuid, const QString &schemaSql, QString *error);
+    static std::unique_ptr<KVXProjectDatabase> create(
+        const QString &path, const QString &projectGuid, const QString &schemaSql, QString *error);
 
     /// Opens and checks a project file: regular file, structure, format version, project GUID,
     /// shareable schema. `schemaSql` may be empty; else the file must have exactly the tables it
@@ -102,8 +106,7 @@ public:
     kvx::sqlite::Failure failure() const;
 
 private:
-    struct State;
-    explicit KVXProjectDatabase(std::unique_ptr<State> state);
+    explicit KVXProjectDatabase(std::unique_ptr<kvx::sqlite::OpenProject> project);
 
-    std::unique_ptr<State> m_state;
+    std::unique_ptr<kvx::sqlite::OpenProject> m_project;
 };

@@ -37,8 +37,8 @@ int Model::highestId(const QString &table, int min, int max)
     const std::string sql = "SELECT max(" + column + ") FROM " + quoted(found->name) + " WHERE "
         + column + " BETWEEN ? AND ?";
     Statement select(m_connection.handle(), sql.c_str());
-    const bool used = select.bind(min).bind(max).step() == SQLITE_ROW
-        && select.type(0) == SQLITE_INTEGER;
+    const bool used
+        = select.bind(min).bind(max).step() == SQLITE_ROW && select.type(0) == SQLITE_INTEGER;
     return used ? static_cast<int>(select.integer(0)) : -1;
 }
 

@@ -96,7 +96,8 @@ Status checkSchema(Connection &connection, const QString &schemaSql, Schema *sch
     Schema expected;
     status = Schema::fromSql(schemaSql.toStdString(), &expected);
     if (status.ok() && expected.fingerprint() != schema->fingerprint())
-        status = { Failure::BadSchema, "the project has other tables than this application works with" };
+        status = { Failure::BadSchema,
+            "the project has other tables than this application works with" };
     return status;
 }
 
@@ -111,7 +112,8 @@ Status walMode(Connection &connection)
     return status;
 }
 
-Status layOut(Connection &connection, const QString &path, const QString &projectGuid, const QString &schemaSql)
+Status layOut(Connection &connection, const QString &path, const QString &projectGuid,
+    const QString &schemaSql)
 {
     Status status = connection.open(path.toStdString(), Connection::Role::Host);
     if (status.ok())
@@ -121,7 +123,8 @@ Status layOut(Connection &connection, const QString &path, const QString &projec
     if (status.ok())
         status = connection.exec(schemaSql.toUtf8().constData(), "creating the content tables");
     if (status.ok() && !connection.inTransaction())
-        status = { Failure::BadSchema, "creating the content tables: the statements end the transaction" };
+        status = { Failure::BadSchema,
+            "creating the content tables: the statements end the transaction" };
     Schema schema;
     if (status.ok())
         status = Schema::read(connection, &schema);
@@ -134,14 +137,16 @@ Status layOut(Connection &connection, const QString &path, const QString &projec
 
 } // namespace
 
-Status ProjectFile::create(const QString &path, const QString &projectGuid, const QString &schemaSql)
+Status ProjectFile::create(
+    const QString &path, const QString &projectGuid, const QString &schemaSql)
 {
     const QUuid uuid(projectGuid);
     if (uuid.isNull() || uuid.toString().compare(projectGuid, Qt::CaseInsensitive) != 0)
         return { Failure::Refused, "\"" + projectGuid.toStdString() + "\" is no project GUID" };
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
-        return { Failure::Io, "creating " + path.toStdString() + ": " + file.errorString().toStdString() };
+        return { Failure::Io,
+            "creating " + path.toStdString() + ": " + file.errorString().toStdString() };
     file.close();
     Connection connection;
     const Status status = layOut(connection, path, projectGuid, schemaSql);
@@ -164,7 +169,8 @@ Status ProjectFile::checkOutside(const QString &path, bool downloaded)
         return notAProject(path, "it is not a regular file");
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        return { Failure::Io, "opening " + path.toStdString() + ": " + file.errorString().toStdString() };
+        return { Failure::Io,
+            "opening " + path.toStdString() + ": " + file.errorString().toStdString() };
     if (file.size() == 0)
         return notAProject(path, "it is empty");
     const QByteArray header = file.read(100);
@@ -175,13 +181,16 @@ Status ProjectFile::checkOutside(const QString &path, bool downloaded)
     const auto *bytes = reinterpret_cast<const unsigned char *>(header.constData());
     const std::uint64_t stored = bigEndian(bytes + 16, 2);
     const std::uint64_t pageSize = stored == 1 ? 65536 : stored;
-    if (pageSize < 512 || static_cast<std::uint64_t>(file.size()) != pageSize * bigEndian(bytes + 28, 4))
-        return { Failure::Damaged, path.toStdString() + " is damaged: its size does not match its header" };
+    if (pageSize < 512
+        || static_cast<std::uint64_t>(file.size()) != pageSize * bigEndian(bytes + 28, 4))
+        return { Failure::Damaged,
+            path.toStdString() + " is damaged: its size does not match its header" };
     // A write-ahead log of the file that stood here before must not be played into this one.
     for (const char *side : sideFiles)
         if (QFile::exists(path + QLatin1String(side)) && !QFile::remove(path + QLatin1String(side)))
-            return { Failure::Io, "a remainder of the former project file cannot be removed: "
-                    + path.toStdString() + side };
+            return { Failure::Io,
+                "a remainder of the former project file cannot be removed: " + path.toStdString()
+                    + side };
     return {};
 }
 

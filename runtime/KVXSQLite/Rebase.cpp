@@ -43,7 +43,8 @@ Status Rebase::undo(std::int64_t sequence, Bytes *edits)
     const int code
         = sqlite3changeset_invert(static_cast<int>(edits->size()), edits->data(), &size, &data);
     if (code != SQLITE_OK)
-        return { Failure::Internal, std::string("undoing the pending edits: ") + sqlite3_errstr(code) };
+        return { Failure::Internal,
+            std::string("undoing the pending edits: ") + sqlite3_errstr(code) };
     const auto *begin = static_cast<const unsigned char *>(data);
     const Bytes inverse(begin, begin + size);
     sqlite3_free(data);
@@ -121,8 +122,8 @@ Status Rebase::redoOneByOne(const Bytes &edits, Winner winner, ConflictsFile *co
     }
 }
 
-Status Rebase::redoItem(const ChangesetReader &item, Winner winner, bool lastPass,
-    ConflictsFile *conflicts, bool *done)
+Status Rebase::redoItem(
+    const ChangesetReader &item, Winner winner, bool lastPass, ConflictsFile *conflicts, bool *done)
 {
     const Table &table = *m_schema.find(item.table()); // checked when the edits were read
     Bytes one(item.header().begin(), item.header().end());

@@ -29,7 +29,7 @@ Status readColumns(Connection &connection, Table *table, std::string *descriptio
 {
     *description += "T";
     appendField(description, table->name);
-    Statement &columns = connection.kept(
+    Statement columns(connection.handle(),
         "SELECT name, type, \"notnull\", pk, hidden FROM pragma_table_xinfo(?) ORDER BY cid");
     columns.bind(table->name);
     int keyColumns = 0;
@@ -68,10 +68,9 @@ Status readColumns(Connection &connection, Table *table, std::string *descriptio
         table->integerKey = integerColumn;
     if (!nullableKey.empty()) {
         // The row ID itself is never NULL; it has no index of its own.
-        Statement &index = connection.kept("SELECT 1 FROM pragma_index_list(?) WHERE origin = 'pk'");
-        const bool rowId = index.bind(table->name).step() == SQLITE_DONE;
-        index.reset();
-        if (!rowId)
+        Statement index(
+            connection.handle(), "SELECT 1 FROM pragma_index_list(?) WHERE origin = 'pk'");
+        if (index.bind(table->name).step() != SQLITE_DONE)
             return notShareable(table->name,
                 "column \"" + nullableKey + "\" of its PRIMARY KEY is not declared NOT NULL");
     }
@@ -80,15 +79,15 @@ Status readColumns(Connection &connection, Table *table, std::string *descriptio
 
 Status checkForeignKeys(Connection &connection, const Table &table)
 {
-    Statement &keys = connection.kept("SELECT \"table\" FROM pragma_foreign_key_list(?)"
-                                      " WHERE on_update <> 'NO ACTION' OR on_delete <> 'NO ACTION'");
-    const bool clean = keys.bind(table.name).step() == SQLITE_DONE;
-    const std::string parent = clean ? std::string() : keys.text(0);
-    keys.reset();
-    if (clean)
+    Statement keys(connection.handle(),
+        "SELECT \"table\" FROM pragma_foreign_key_list(?)"
+        " WHERE on_update <> 'NO ACTION' OR on_delete <> 'NO ACTION'");
+    if (keys.bind(table.name).step() == SQLITE_DONE)
         return {};
-    return notShareable(table.name, "its foreign key to \"" + parent
-            + "\" has an action other than NO ACTION; applying a change log would change rows that no"
+    return notShareable(table.name,
+        "its foreign key to \"" + keys.text(0)
+            + "\" has an action other than NO ACTION; applying a change log would change rows that "
+              "no"
               " log names");
 }
 
@@ -110,8 +109,9 @@ std::string quoted(std::string_view identifier)
 Status Schema::read(Connection &connection, Schema *schema)
 {
     Schema result;
-    Statement &names = connection.kept(
-        "SELECT name, rootpage FROM sqlite_schema WHERE type = 'table' ORDER BY name COLLATE BINARY");
+    Statement names(connection.handle(),
+        "SELECT name, rootpage FROM sqlite_schema WHERE type = 'table' ORDER BY name COLLATE "
+        "BINARY");
     int code = names.step();
     for (; code == SQLITE_ROW; code = names.step()) {
         Table table;

@@ -6,7 +6,8 @@ namespace kvx::sqlite {
 
 Statement::Statement(sqlite3 *connection, const char *sql)
 {
-    m_failed = sqlite3_prepare_v3(connection, sql, -1, SQLITE_PREPARE_PERSISTENT, &m_statement, nullptr);
+    m_failed
+        = sqlite3_prepare_v3(connection, sql, -1, SQLITE_PREPARE_PERSISTENT, &m_statement, nullptr);
 }
 
 Statement::~Statement()

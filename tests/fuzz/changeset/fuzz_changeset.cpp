@@ -19,7 +19,8 @@ struct Target {
     Target()
     {
         if (!connection.open(":memory:", Connection::Role::Apply).ok()
-            || !connection.exec(fuzzedSchema, "setting up").ok() || !Schema::read(connection, &schema).ok())
+            || !connection.exec(fuzzedSchema, "setting up").ok()
+            || !Schema::read(connection, &schema).ok())
             std::abort();
     }
     Connection connection;
@@ -43,8 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, std::size_t siz
     Applied applied;
     const Status status = applyChangeset(
         target.connection, Bytes(data, data + size), validator.records(), {}, &applied);
-    const auto made = static_cast<std::size_t>(
-        sqlite3_total_changes64(target.connection.handle()) - before);
+    const auto made
+        = static_cast<std::size_t>(sqlite3_total_changes64(target.connection.handle()) - before);
     if (status.ok()
         && (!target.connection.inTransaction() || made + applied.skipped != validator.records()))
         std::abort();

@@ -76,7 +76,8 @@ QString ProjectFiles::prepare(const Database &database)
 QString ProjectFiles::publish(const Database &database)
 {
     const QString log = prepare(database);
-    EXPECT_TRUE(database->published(database->logVersion() + 1)) << database->errorText().toStdString();
+    EXPECT_TRUE(database->published(database->logVersion() + 1))
+        << database->errorText().toStdString();
     return log;
 }
 
@@ -91,7 +92,8 @@ void ProjectFiles::outside(const QString &path, const std::string &statements)
     sqlite3 *connection = nullptr;
     ASSERT_EQ(sqlite3_open(path.toUtf8().constData(), &connection), SQLITE_OK);
     char *text = nullptr;
-    EXPECT_EQ(sqlite3_exec(connection, statements.c_str(), nullptr, nullptr, &text), SQLITE_OK) << text;
+    EXPECT_EQ(sqlite3_exec(connection, statements.c_str(), nullptr, nullptr, &text), SQLITE_OK)
+        << text;
     sqlite3_free(text);
     sqlite3_close(connection);
 }

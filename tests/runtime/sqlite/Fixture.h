@@ -30,8 +30,8 @@ protected:
     QString file(const char *name) const;
     /// A sealed new project with a few rows, at version -1.
     Database project(const char *name);
-    Database open(const QString &path,
-        KVXProjectDatabase::Origin origin = KVXProjectDatabase::Origin::Local);
+    Database open(
+        const QString &path, KVXProjectDatabase::Origin origin = KVXProjectDatabase::Origin::Local);
     /// The file as it would come from the server.
     Database download(const Database &source, const char *name);
     QString copyOf(const QString &path, const char *name) const;

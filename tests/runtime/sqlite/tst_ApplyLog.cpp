@@ -26,7 +26,8 @@ protected:
         const int version = ben->logVersion();
         const int pending = ben->pendingCount();
         EXPECT_EQ(execute(ben, log), 0);
-        EXPECT_EQ(static_cast<int>(ben->failure()), static_cast<int>(why)) << ben->errorText().toStdString();
+        EXPECT_EQ(static_cast<int>(ben->failure()), static_cast<int>(why))
+            << ben->errorText().toStdString();
         EXPECT_THAT(ben->errorText().toStdString(), HasSubstr(text));
         EXPECT_EQ(ben->contentDigest(), before);
         EXPECT_EQ(ben->logVersion(), version);
@@ -36,7 +37,8 @@ protected:
     {
         EXPECT_TRUE(sql(ann,
             "WITH RECURSIVE n(i) AS (SELECT 1000 UNION ALL SELECT i + 1 FROM n WHERE i < 6000)"
-            " INSERT INTO items(id, chapter, text, note) SELECT i, 1, 'long text ' || i, randomblob(300) FROM n"));
+            " INSERT INTO items(id, chapter, text, note) SELECT i, 1, 'long text ' || i, "
+            "randomblob(300) FROM n"));
         return publish(ann);
     }
 
@@ -88,7 +90,8 @@ TEST_F(ApplyLog, SkipsWhatTheFileAlreadyHolds)
 TEST_F(ApplyLog, RefusesAGap)
 {
     publish(ann);
-    expectFails(publish(ann), Failure::Gap, "change log 1 does not follow the project's version -1");
+    expectFails(
+        publish(ann), Failure::Gap, "change log 1 does not follow the project's version -1");
 }
 
 TEST_F(ApplyLog, RefusesAnotherProjectAndAnUnknownMode)
@@ -106,7 +109,8 @@ TEST_F(ApplyLog, RefusesAnotherProjectAndAnUnknownMode)
 
 TEST_F(ApplyLog, RefusesALogForOtherTables)
 {
-    const QString schema = testSchema + QStringLiteral("; CREATE TABLE more(id INTEGER PRIMARY KEY)");
+    const QString schema
+        = testSchema + QStringLiteral("; CREATE TABLE more(id INTEGER PRIMARY KEY)");
     const Database other = KVXProjectDatabase::create(file("other"), testGuid, schema, &error);
     ASSERT_TRUE(other->sealBase());
     ASSERT_TRUE(sql(other, "INSERT INTO chapters VALUES (5, 'x')"));
@@ -115,37 +119,61 @@ TEST_F(ApplyLog, RefusesALogForOtherTables)
 
 TEST_F(ApplyLog, RefusesAForgedLogWhoseTablesDoNotMatch)
 {
-    const std::string key = "CREATE TABLE items(id INTEGER PRIMARY KEY, a, b, c, d); INSERT INTO items VALUES (10,1,1,1,1)";
-    expectFails(forge(ben, 0, changesetOf(key, "DELETE FROM items")), Failure::BadLog, "table \"items\" has other columns in this project");
-    expectFails(forge(ben, 0, changesetOf("CREATE TABLE secret(id INTEGER PRIMARY KEY)", "INSERT INTO secret VALUES (1)")),
+    const std::string key = "CREATE TABLE items(id INTEGER PRIMARY KEY, a, b, c, d); INSERT INTO "
+                            "items VALUES (10,1,1,1,1)";
+    expectFails(forge(ben, 0, changesetOf(key, "DELETE FROM items")), Failure::BadLog,
+        "table \"items\" has other columns in this project");
+    expectFails(forge(ben, 0,
+                    changesetOf("CREATE TABLE secret(id INTEGER PRIMARY KEY)",
+                        "INSERT INTO secret VALUES (1)")),
         Failure::BadLog, "table \"secret\" is not in this project");
-    expectFails(forge(ben, 0, changesetOf("CREATE TABLE chapters(id, title PRIMARY KEY NOT NULL)", "INSERT INTO chapters VALUES (1, 2)")),
+    expectFails(forge(ben, 0,
+                    changesetOf("CREATE TABLE chapters(id, title PRIMARY KEY NOT NULL)",
+                        "INSERT INTO chapters VALUES (1, 2)")),
         Failure::BadLog, "table \"chapters\" has another key in this project");
-    EXPECT_EQ(execute(ben, forge(ben, 0, changesetOf(testSchema.toStdString(), "INSERT INTO chapters VALUES (9, 'ok')"))), 1);
+    EXPECT_EQ(
+        execute(ben,
+            forge(ben, 0,
+                changesetOf(testSchema.toStdString(), "INSERT INTO chapters VALUES (9, 'ok')"))),
+        1);
 }
 
 TEST_F(ApplyLog, FailsWhenTheContentIsNotWhatTheLogChanges)
 {
-    const std::string changed = testSchema.toStdString() + "; INSERT INTO chapters VALUES (1, 'elsewhere'), (7, 'elsewhere')";
-    expectFails(forge(ben, 0, changesetOf(changed, "UPDATE chapters SET title = 'x' WHERE id = 1")), Failure::Damaged,
-        "change log 0 does not fit the project's content (table \"chapters\", row 1: changed on both sides)");
-    expectFails(forge(ben, 0, changesetOf(changed, "UPDATE chapters SET title = 'x' WHERE id = 7")), Failure::Damaged, "row 7: changed there, deleted here");
-    expectFails(forge(ben, 0, changesetOf(changed, "DELETE FROM chapters WHERE id = 1")), Failure::Damaged, "row 1: deleted there, changed here");
-    expectFails(forge(ben, 0, changesetOf(testSchema.toStdString(), "INSERT INTO chapters VALUES (1, 'x')")), Failure::Damaged, "row 1: inserted on both sides");
+    const std::string changed = testSchema.toStdString()
+        + "; INSERT INTO chapters VALUES (1, 'elsewhere'), (7, 'elsewhere')";
+    expectFails(forge(ben, 0, changesetOf(changed, "UPDATE chapters SET title = 'x' WHERE id = 1")),
+        Failure::Damaged,
+        "change log 0 does not fit the project's content (table \"chapters\", row 1: changed on "
+        "both sides)");
+    expectFails(forge(ben, 0, changesetOf(changed, "UPDATE chapters SET title = 'x' WHERE id = 7")),
+        Failure::Damaged, "row 7: changed there, deleted here");
+    expectFails(forge(ben, 0, changesetOf(changed, "DELETE FROM chapters WHERE id = 1")),
+        Failure::Damaged, "row 1: deleted there, changed here");
+    expectFails(forge(ben, 0,
+                    changesetOf(testSchema.toStdString(), "INSERT INTO chapters VALUES (1, 'x')")),
+        Failure::Damaged, "row 1: inserted on both sides");
 }
 
 TEST_F(ApplyLog, FailsOnViolatedConstraints)
 {
     const std::string loose = "CREATE TABLE chapters(id INTEGER PRIMARY KEY, title)";
-    expectFails(forge(ben, 0, changesetOf(loose, "INSERT INTO chapters VALUES (9, NULL)")), Failure::Damaged, "a constraint of the table is violated");
-    expectFails(forge(ben, 0, changesetOf(testSchema.toStdString(), "INSERT INTO items(id, chapter) VALUES (9, 44)")), Failure::Damaged, "a reference to a row that would be missing");
-    expectFails(forge(ben, 0, changesetOf(loose, "INSERT INTO chapters VALUES (8, 'good'), (9, NULL)")), Failure::Damaged, "row 9");
+    expectFails(forge(ben, 0, changesetOf(loose, "INSERT INTO chapters VALUES (9, NULL)")),
+        Failure::Damaged, "a constraint of the table is violated");
+    expectFails(
+        forge(ben, 0,
+            changesetOf(testSchema.toStdString(), "INSERT INTO items(id, chapter) VALUES (9, 44)")),
+        Failure::Damaged, "a reference to a row that would be missing");
+    expectFails(
+        forge(ben, 0, changesetOf(loose, "INSERT INTO chapters VALUES (8, 'good'), (9, NULL)")),
+        Failure::Damaged, "row 9");
 }
 
 TEST_F(ApplyLog, OfChangesAlreadyThereSucceedsAsOftenAsNeeded)
 {
     const std::string base = testSchema.toStdString()
-        + "; INSERT INTO chapters VALUES (1,'Earthworks'); INSERT INTO buildups VALUES (10,'labour',3)";
+        + "; INSERT INTO chapters VALUES (1,'Earthworks'); INSERT INTO buildups VALUES "
+          "(10,'labour',3)";
     const Bytes changes = changesetOf(base,
         "UPDATE chapters SET title = 'Soil' WHERE id = 1; INSERT INTO chapters VALUES (3, 'Steel');"
         "DELETE FROM buildups");
@@ -155,102 +183,6 @@ TEST_F(ApplyLog, OfChangesAlreadyThereSucceedsAsOftenAsNeeded)
     }
     outside(file("ben"), "UPDATE chapters SET title = 'Mud' WHERE id = 1");
     expectFails(forge(ben, 3, changes), Failure::Damaged, "row 1: changed on both sides");
-}
-
-TEST_F(ApplyLog, KnowsTheOwnLogByItsPublishIdAndAppliesNothing)
-{
-    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10"));
-    const QString lost = prepare(ann); // merged by the server, the reply never arrived
-    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 6 WHERE id = 10"));
-    const QByteArray before = ann->contentDigest();
-    EXPECT_EQ(execute(ann, lost), 1) << ann->errorText().toStdString();
-    EXPECT_EQ(ann->logVersion(), 0);
-    EXPECT_EQ(ann->contentDigest(), before);
-    EXPECT_EQ(ann->pendingCount(), 1) << "the later edit is not published yet";
-    ASSERT_EQ(execute(ben, lost), 1);
-    ASSERT_EQ(execute(ben, publish(ann)), 1);
-    EXPECT_EQ(ben->contentDigest(), ann->contentDigest());
-}
-
-TEST_F(ApplyLog, KnowsAnEarlierTryOfTheSameSaveToo)
-{
-    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10"));
-    const QString first = prepare(ann);
-    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 6 WHERE id = 10"));
-    const QString second = prepare(ann);
-    EXPECT_EQ(execute(ann, first), 1) << ann->errorText().toStdString();
-    EXPECT_EQ(ann->pendingCount(), 1);
-    EXPECT_EQ(ann->logVersion(), 0);
-    EXPECT_EQ(execute(ann, second), 1) << "not above the file's version: nothing happens";
-    EXPECT_EQ(ann->pendingCount(), 1);
-    EXPECT_FALSE(ann->published(1)) << "the second try is decided: it was not published";
-    EXPECT_TRUE(ann->published(0)) << "but version 0 was";
-}
-
-TEST_F(ApplyLog, OfAnotherUserEndsThePublicationsUnderWay)
-{
-    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10"));
-    prepare(ann);
-    ASSERT_TRUE(sql(ben, "UPDATE items SET rate = 7 WHERE id = 11"));
-    EXPECT_EQ(execute(ann, publish(ben)), 1);
-    EXPECT_EQ(ann->pendingCount(), 1);
-    EXPECT_FALSE(ann->published(1));
-    EXPECT_EQ(execute(ben, publish(ann)), 1);
-    EXPECT_EQ(ann->contentDigest(), ben->contentDigest());
-}
-
-TEST_F(ApplyLog, PublishedNeedsThePreparedVersion)
-{
-    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10"));
-    EXPECT_FALSE(ann->published(0));
-    prepare(ann);
-    EXPECT_FALSE(ann->published(5));
-    EXPECT_EQ(ann->pendingCount(), 1);
-    EXPECT_TRUE(ann->published(0));
-    EXPECT_TRUE(ann->published(0)) << "again is harmless";
-    EXPECT_EQ(ann->logVersion(), 0);
-    EXPECT_EQ(ann->pendingCount(), 0);
-}
-
-TEST_F(ApplyLog, ADownloadedFileOfASaveIsTheVersionItPublished)
-{
-    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10"));
-    const QString log = prepare(ann);
-    const QString uploaded = copyOf(ann->path(), "uploaded");
-    ASSERT_TRUE(ann->published(0));
-    const Database carl = open(uploaded, KVXProjectDatabase::Origin::Downloaded);
-    ASSERT_TRUE(carl) << error.toStdString();
-    EXPECT_EQ(carl->logVersion(), 0);
-    EXPECT_EQ(carl->pendingCount(), 0);
-    EXPECT_EQ(carl->contentDigest(), ann->contentDigest());
-    ASSERT_EQ(execute(carl, log), 1);
-    EXPECT_EQ(carl->contentDigest(), ann->contentDigest());
-}
-
-TEST_F(ApplyLog, ADownloadedFileHoldsNobodysUnpublishedEdits)
-{
-    const QByteArray base = ann->contentDigest();
-    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10; DELETE FROM buildups;"
-                         "INSERT INTO chapters VALUES (9, 'x'); INSERT INTO items(id, chapter) VALUES (90, 9)"));
-    const Database carl = download(ann, "carl"); // the base file, uploaded after an edit
-    ASSERT_TRUE(carl) << error.toStdString();
-    EXPECT_EQ(carl->logVersion(), -1);
-    EXPECT_EQ(carl->pendingCount(), 0);
-    EXPECT_EQ(carl->contentDigest(), base);
-    ASSERT_EQ(execute(carl, publish(ann)), 1) << carl->errorText().toStdString();
-    EXPECT_EQ(carl->contentDigest(), ann->contentDigest());
-}
-
-TEST_F(ApplyLog, ACopyThatWasNotAdoptedStillMeetsItsLogOnce)
-{
-    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10"));
-    const QString log = prepare(ann);
-    const Database carl = open(copyOf(ann->path(), "carl"));
-    ASSERT_TRUE(carl);
-    EXPECT_EQ(carl->pendingCount(), 1);
-    EXPECT_EQ(execute(carl, log), 1);
-    EXPECT_EQ(carl->logVersion(), 0);
-    EXPECT_EQ(carl->pendingCount(), 0);
 }
 
 TEST_F(ApplyLog, WaitsFiveSecondsForAnotherWriterThenFailsAndSucceedsLater)
@@ -282,7 +214,8 @@ TEST_F(ApplyLog, OnAFullDiskKeepsVersionAndDataTogether)
         if (result == 1)
             break;
         ++failed;
-        EXPECT_TRUE(ben->failure() == Failure::Io || ben->failure() == Failure::DiskFull) << ben->errorText().toStdString();
+        EXPECT_TRUE(ben->failure() == Failure::Io || ben->failure() == Failure::DiskFull)
+            << ben->errorText().toStdString();
         EXPECT_EQ(ben->logVersion(), -1);
         EXPECT_EQ(ben->contentDigest(), before);
     }
@@ -297,7 +230,8 @@ TEST_F(ApplyLog, AnEditOnAFullDiskIsLostWholeAndTheNextOneWorks)
     {
         const FileSizeLimit limited(64 * 1024);
         EXPECT_FALSE(sql(ben, "UPDATE items SET note = randomblob(500000) WHERE id = 10"));
-        EXPECT_TRUE(ben->failure() == Failure::Io || ben->failure() == Failure::DiskFull) << ben->errorText().toStdString();
+        EXPECT_TRUE(ben->failure() == Failure::Io || ben->failure() == Failure::DiskFull)
+            << ben->errorText().toStdString();
     }
     EXPECT_EQ(ben->contentDigest(), before);
     EXPECT_EQ(ben->pendingCount(), 0);
@@ -312,11 +246,13 @@ TEST_F(ApplyLog, IsCutOffAfterItsTimeLimit)
     ASSERT_TRUE(log.loadFromFile(path));
     {
         kvx::sqlite::Connection connection;
-        ASSERT_TRUE(connection.open(file("ben").toStdString(), kvx::sqlite::Connection::Role::Apply).ok());
+        ASSERT_TRUE(
+            connection.open(file("ben").toStdString(), kvx::sqlite::Connection::Role::Apply).ok());
         kvx::sqlite::ApplyLog slow(connection);
         slow.setTimeLimit(-1);
         QString conflicts;
-        const kvx::sqlite::Status status = slow.execute(log, file("ben"), kvx::sqlite::Rebase::Winner::Nobody, &conflicts);
+        const kvx::sqlite::Status status
+            = slow.execute(log, file("ben"), kvx::sqlite::Rebase::Winner::Nobody, &conflicts);
         EXPECT_EQ(status.failure, Failure::Interrupted);
         EXPECT_THAT(status.text, HasSubstr("change log 0 took longer than"));
     }
@@ -332,14 +268,17 @@ TEST_F(ApplyLog, WorksOnWideTables)
         columns += ", c" + std::to_string(i) + " INTEGER DEFAULT 0";
         update += (i ? ", c" : "c") + std::to_string(i) + " = 1";
     }
-    const QString schema = QString::fromStdString("CREATE TABLE wide(id INTEGER PRIMARY KEY" + columns + ")");
+    const QString schema
+        = QString::fromStdString("CREATE TABLE wide(id INTEGER PRIMARY KEY" + columns + ")");
     const Database wide = KVXProjectDatabase::create(file("wide"), testGuid, schema, &error);
     ASSERT_TRUE(sql(wide, "INSERT INTO wide(id) VALUES (1), (2), (3)"));
     ASSERT_TRUE(wide->sealBase());
     const Database copy = KVXProjectDatabase::open(copyOf(wide->path(), "copy"), testGuid,
         KVXProjectDatabase::Origin::Downloaded, schema, &error);
     ASSERT_TRUE(copy) << error.toStdString();
-    ASSERT_TRUE(sql(wide, "UPDATE wide SET " + update + " WHERE id = 1; DELETE FROM wide WHERE id = 2; INSERT INTO wide(id) VALUES (9)"));
+    ASSERT_TRUE(sql(wide,
+        "UPDATE wide SET " + update
+            + " WHERE id = 1; DELETE FROM wide WHERE id = 2; INSERT INTO wide(id) VALUES (9)"));
     ASSERT_EQ(execute(copy, publish(wide)), 1) << copy->errorText().toStdString();
     EXPECT_EQ(copy->contentDigest(), wide->contentDigest());
 }
@@ -348,7 +287,8 @@ TEST_F(ApplyLog, LetsAnotherReaderGoOnAndCompletesTheFileAfterIt)
 {
     sqlite3 *reader = nullptr;
     ASSERT_EQ(sqlite3_open(file("ben").toUtf8().constData(), &reader), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(reader, "BEGIN; SELECT * FROM items", nullptr, nullptr, nullptr), SQLITE_OK);
+    ASSERT_EQ(
+        sqlite3_exec(reader, "BEGIN; SELECT * FROM items", nullptr, nullptr, nullptr), SQLITE_OK);
     ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10"));
     EXPECT_EQ(execute(ben, publish(ann)), 1);
     EXPECT_FALSE(ben->checkpoint());

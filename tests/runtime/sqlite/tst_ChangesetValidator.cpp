@@ -67,16 +67,21 @@ TEST(ChangesetValidator, RejectsEveryTruncationButThoseBetweenRecords)
     ASSERT_EQ(ends.size(), 5U);
     for (std::size_t size = 0; size <= good.size(); ++size) {
         const bool between = std::find(ends.begin(), ends.end(), size) != ends.end();
-        EXPECT_EQ(reject(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size))) == "accepted", between)
+        EXPECT_EQ(reject(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size)))
+                == "accepted",
+            between)
             << size << " of " << good.size();
     }
 }
 
 TEST(ChangesetValidator, RejectsAnUpdateThatDoesNotNameItsRow)
 {
-    EXPECT_THAT(reject(table({ 23, 0, 0, I, KVX_SEVEN, 0, 5 })), HasSubstr("does not name its row"));
-    EXPECT_THAT(reject(table({ 23, 0, I, KVX_SEVEN, 5, I, KVX_SEVEN, 5 })), HasSubstr("does not name its row"));
-    EXPECT_THAT(reject(table({ 23, 0, I, KVX_SEVEN, 5, 0, 0 })), HasSubstr("an old value without a new one"));
+    EXPECT_THAT(
+        reject(table({ 23, 0, 0, I, KVX_SEVEN, 0, 5 })), HasSubstr("does not name its row"));
+    EXPECT_THAT(reject(table({ 23, 0, I, KVX_SEVEN, 5, I, KVX_SEVEN, 5 })),
+        HasSubstr("does not name its row"));
+    EXPECT_THAT(reject(table({ 23, 0, I, KVX_SEVEN, 5, 0, 0 })),
+        HasSubstr("an old value without a new one"));
     EXPECT_THAT(reject(table({ 23, 0, I, KVX_SEVEN, 0, 0, 0 })), HasSubstr("changes nothing"));
     EXPECT_THAT(reject(table({ 23, 0, 5, 5, 0, I, KVX_SEVEN })), HasSubstr("a key value is NULL"));
     EXPECT_EQ(reject(table({ 23, 0, I, KVX_SEVEN, 5, 0, I, KVX_SEVEN })), "accepted");
@@ -88,13 +93,17 @@ TEST(ChangesetValidator, RejectsIncompleteRows)
     EXPECT_THAT(reject(table({ 9, 0, I, KVX_SEVEN, 0 })), HasSubstr("lacks a value"));
     EXPECT_THAT(reject(table({ 18, 0, 5, 5 })), HasSubstr("a key value is NULL"));
     EXPECT_THAT(reject(table({ 18, 2, I, KVX_SEVEN, 5 })), HasSubstr("an unknown mark"));
-    EXPECT_THAT(reject(table({ 17, 0, I, KVX_SEVEN, 5 })), HasSubstr("neither insert, update nor delete"));
+    EXPECT_THAT(
+        reject(table({ 17, 0, I, KVX_SEVEN, 5 })), HasSubstr("neither insert, update nor delete"));
     EXPECT_THAT(reject(table({ 18, 0, I, KVX_SEVEN, 6 })), HasSubstr("unknown type"));
     EXPECT_THAT(reject(table({ 18, 0, I, 0, 0 })), HasSubstr("a number is cut"));
     EXPECT_THAT(reject(table({ 18, 0, I, KVX_SEVEN, 3, 9, 'x' })), HasSubstr("a value is cut"));
-    EXPECT_THAT(reject(table({ 18, 0, I, KVX_SEVEN, 4, 0x8f, 0xff, 0xff, 0xff, 0x7f })), HasSubstr("length of a value is malformed"));
-    EXPECT_THAT(reject(table({ 18, 0, I, KVX_SEVEN, 4, 0x80, 1, 'x' })), HasSubstr("length of a value is malformed"));
-    EXPECT_THAT(reject(table({ 18, 0, I, KVX_SEVEN, 4, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff })), HasSubstr("length of a value is malformed"));
+    EXPECT_THAT(reject(table({ 18, 0, I, KVX_SEVEN, 4, 0x8f, 0xff, 0xff, 0xff, 0x7f })),
+        HasSubstr("length of a value is malformed"));
+    EXPECT_THAT(reject(table({ 18, 0, I, KVX_SEVEN, 4, 0x80, 1, 'x' })),
+        HasSubstr("length of a value is malformed"));
+    EXPECT_THAT(reject(table({ 18, 0, I, KVX_SEVEN, 4, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff })),
+        HasSubstr("length of a value is malformed"));
 }
 
 TEST(ChangesetValidator, RejectsMalformedTableHeaders)
@@ -102,7 +111,8 @@ TEST(ChangesetValidator, RejectsMalformedTableHeaders)
     EXPECT_THAT(reject({ 'X' }), HasSubstr("a table header is missing"));
     EXPECT_THAT(reject({ 'T', 0, 't', 0 }), HasSubstr("column count is out of range"));
     EXPECT_THAT(reject({ 'T', 0x9f, 0x7f, 1 }), HasSubstr("column count is out of range"));
-    EXPECT_THAT(reject({ 'T', 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff }), HasSubstr("column count is malformed"));
+    EXPECT_THAT(reject({ 'T', 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff }),
+        HasSubstr("column count is malformed"));
     EXPECT_THAT(reject({ 'T', 2, 0, 0, 't', 0, 18 }), HasSubstr("no primary key"));
     EXPECT_THAT(reject({ 'T', 1, 1, 't' }), HasSubstr("a table name has no end"));
     EXPECT_THAT(reject({ 'T', 1, 1, 0, 18 }), HasSubstr("a table name is empty"));
@@ -111,17 +121,20 @@ TEST(ChangesetValidator, RejectsMalformedTableHeaders)
     const Bytes once = twice;
     twice.insert(twice.end(), once.begin(), once.end());
     EXPECT_THAT(reject(twice), HasSubstr("a table appears twice"));
-    EXPECT_THAT(reject({ 'T', 2, 1, 0, 't', 0, 'T' }), HasSubstr("a change is cut")) << "never a header right after another";
+    EXPECT_THAT(reject({ 'T', 2, 1, 0, 't', 0, 'T' }), HasSubstr("a change is cut"))
+        << "never a header right after another";
 }
 
 TEST(ChangesetValidator, RejectsPatchsets)
 {
-    EXPECT_THAT(reject(changesetOf(exampleSchema, exampleEdits, true)), HasSubstr("it is a patchset"));
+    EXPECT_THAT(
+        reject(changesetOf(exampleSchema, exampleEdits, true)), HasSubstr("it is a patchset"));
 }
 
 TEST(ChangesetValidator, RejectsTablesThatAreNotContent)
 {
-    for (const char *name : { "sqlite_master", "SQLITE_schema", "sqlite_sequence", "sqlite_stat1", "kvx_meta", "KVX_pending" }) {
+    for (const char *name : { "sqlite_master", "SQLITE_schema", "sqlite_sequence", "sqlite_stat1",
+             "kvx_meta", "KVX_pending" }) {
         Bytes bytes { 'T', 1, 1 };
         bytes.insert(bytes.end(), name, name + std::strlen(name) + 1);
         bytes.insert(bytes.end(), { 18, 0, I, KVX_SEVEN });
@@ -131,12 +144,18 @@ TEST(ChangesetValidator, RejectsTablesThatAreNotContent)
 
 TEST(ChangesetValidator, ComparesWithTheLiveTables)
 {
-    const Bytes bytes = changesetOf("CREATE TABLE t(a INTEGER PRIMARY KEY, b)", "INSERT INTO t VALUES (1, 2)");
-    EXPECT_THAT(rejectFor("CREATE TABLE s(a INTEGER PRIMARY KEY, b)", bytes), HasSubstr("table \"t\" is not in this project"));
-    EXPECT_THAT(rejectFor("CREATE TABLE t(a INTEGER PRIMARY KEY)", bytes), HasSubstr("has other columns"));
-    EXPECT_THAT(rejectFor("CREATE TABLE t(a INTEGER PRIMARY KEY, b, c)", bytes), HasSubstr("has other columns"));
-    EXPECT_THAT(rejectFor("CREATE TABLE t(a, b INTEGER PRIMARY KEY)", bytes), HasSubstr("has another key"));
-    EXPECT_THAT(rejectFor("CREATE TABLE t(a NOT NULL, b NOT NULL, PRIMARY KEY(a, b))", bytes), HasSubstr("has another key"));
+    const Bytes bytes
+        = changesetOf("CREATE TABLE t(a INTEGER PRIMARY KEY, b)", "INSERT INTO t VALUES (1, 2)");
+    EXPECT_THAT(rejectFor("CREATE TABLE s(a INTEGER PRIMARY KEY, b)", bytes),
+        HasSubstr("table \"t\" is not in this project"));
+    EXPECT_THAT(
+        rejectFor("CREATE TABLE t(a INTEGER PRIMARY KEY)", bytes), HasSubstr("has other columns"));
+    EXPECT_THAT(rejectFor("CREATE TABLE t(a INTEGER PRIMARY KEY, b, c)", bytes),
+        HasSubstr("has other columns"));
+    EXPECT_THAT(
+        rejectFor("CREATE TABLE t(a, b INTEGER PRIMARY KEY)", bytes), HasSubstr("has another key"));
+    EXPECT_THAT(rejectFor("CREATE TABLE t(a NOT NULL, b NOT NULL, PRIMARY KEY(a, b))", bytes),
+        HasSubstr("has another key"));
     EXPECT_EQ(rejectFor("CREATE TABLE t(a INTEGER PRIMARY KEY, b)", bytes), "accepted");
 }
 
@@ -158,8 +177,10 @@ TEST(ChangesetValidator, SurvivesEveryChangedByte)
                 continue;
             ++applied; // what passes must be safe for SQLite: the watchdog would report a hang
             sqlite3_exec(connection, "BEGIN", nullptr, nullptr, nullptr);
-            sqlite3changeset_apply(connection, static_cast<int>(bad.size()), bad.data(), nullptr,
-                [](void *, int, sqlite3_changeset_iter *) { return SQLITE_CHANGESET_ABORT; }, nullptr);
+            sqlite3changeset_apply(
+                connection, static_cast<int>(bad.size()), bad.data(), nullptr,
+                [](void *, int, sqlite3_changeset_iter *) { return SQLITE_CHANGESET_ABORT; },
+                nullptr);
             sqlite3_exec(connection, "ROLLBACK", nullptr, nullptr, nullptr);
         }
     }

@@ -13,14 +13,14 @@ using testing::HasSubstr;
 
 namespace {
 
-const char *const exampleSchema
+const char *const documentedSchema
     = "CREATE TABLE items(id INTEGER PRIMARY KEY, text TEXT NOT NULL, rate REAL)";
 
 /// The worked example of docs/change-logs.md.
 Bytes example()
 {
     Schema schema;
-    EXPECT_TRUE(Schema::fromSql(exampleSchema, &schema).ok());
+    EXPECT_TRUE(Schema::fromSql(documentedSchema, &schema).ok());
     CommandHeader header;
     header.version = 7;
     header.time = 1767225600;
@@ -30,8 +30,9 @@ Bytes example()
     for (std::size_t i = 0; i < header.publishId.size(); ++i)
         header.publishId[i] = static_cast<unsigned char>(i);
     return CommandFile::encode(header,
-        changesetOf(std::string(exampleSchema) + "; INSERT INTO items VALUES (1, 'Excavate', 8)",
-            "UPDATE items SET rate = 9.5 WHERE id = 1; INSERT INTO items VALUES (2, 'Backfill', 6.25)"));
+        changesetOf(std::string(documentedSchema) + "; INSERT INTO items VALUES (1, 'Excavate', 8)",
+            "UPDATE items SET rate = 9.5 WHERE id = 1; INSERT INTO items VALUES (2, 'Backfill', "
+            "6.25)"));
 }
 
 std::string hexLines(const Bytes &bytes)
@@ -57,7 +58,7 @@ TEST_F(CommandFiles, AreExactlyAsDocumented)
     const Bytes document = readFile(QStringLiteral(KVX_SOURCE_DIR "/docs/change-logs.md"));
     const std::string text(document.begin(), document.end());
     EXPECT_THAT(text, HasSubstr(hexLines(example())));
-    EXPECT_THAT(text, HasSubstr(exampleSchema));
+    EXPECT_THAT(text, HasSubstr(documentedSchema));
     EXPECT_THAT(text, HasSubstr("T5:itemsC2:id7:INTEGER0:1;C4:text4:TEXT1:0;C4:rate4:REAL0:0;"));
 }
 

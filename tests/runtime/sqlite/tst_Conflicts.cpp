@@ -34,7 +34,10 @@ protected:
         QFile source(ben->conflictsFile());
         if (!source.open(QIODevice::ReadOnly))
             return {};
-        return QJsonDocument::fromJson(source.readAll()).object().value(QStringLiteral("conflicts")).toArray();
+        return QJsonDocument::fromJson(source.readAll())
+            .object()
+            .value(QStringLiteral("conflicts"))
+            .toArray();
     }
     std::string text(const QJsonValue &conflict, const char *key)
     {
@@ -59,11 +62,14 @@ protected:
 
 TEST_F(Conflicts, FailTheLogAndChangeNothingWithoutAChoice)
 {
-    ASSERT_TRUE(sql(ben, "UPDATE items SET rate = 70 WHERE id = 10; UPDATE items SET text = 'mine' WHERE id = 11"));
+    ASSERT_TRUE(sql(ben,
+        "UPDATE items SET rate = 70 WHERE id = 10; UPDATE items SET text = 'mine' WHERE id = 11"));
     const QByteArray before = ben->contentDigest();
     EXPECT_EQ(clash("UPDATE items SET rate = 50 WHERE id = 10", "SELECT 1", Choice::Refuse), 0);
     EXPECT_EQ(ben->failure(), Failure::Clash);
-    EXPECT_EQ(ben->errorText(), QStringLiteral("change log 0 clashes with edits that are not published: table \"items\", row 10: changed on both sides"));
+    EXPECT_EQ(ben->errorText(),
+        QStringLiteral("change log 0 clashes with edits that are not published: table \"items\", "
+                       "row 10: changed on both sides"));
     EXPECT_EQ(ben->contentDigest(), before);
     EXPECT_EQ(ben->logVersion(), -1);
     EXPECT_EQ(ben->pendingCount(), 1);
@@ -72,15 +78,20 @@ TEST_F(Conflicts, FailTheLogAndChangeNothingWithoutAChoice)
 
 TEST_F(Conflicts, DoNotArisePerRowWhenDifferentColumnsChanged)
 {
-    EXPECT_EQ(clash("UPDATE items SET rate = 50 WHERE id = 10", "UPDATE items SET text = 'mine' WHERE id = 10", Choice::Refuse), 1);
+    EXPECT_EQ(clash("UPDATE items SET rate = 50 WHERE id = 10",
+                  "UPDATE items SET text = 'mine' WHERE id = 10", Choice::Refuse),
+        1);
     EXPECT_EQ(value(ben, "SELECT rate || text FROM items WHERE id = 10"), "50.0mine");
     expectConverges();
 }
 
 TEST_F(Conflicts, ResolvedAsMineKeepMyVersionAndNoteTheirs)
 {
-    EXPECT_EQ(clash("UPDATE items SET rate = 50 WHERE id = 10; UPDATE items SET rate = 51 WHERE id = 11",
-                  "UPDATE items SET rate = 70 WHERE id = 10; UPDATE items SET text = 'b' WHERE id = 20", Choice::Mine), 1)
+    EXPECT_EQ(
+        clash("UPDATE items SET rate = 50 WHERE id = 10; UPDATE items SET rate = 51 WHERE id = 11",
+            "UPDATE items SET rate = 70 WHERE id = 10; UPDATE items SET text = 'b' WHERE id = 20",
+            Choice::Mine),
+        1)
         << ben->errorText().toStdString();
     EXPECT_EQ(value(ben, "SELECT group_concat(rate) FROM items WHERE id < 20"), "70.0,51.0");
     EXPECT_EQ(value(ben, "SELECT text FROM items WHERE id = 20"), "b");
@@ -92,7 +103,9 @@ TEST_F(Conflicts, ResolvedAsMineKeepMyVersionAndNoteTheirs)
     EXPECT_EQ(text(conflict, "reason"), "changed by both sides");
     EXPECT_EQ(text(conflict, "before"), "{\"id\":10,\"rate\":8}");
     EXPECT_EQ(text(conflict, "mine"), "{\"rate\":70}");
-    EXPECT_EQ(text(conflict, "theirs"), "{\"chapter\":1,\"id\":10,\"note\":null,\"quantity\":12.5,\"rate\":50,\"text\":\"Excavate\"}");
+    EXPECT_EQ(text(conflict, "theirs"),
+        "{\"chapter\":1,\"id\":10,\"note\":null,\"quantity\":12.5,\"rate\":50,\"text\":"
+        "\"Excavate\"}");
     EXPECT_EQ(text(conflict, "kept"), "mine");
     EXPECT_EQ(ben->pendingCount(), 1);
     expectConverges();
@@ -101,8 +114,11 @@ TEST_F(Conflicts, ResolvedAsMineKeepMyVersionAndNoteTheirs)
 
 TEST_F(Conflicts, ResolvedAsTheirsKeepTheRestOfMine)
 {
-    EXPECT_EQ(clash("UPDATE items SET rate = 50 WHERE id = 10",
-                  "UPDATE items SET rate = 70 WHERE id = 10; UPDATE items SET text = 'b' WHERE id = 20", Choice::Theirs), 1);
+    EXPECT_EQ(
+        clash("UPDATE items SET rate = 50 WHERE id = 10",
+            "UPDATE items SET rate = 70 WHERE id = 10; UPDATE items SET text = 'b' WHERE id = 20",
+            Choice::Theirs),
+        1);
     EXPECT_EQ(value(ben, "SELECT rate FROM items WHERE id = 10"), "50.0");
     EXPECT_EQ(value(ben, "SELECT text FROM items WHERE id = 20"), "b");
     ASSERT_EQ(conflicts().size(), 1);
@@ -116,7 +132,8 @@ TEST_F(Conflicts, WithADeletedRowKeepMyEditInTheFile)
     for (const Choice choice : { Choice::Mine, Choice::Theirs }) {
         const std::string id = choice == Choice::Mine ? "10" : "11";
         EXPECT_EQ(clash(("DELETE FROM items WHERE id = " + id).c_str(),
-                      ("UPDATE items SET text = 'mine' WHERE id = " + id).c_str(), choice), 1);
+                      ("UPDATE items SET text = 'mine' WHERE id = " + id).c_str(), choice),
+            1);
         ASSERT_EQ(conflicts().size(), 1);
         EXPECT_EQ(text(conflicts().at(0), "mine"), "{\"text\":\"mine\"}");
         EXPECT_EQ(text(conflicts().at(0), "reason"), "deleted by the other side");
@@ -129,21 +146,29 @@ TEST_F(Conflicts, WithADeletedRowKeepMyEditInTheFile)
 
 TEST_F(Conflicts, WithMyDeletionFollowTheChoice)
 {
-    EXPECT_EQ(clash("UPDATE items SET rate = 1 WHERE id = 10", "DELETE FROM items WHERE id = 10", Choice::Mine), 1);
+    EXPECT_EQ(clash("UPDATE items SET rate = 1 WHERE id = 10", "DELETE FROM items WHERE id = 10",
+                  Choice::Mine),
+        1);
     EXPECT_EQ(value(ben, "SELECT count(*) FROM items WHERE id = 10"), "0");
     EXPECT_TRUE(conflicts().at(0).toObject().value(QStringLiteral("mine")).isNull());
     expectConverges();
-    EXPECT_EQ(clash("UPDATE items SET rate = 1 WHERE id = 11", "DELETE FROM items WHERE id = 11", Choice::Theirs), 1);
+    EXPECT_EQ(clash("UPDATE items SET rate = 1 WHERE id = 11", "DELETE FROM items WHERE id = 11",
+                  Choice::Theirs),
+        1);
     EXPECT_EQ(value(ben, "SELECT rate FROM items WHERE id = 11"), "1.0");
     expectConverges();
 }
 
 TEST_F(Conflicts, OfTwoInsertionsFollowTheChoice)
 {
-    EXPECT_EQ(clash("INSERT INTO chapters VALUES (5, 'ann')", "INSERT INTO chapters VALUES (5, 'ben')", Choice::Mine), 1);
+    EXPECT_EQ(clash("INSERT INTO chapters VALUES (5, 'ann')",
+                  "INSERT INTO chapters VALUES (5, 'ben')", Choice::Mine),
+        1);
     EXPECT_EQ(value(ben, "SELECT title FROM chapters WHERE id = 5"), "ben");
     expectConverges();
-    EXPECT_EQ(clash("INSERT INTO chapters VALUES (6, 'ann')", "INSERT INTO chapters VALUES (6, 'ben')", Choice::Theirs), 1);
+    EXPECT_EQ(clash("INSERT INTO chapters VALUES (6, 'ann')",
+                  "INSERT INTO chapters VALUES (6, 'ben')", Choice::Theirs),
+        1);
     EXPECT_EQ(value(ben, "SELECT title FROM chapters WHERE id = 6"), "ann");
     expectConverges();
     EXPECT_EQ(value(ann, "SELECT title FROM chapters WHERE id = 5"), "ben");
@@ -154,7 +179,9 @@ TEST_F(Conflicts, OfReferencesKeepWhatStillFits)
     // My new chapter with its item fits; my item in the chapter that is gone does not.
     EXPECT_EQ(clash("DELETE FROM items WHERE chapter = 2; DELETE FROM chapters WHERE id = 2",
                   "INSERT INTO items(id, chapter, text) VALUES (60, 2, 'orphan'), (61, 8, 'child');"
-                  "INSERT INTO chapters VALUES (8, 'parent')", Choice::Mine), 1)
+                  "INSERT INTO chapters VALUES (8, 'parent')",
+                  Choice::Mine),
+        1)
         << ben->errorText().toStdString();
     EXPECT_EQ(value(ben, "SELECT group_concat(id) FROM items WHERE id >= 60"), "61");
     ASSERT_EQ(conflicts().size(), 1);
@@ -167,8 +194,10 @@ TEST_F(Conflicts, OfReferencesKeepWhatStillFits)
 
 TEST_F(Conflicts, WithTheDeletionOfAReferredRowGiveTheDeletionUp)
 {
-    EXPECT_EQ(clash("INSERT INTO items(id, chapter) VALUES (70, 2)",
-                  "DELETE FROM items WHERE chapter = 2; DELETE FROM chapters WHERE id = 2", Choice::Mine), 1);
+    EXPECT_EQ(
+        clash("INSERT INTO items(id, chapter) VALUES (70, 2)",
+            "DELETE FROM items WHERE chapter = 2; DELETE FROM chapters WHERE id = 2", Choice::Mine),
+        1);
     EXPECT_EQ(value(ben, "SELECT count(*) FROM chapters WHERE id = 2"), "1");
     ASSERT_EQ(conflicts().size(), 1);
     EXPECT_EQ(text(conflicts().at(0), "table"), "chapters");
@@ -177,15 +206,20 @@ TEST_F(Conflicts, WithTheDeletionOfAReferredRowGiveTheDeletionUp)
 
 TEST_F(Conflicts, AreNoneWhenBothMadeTheSameChange)
 {
-    EXPECT_EQ(clash("UPDATE items SET rate = 50 WHERE id = 10; DELETE FROM buildups WHERE part = 'plant';"
-                    "INSERT INTO chapters VALUES (5, 'same')",
-                  "UPDATE items SET rate = 50 WHERE id = 10; DELETE FROM buildups WHERE part = 'plant';"
-                  "INSERT INTO chapters VALUES (5, 'same'); UPDATE items SET text = 'b' WHERE id = 10", Choice::Refuse), 1)
+    EXPECT_EQ(
+        clash("UPDATE items SET rate = 50 WHERE id = 10; DELETE FROM buildups WHERE part = 'plant';"
+              "INSERT INTO chapters VALUES (5, 'same')",
+            "UPDATE items SET rate = 50 WHERE id = 10; DELETE FROM buildups WHERE part = 'plant';"
+            "INSERT INTO chapters VALUES (5, 'same'); UPDATE items SET text = 'b' WHERE id = 10",
+            Choice::Refuse),
+        1)
         << ben->errorText().toStdString();
     EXPECT_EQ(ben->contentDigest() == ann->contentDigest(), false);
     // What both made is published; the next log may change it again without a clash.
     EXPECT_EQ(clash("UPDATE items SET rate = 51 WHERE id = 10; DELETE FROM chapters WHERE id = 5;"
-                    "INSERT INTO buildups VALUES (10, 'plant', 9)", "SELECT 1", Choice::Refuse), 1)
+                    "INSERT INTO buildups VALUES (10, 'plant', 9)",
+                  "SELECT 1", Choice::Refuse),
+        1)
         << ben->errorText().toStdString();
     EXPECT_EQ(value(ben, "SELECT rate || text FROM items WHERE id = 10"), "51.0b");
     expectConverges();
@@ -195,8 +229,11 @@ TEST_F(Conflicts, FilesAreNeverOverwritten)
 {
     QStringList files;
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(clash(("UPDATE items SET rate = 1" + std::to_string(i) + " WHERE id = 10").c_str(),
-                      ("UPDATE items SET rate = 2" + std::to_string(i) + " WHERE id = 10").c_str(), Choice::Theirs), 1);
+        EXPECT_EQ(
+            clash(("UPDATE items SET rate = 1" + std::to_string(i) + " WHERE id = 10").c_str(),
+                ("UPDATE items SET rate = 2" + std::to_string(i) + " WHERE id = 10").c_str(),
+                Choice::Theirs),
+            1);
         files.append(ben->conflictsFile());
     }
     EXPECT_EQ(files.removeDuplicates(), 0);
@@ -215,10 +252,12 @@ TEST_F(Conflicts, ThatCannotBeNotedFailTheLog)
     kvx::sqlite::CommandFile command;
     ASSERT_TRUE(command.loadFromFile(publish(ann)));
     kvx::sqlite::Connection connection;
-    ASSERT_TRUE(connection.open(file("ben").toStdString(), kvx::sqlite::Connection::Role::Apply).ok());
+    ASSERT_TRUE(
+        connection.open(file("ben").toStdString(), kvx::sqlite::Connection::Role::Apply).ok());
     QString path;
-    const kvx::sqlite::Status status = kvx::sqlite::ApplyLog(connection).execute(
-        command, file("no/such/folder/ben"), kvx::sqlite::Rebase::Winner::Theirs, &path);
+    const kvx::sqlite::Status status = kvx::sqlite::ApplyLog(connection)
+                                           .execute(command, file("no/such/folder/ben"),
+                                               kvx::sqlite::Rebase::Winner::Theirs, &path);
     EXPECT_THAT(status.text, HasSubstr("writing the conflicts file"));
     EXPECT_EQ(ben->contentDigest(), before);
     EXPECT_EQ(ben->logVersion(), -1);
@@ -235,15 +274,18 @@ TEST_F(Conflicts, OfRandomEditsAlwaysConvergeAndLoseNothing)
             const std::string number = std::to_string(random() % 5);
             switch (random() % 6) {
             case 0:
-                return "INSERT OR IGNORE INTO items(id, chapter, rate) SELECT " + id + ", id, " + number + " FROM chapters WHERE id = " + chapter;
+                return "INSERT OR IGNORE INTO items(id, chapter, rate) SELECT " + id + ", id, "
+                    + number + " FROM chapters WHERE id = " + chapter;
             case 1:
                 return "UPDATE items SET rate = " + number + " WHERE id = " + id;
             case 2:
-                return "UPDATE items SET text = 't" + number + "', quantity = " + number + " WHERE id = " + id;
+                return "UPDATE items SET text = 't" + number + "', quantity = " + number
+                    + " WHERE id = " + id;
             case 3:
                 return "DELETE FROM items WHERE id = " + id;
             case 4:
-                return "DELETE FROM items WHERE chapter = " + chapter + "; DELETE FROM chapters WHERE id = " + chapter;
+                return "DELETE FROM items WHERE chapter = " + chapter
+                    + "; DELETE FROM chapters WHERE id = " + chapter;
             default:
                 return "INSERT OR IGNORE INTO chapters VALUES (" + chapter + ", 'c" + number + "')";
             }
@@ -256,7 +298,8 @@ TEST_F(Conflicts, OfRandomEditsAlwaysConvergeAndLoseNothing)
                 ASSERT_TRUE(sql(ben, edit())) << ben->errorText().toStdString();
             }
             ben->setClashChoice(random() % 2 ? Choice::Mine : Choice::Theirs);
-            ASSERT_EQ(execute(ben, publish(ann)), 1) << "seed " << seed << " round " << round << ": " << ben->errorText().toStdString();
+            ASSERT_EQ(execute(ben, publish(ann)), 1)
+                << "seed " << seed << " round " << round << ": " << ben->errorText().toStdString();
             ASSERT_EQ(value(ben, "PRAGMA foreign_key_check"), "no row");
             expectConverges();
             ASSERT_FALSE(HasFailure()) << "seed " << seed << " round " << round;

@@ -17,7 +17,8 @@ class Crash : public ProjectFiles {
 protected:
     /// Runs the function in a process of its own and kills it after about `microseconds`, counted
     /// from its first report. Returns the last number it reported, or -1.
-    static int killed(unsigned microseconds, const std::function<void(const std::function<void(int)> &report)> &work)
+    static int killed(unsigned microseconds,
+        const std::function<void(const std::function<void(int)> &report)> &work)
     {
         int ends[2];
         EXPECT_EQ(pipe(ends), 0);
@@ -55,17 +56,21 @@ TEST_F(Crash, DuringEditsLosesNoAcknowledgedEditAndDoublesNone)
     const Database ben = open(copyOf(file("ann"), "ben"), KVXProjectDatabase::Origin::Downloaded);
     int made = 0;
     for (int round = 0; round < 60; ++round) {
-        const int acknowledged = killed(static_cast<unsigned>(random() % 12'000), [&](const auto &report) {
-            const Database ann = open(file("ann"));
-            report(made);
-            for (int next = made + 1; next < made + 2000; ++next) {
-                const std::string number = std::to_string(next);
-                if (!sql(ann, "INSERT INTO items(id, chapter, text) VALUES (1000 + " + number + ", 1, 'x');"
-                              "UPDATE chapters SET title = " + number + " WHERE id = 1"))
-                    _exit(3);
-                report(next);
-            }
-        });
+        const int acknowledged
+            = killed(static_cast<unsigned>(random() % 12'000), [&](const auto &report) {
+                  const Database ann = open(file("ann"));
+                  report(made);
+                  for (int next = made + 1; next < made + 2000; ++next) {
+                      const std::string number = std::to_string(next);
+                      if (!sql(ann,
+                              "INSERT INTO items(id, chapter, text) VALUES (1000 + " + number
+                                  + ", 1, 'x');"
+                                    "UPDATE chapters SET title = "
+                                  + number + " WHERE id = 1"))
+                          _exit(3);
+                      report(next);
+                  }
+              });
         const Database ann = open(file("ann"));
         ASSERT_TRUE(ann) << error.toStdString();
         const int present = std::stoi(value(ann, "SELECT count(*) FROM items WHERE id > 1000"));
@@ -73,7 +78,8 @@ TEST_F(Crash, DuringEditsLosesNoAcknowledgedEditAndDoublesNone)
         ASSERT_LE(present, acknowledged + 1);
         ASSERT_EQ(ann->pendingCount(), present);
         made = present;
-        ASSERT_EQ(value(ann, "SELECT title FROM chapters WHERE id = 1"), made > 0 ? std::to_string(made) : "Earthworks");
+        ASSERT_EQ(value(ann, "SELECT title FROM chapters WHERE id = 1"),
+            made > 0 ? std::to_string(made) : "Earthworks");
     }
     EXPECT_GT(made, 20);
     const Database ann = open(file("ann"));
@@ -86,8 +92,9 @@ TEST_F(Crash, DuringALogLeavesAllOrNothingWithItsVersion)
     kvx::test::Watchdog::allow(200);
     Database ann = project("ann");
     const Database before = download(ann, "before");
-    ASSERT_TRUE(sql(ann, "WITH RECURSIVE n(i) AS (SELECT 1000 UNION ALL SELECT i + 1 FROM n WHERE i < 9000)"
-                         " INSERT INTO items(id, chapter, text) SELECT i, 1, hex(randomblob(200)) FROM n"));
+    ASSERT_TRUE(sql(ann,
+        "WITH RECURSIVE n(i) AS (SELECT 1000 UNION ALL SELECT i + 1 FROM n WHERE i < 9000)"
+        " INSERT INTO items(id, chapter, text) SELECT i, 1, hex(randomblob(200)) FROM n"));
     const QString log = publish(ann);
     const QByteArray with = ann->contentDigest();
     const QByteArray without = before->contentDigest();
@@ -122,7 +129,8 @@ TEST_F(Crash, BetweenWritingALogAndItsConfirmationNeitherLosesNorRepeatsIt)
     project("ann").reset();
     Database ben = open(copyOf(file("ann"), "ben"), KVXProjectDatabase::Origin::Downloaded);
     ASSERT_TRUE(QDir().mkpath(file("server")));
-    const auto logOnServer = [this](int version) { return file(("server/log" + std::to_string(version)).c_str()); };
+    const auto logOnServer
+        = [this](int version) { return file(("server/log" + std::to_string(version)).c_str()); };
     int made = 0;
     int lostReplies = 0;
     for (int round = 0; round < 60; ++round) {
@@ -130,13 +138,17 @@ TEST_F(Crash, BetweenWritingALogAndItsConfirmationNeitherLosesNorRepeatsIt)
             const Database ann = open(file("ann"));
             report(0);
             for (int next = made + 1; next < made + 1000; ++next) {
-                if (!sql(ann, "INSERT INTO items(id, chapter) VALUES (" + std::to_string(1000 + next) + ", 1)"))
+                if (!sql(ann,
+                        "INSERT INTO items(id, chapter) VALUES (" + std::to_string(1000 + next)
+                            + ", 1)"))
                     _exit(3);
                 const int version = ann->logVersion() + 1;
                 if (!ann->prepareSave(file("outgoing"), QStringLiteral("ann@example.org")))
                     _exit(4);
                 // The merge: the log has its final name, or it has not.
-                if (rename(file("outgoing").toUtf8().constData(), logOnServer(version).toUtf8().constData()) != 0)
+                if (rename(file("outgoing").toUtf8().constData(),
+                        logOnServer(version).toUtf8().constData())
+                    != 0)
                     _exit(5);
                 if (!ann->published(version))
                     _exit(6);
@@ -146,11 +158,13 @@ TEST_F(Crash, BetweenWritingALogAndItsConfirmationNeitherLosesNorRepeatsIt)
         ASSERT_TRUE(ann) << error.toStdString();
         if (QFile::exists(logOnServer(ann->logVersion() + 1))) {
             ++lostReplies;
-            ASSERT_EQ(execute(ann, logOnServer(ann->logVersion() + 1)), 1) << ann->errorText().toStdString();
+            ASSERT_EQ(execute(ann, logOnServer(ann->logVersion() + 1)), 1)
+                << ann->errorText().toStdString();
         }
         ASSERT_FALSE(QFile::exists(logOnServer(ann->logVersion() + 1)));
         while (QFile::exists(logOnServer(ben->logVersion() + 1)))
-            ASSERT_EQ(execute(ben, logOnServer(ben->logVersion() + 1)), 1) << ben->errorText().toStdString();
+            ASSERT_EQ(execute(ben, logOnServer(ben->logVersion() + 1)), 1)
+                << ben->errorText().toStdString();
         ASSERT_EQ(ann->logVersion(), ben->logVersion());
         made = std::stoi(value(ann, "SELECT max(id) - 1000 FROM items WHERE id > 1000 OR id = 20"));
         made = std::max(made, 0);

@@ -12,27 +12,36 @@ class Edits : public ProjectFiles { };
 
 std::string randomEdit(std::minstd_rand &random, int firstId)
 {
-    const auto pick = [&](int limit) { return std::to_string(static_cast<int>(random() % static_cast<std::minstd_rand::result_type>(limit))); };
+    const auto pick = [&](int limit) {
+        return std::to_string(
+            static_cast<int>(random() % static_cast<std::minstd_rand::result_type>(limit)));
+    };
     const std::string id = std::to_string(firstId + static_cast<int>(random() % 40));
     switch (random() % 9) {
     case 0:
-        return "INSERT OR IGNORE INTO items(id, chapter, text, quantity) VALUES (" + id + ", 1, 'text " + pick(99) + "', " + pick(50) + ".5)";
+        return "INSERT OR IGNORE INTO items(id, chapter, text, quantity) VALUES (" + id
+            + ", 1, 'text " + pick(99) + "', " + pick(50) + ".5)";
     case 1:
-        return "INSERT OR REPLACE INTO items(id, chapter, text) VALUES (" + id + ", 2, 'again " + pick(9) + "')";
+        return "INSERT OR REPLACE INTO items(id, chapter, text) VALUES (" + id + ", 2, 'again "
+            + pick(9) + "')";
     case 2:
         return "UPDATE items SET rate = " + pick(1000) + " WHERE id = " + id;
     case 3:
-        return "UPDATE items SET text = text || 'x', note = randomblob(" + pick(60) + ") WHERE id % 5 = " + pick(5);
+        return "UPDATE items SET text = text || 'x', note = randomblob(" + pick(60)
+            + ") WHERE id % 5 = " + pick(5);
     case 4:
         return "DELETE FROM items WHERE id = " + id;
     case 5:
-        return "INSERT OR REPLACE INTO buildups VALUES (" + id + ", 'part " + pick(4) + "', " + pick(100) + ")";
+        return "INSERT OR REPLACE INTO buildups VALUES (" + id + ", 'part " + pick(4) + "', "
+            + pick(100) + ")";
     case 6:
         return "UPDATE OR IGNORE items SET id = id + 3 WHERE id = " + id;
     case 7:
         return "DELETE FROM buildups";
     default:
-        return "SAVEPOINT s; UPDATE items SET rate = 0; ROLLBACK TO s; RELEASE s; UPDATE buildups SET amount = NULL WHERE item = " + id;
+        return "SAVEPOINT s; UPDATE items SET rate = 0; ROLLBACK TO s; RELEASE s; UPDATE buildups "
+               "SET amount = NULL WHERE item = "
+            + id;
     }
 }
 
@@ -47,7 +56,8 @@ TEST_F(Edits, TravelToTheOtherProjectAndMakeItEqual)
             const Database &writer = random() % 2 ? ann : ben;
             const Database &reader = &writer == &ann ? ben : ann;
             for (auto edits = random() % 6; edits > 0; --edits)
-                ASSERT_TRUE(sql(writer, randomEdit(random, 100))) << writer->errorText().toStdString();
+                ASSERT_TRUE(sql(writer, randomEdit(random, 100)))
+                    << writer->errorText().toStdString();
             ASSERT_EQ(execute(reader, publish(writer)), 1) << reader->errorText().toStdString();
             ASSERT_EQ(writer->contentDigest(), reader->contentDigest()) << "seed " << seed;
             ASSERT_EQ(reader->logVersion(), session);
@@ -125,7 +135,8 @@ TEST_F(Edits, RefuseWhatWouldNotBeRecorded)
         { "PRAGMA writable_schema=ON", "may not set PRAGMA writable_schema" },
     };
     for (const auto &[statement, reason] : refused) {
-        EXPECT_FALSE(sql(ann, std::string("UPDATE items SET rate = 77; ") + statement)) << statement;
+        EXPECT_FALSE(sql(ann, std::string("UPDATE items SET rate = 77; ") + statement))
+            << statement;
         EXPECT_THAT(ann->errorText().toStdString(), HasSubstr(reason)) << statement;
     }
     EXPECT_FALSE(sql(ann, "INSERT OR ROLLBACK INTO items(id, chapter) VALUES (10, 1)"));
@@ -138,23 +149,26 @@ TEST_F(Edits, ThatSwallowARollbackAreReported)
 {
     const Database ann = project("ann");
     EXPECT_FALSE(ann->edit([](sqlite3 *connection) {
-        sqlite3_exec(connection, "INSERT OR ROLLBACK INTO items(id, chapter) VALUES (10, 1)", nullptr,
-            nullptr, nullptr);
+        sqlite3_exec(connection, "INSERT OR ROLLBACK INTO items(id, chapter) VALUES (10, 1)",
+            nullptr, nullptr, nullptr);
         return true;
     }));
-    EXPECT_EQ(ann->errorText(), QStringLiteral("the edit was rolled back by one of its statements"));
+    EXPECT_EQ(
+        ann->errorText(), QStringLiteral("the edit was rolled back by one of its statements"));
     EXPECT_TRUE(sql(ann, "UPDATE items SET rate = 2"));
 }
 
 TEST_F(Edits, AreTheOnlyWayToWrite)
 {
     const Database ann = project("ann");
-    EXPECT_EQ(sqlite3_exec(ann->connection(), "DELETE FROM items", nullptr, nullptr, nullptr), SQLITE_AUTH);
+    EXPECT_EQ(sqlite3_exec(ann->connection(), "DELETE FROM items", nullptr, nullptr, nullptr),
+        SQLITE_AUTH);
     EXPECT_EQ(sqlite3_exec(ann->connection(), "BEGIN", nullptr, nullptr, nullptr), SQLITE_AUTH);
 
     sqlite3_stmt *kept = nullptr;
     ASSERT_TRUE(ann->edit([&](sqlite3 *connection) {
-        return sqlite3_prepare_v2(connection, "DELETE FROM buildups", -1, &kept, nullptr) == SQLITE_OK;
+        return sqlite3_prepare_v2(connection, "DELETE FROM buildups", -1, &kept, nullptr)
+            == SQLITE_OK;
     }));
     EXPECT_NE(sqlite3_step(kept), SQLITE_DONE) << "stepped after its edit";
     sqlite3_reset(kept);
@@ -229,9 +243,11 @@ TEST_F(Edits, ClosingNamesAForgottenStatement)
 {
     const Database ann = project("ann");
     sqlite3_stmt *statement = nullptr;
-    ASSERT_EQ(sqlite3_prepare_v2(ann->connection(), "SELECT * FROM items", -1, &statement, nullptr), SQLITE_OK);
+    ASSERT_EQ(sqlite3_prepare_v2(ann->connection(), "SELECT * FROM items", -1, &statement, nullptr),
+        SQLITE_OK);
     EXPECT_FALSE(ann->close());
-    EXPECT_THAT(ann->errorText().toStdString(), HasSubstr("a statement of the host is still in use"));
+    EXPECT_THAT(
+        ann->errorText().toStdString(), HasSubstr("a statement of the host is still in use"));
     EXPECT_TRUE(sql(ann, "UPDATE items SET rate = 1")) << "still open";
     EXPECT_EQ(ann->pendingCount(), 1) << "and still recording";
     sqlite3_step(statement);
@@ -241,14 +257,32 @@ TEST_F(Edits, ClosingNamesAForgottenStatement)
     EXPECT_TRUE(ann->close());
 }
 
+TEST_F(Edits, NameAQueryThatStillLooksAtAnOlderState)
+{
+    const Database ann = project("ann");
+    const Database ben = download(ann, "ben");
+    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10"));
+    sqlite3_stmt *query = nullptr;
+    sqlite3_prepare_v2(ben->connection(), "SELECT * FROM items", -1, &query, nullptr);
+    ASSERT_EQ(sqlite3_step(query), SQLITE_ROW);
+    ASSERT_EQ(execute(ben, publish(ann)), 1) << "a log does not wait for a reader";
+    EXPECT_FALSE(sql(ben, "UPDATE items SET rate = 6 WHERE id = 10"));
+    EXPECT_EQ(ben->errorText(),
+        QStringLiteral("a query of the host is still running on the project's connection"));
+    sqlite3_finalize(query);
+    EXPECT_TRUE(sql(ben, "UPDATE items SET rate = 6 WHERE id = 10"));
+}
+
 TEST_F(Edits, DigestTellsTypesAndRowsApart)
 {
     const Database ann = project("ann");
     QStringList seen;
-    for (const char *change : { "UPDATE items SET text = NULL WHERE id = 10",
-             "UPDATE items SET text = '' WHERE id = 10", "UPDATE items SET text = x'' WHERE id = 10",
-             "UPDATE items SET note = 1 WHERE id = 10", "UPDATE items SET note = '1' WHERE id = 10",
-             "UPDATE items SET note = 1.5 WHERE id = 10", "DELETE FROM buildups WHERE part = 'plant'" }) {
+    for (const char *change :
+        { "UPDATE items SET text = NULL WHERE id = 10", "UPDATE items SET text = '' WHERE id = 10",
+            "UPDATE items SET text = x'' WHERE id = 10", "UPDATE items SET note = 1 WHERE id = 10",
+            "UPDATE items SET note = '1' WHERE id = 10",
+            "UPDATE items SET note = 1.5 WHERE id = 10",
+            "DELETE FROM buildups WHERE part = 'plant'" }) {
         ASSERT_TRUE(sql(ann, change));
         seen.append(QString::fromLatin1(ann->contentDigest().toHex()));
     }

@@ -12,7 +12,8 @@ TEST_F(Model, ListsTheContentTablesOnly)
                                           "CREATE TABLE \"a b\"(id INTEGER PRIMARY KEY)");
     const Database database = KVXProjectDatabase::create(file("p"), testGuid, schema, &error);
     ASSERT_TRUE(database) << error.toStdString();
-    EXPECT_EQ(database->model()->tables(), QStringList({ QStringLiteral("a b"), QStringLiteral("b") }));
+    EXPECT_EQ(
+        database->model()->tables(), QStringList({ QStringLiteral("a b"), QStringLiteral("b") }));
 }
 
 TEST_F(Model, FindsTheHighestIdWithinTheRange)
@@ -43,7 +44,8 @@ TEST_F(Model, CountsOnlyTheSingleIntegerKeyColumnAsId)
     ASSERT_TRUE(database) << error.toStdString();
     ASSERT_TRUE(sql(database,
         "INSERT INTO plain VALUES (3, 70); INSERT INTO small VALUES (4), ('text');"
-        "INSERT INTO pair VALUES (5, 5); INSERT INTO named VALUES ('6'); INSERT INTO \"quo\"\"ted\" VALUES (7)"));
+        "INSERT INTO pair VALUES (5, 5); INSERT INTO named VALUES ('6'); INSERT INTO "
+        "\"quo\"\"ted\" VALUES (7)"));
     IKVXSQLiteModel *model = database->model();
     EXPECT_EQ(model->highestId(QStringLiteral("plain"), 0, 100), 3);
     EXPECT_EQ(model->highestId(QStringLiteral("small"), 0, 100), 4);
@@ -56,7 +58,8 @@ TEST_F(Model, SeesTheIdsOfAnOpenEdit)
 {
     const Database database = project("p");
     EXPECT_TRUE(database->edit([&](sqlite3 *connection) {
-        sqlite3_exec(connection, "INSERT INTO items(id, chapter) VALUES (50, 1)", nullptr, nullptr, nullptr);
+        sqlite3_exec(
+            connection, "INSERT INTO items(id, chapter) VALUES (50, 1)", nullptr, nullptr, nullptr);
         EXPECT_EQ(database->model()->highestId(QStringLiteral("items"), 0, 100), 50);
         return true;
     }));

@@ -26,8 +26,8 @@ protected:
     QString createdWith(const char *schema)
     {
         error.clear();
-        EXPECT_FALSE(KVXProjectDatabase::create(
-            file("x"), testGuid, QString::fromLatin1(schema), &error));
+        EXPECT_FALSE(
+            KVXProjectDatabase::create(file("x"), testGuid, QString::fromLatin1(schema), &error));
         EXPECT_FALSE(QFile::exists(file("x"))) << "nothing is left of a project that failed";
         return error;
     }
@@ -57,17 +57,21 @@ TEST_F(ProjectFile, ThatIsDamagedIsRefused)
     int refused = 0;
     for (std::size_t page = 1; page * 4096 < good.size(); ++page) {
         Bytes bad = good;
-        std::fill_n(bad.begin() + static_cast<std::ptrdiff_t>(page * 4096), 4096, static_cast<unsigned char>(0xa5));
+        std::fill_n(bad.begin() + static_cast<std::ptrdiff_t>(page * 4096), 4096,
+            static_cast<unsigned char>(0xa5));
         writeFile(file("bad"), bad);
         const Database database = open(file("bad"));
         refused += database ? 0 : 1;
         EXPECT_FALSE(database) << "page " << page;
-        EXPECT_TRUE(failure == Failure::Damaged || failure == Failure::NotAProject) << error.toStdString();
+        EXPECT_TRUE(failure == Failure::Damaged || failure == Failure::NotAProject)
+            << error.toStdString();
     }
     EXPECT_GT(refused, 3);
     for (const std::size_t size : { 100U, 4096U, 8192U, 10'000U }) {
-        writeFile(file("cut"), Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size)));
-        expectRefused(file("cut"), Failure::Damaged, "damaged", KVXProjectDatabase::Origin::Downloaded);
+        writeFile(
+            file("cut"), Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size)));
+        expectRefused(
+            file("cut"), Failure::Damaged, "damaged", KVXProjectDatabase::Origin::Downloaded);
         EXPECT_FALSE(open(file("cut")));
     }
 }
@@ -75,9 +79,11 @@ TEST_F(ProjectFile, ThatIsDamagedIsRefused)
 TEST_F(ProjectFile, OfANewerFormatIsNamed)
 {
     const QString path = closedProject();
-    outside(path, "UPDATE kvx_meta SET value = 2 WHERE key = 'format'; ALTER TABLE kvx_pending ADD COLUMN x");
+    outside(path,
+        "UPDATE kvx_meta SET value = 2 WHERE key = 'format'; ALTER TABLE kvx_pending ADD COLUMN x");
     expectRefused(path, Failure::NewerFormat,
-        "the project file has format 2 and was written by a newer release; this one reads format 1");
+        "the project file has format 2 and was written by a newer release; this one reads format "
+        "1");
 }
 
 TEST_F(ProjectFile, OfAnotherProjectIsRefused)
@@ -88,8 +94,8 @@ TEST_F(ProjectFile, OfAnotherProjectIsRefused)
         path, other, KVXProjectDatabase::Origin::Local, testSchema, &error, &failure));
     EXPECT_EQ(failure, Failure::OtherProject);
     EXPECT_THAT(error.toStdString(), HasSubstr(testGuid.toStdString()));
-    EXPECT_TRUE(KVXProjectDatabase::open(path, testGuid.toUpper(), KVXProjectDatabase::Origin::Local,
-        testSchema, &error))
+    EXPECT_TRUE(KVXProjectDatabase::open(
+        path, testGuid.toUpper(), KVXProjectDatabase::Origin::Local, testSchema, &error))
         << "GUIDs are compared without regard to case";
     const Database any = KVXProjectDatabase::open(
         path, QString(), KVXProjectDatabase::Origin::Local, QString(), &error);
@@ -134,22 +140,29 @@ TEST_F(ProjectFile, RefusesTablesThatCannotBeSharedByName)
     EXPECT_EQ(createdWith("CREATE TABLE good(id INTEGER PRIMARY KEY); CREATE TABLE loose(a, b)"),
         QStringLiteral("table \"loose\" cannot be shared: it has no PRIMARY KEY"));
     EXPECT_EQ(createdWith("CREATE TABLE t(a TEXT PRIMARY KEY, b)"),
-        QStringLiteral("table \"t\" cannot be shared: column \"a\" of its PRIMARY KEY is not declared NOT NULL"));
-    EXPECT_THAT(createdWith("CREATE TABLE t(a INTEGER PRIMARY KEY DESC, b)").toStdString(), HasSubstr("not declared NOT NULL"));
-    EXPECT_THAT(createdWith("CREATE TABLE p(id INTEGER PRIMARY KEY);"
-                            "CREATE TABLE c(id INTEGER PRIMARY KEY, p REFERENCES p(id) ON DELETE CASCADE)").toStdString(),
+        QStringLiteral("table \"t\" cannot be shared: column \"a\" of its PRIMARY KEY is not "
+                       "declared NOT NULL"));
+    EXPECT_THAT(createdWith("CREATE TABLE t(a INTEGER PRIMARY KEY DESC, b)").toStdString(),
+        HasSubstr("not declared NOT NULL"));
+    EXPECT_THAT(
+        createdWith("CREATE TABLE p(id INTEGER PRIMARY KEY);"
+                    "CREATE TABLE c(id INTEGER PRIMARY KEY, p REFERENCES p(id) ON DELETE CASCADE)")
+            .toStdString(),
         HasSubstr("table \"c\" cannot be shared: its foreign key to \"p\" has an action"));
     EXPECT_THAT(createdWith("CREATE TABLE t(id INTEGER PRIMARY KEY, b AS (id + 1))").toStdString(),
         HasSubstr("column \"b\" is generated"));
-    EXPECT_THAT(createdWith("CREATE VIRTUAL TABLE t USING fts5(x)").toStdString(), HasSubstr("\"t"));
+    EXPECT_THAT(
+        createdWith("CREATE VIRTUAL TABLE t USING fts5(x)").toStdString(), HasSubstr("\"t"));
     EXPECT_THAT(createdWith("").toStdString(), HasSubstr("there is none"));
     EXPECT_THAT(createdWith("CREATE TABLE t(id INTEGER PRIMARY KEY); COMMIT").toStdString(),
         HasSubstr("the statements end the transaction"));
-    EXPECT_THAT(createdWith("CREATE TABLE t(").toStdString(), HasSubstr("creating the content tables"));
+    EXPECT_THAT(
+        createdWith("CREATE TABLE t(").toStdString(), HasSubstr("creating the content tables"));
 
     const QString path = closedProject();
     outside(path, "CREATE TABLE loose(a, b)");
-    expectRefused(path, Failure::BadSchema, "table \"loose\" cannot be shared: it has no PRIMARY KEY");
+    expectRefused(
+        path, Failure::BadSchema, "table \"loose\" cannot be shared: it has no PRIMARY KEY");
 }
 
 TEST_F(ProjectFile, IsNotCreatedOverAnotherFileOrUnderABadGuid)
@@ -160,7 +173,8 @@ TEST_F(ProjectFile, IsNotCreatedOverAnotherFileOrUnderABadGuid)
     EXPECT_EQ(value(p, "SELECT count(*) FROM items"), "3");
     for (const char *guid : { "", "g1", "{8d7c0e6e-5c1f-4d65-9a6b-3f2b1c0d9e8}",
              "8d7c0e6e-5c1f-4d65-9a6b-3f2b1c0d9e8f" })
-        EXPECT_FALSE(KVXProjectDatabase::create(file("q"), QString::fromLatin1(guid), testSchema, &error))
+        EXPECT_FALSE(
+            KVXProjectDatabase::create(file("q"), QString::fromLatin1(guid), testSchema, &error))
             << guid;
     EXPECT_FALSE(QFile::exists(file("q")));
 }
@@ -212,11 +226,24 @@ TEST_F(ProjectFile, WithADamagedPendingEditIsNotAdopted)
     ASSERT_TRUE(ann->close());
     // Cut inside the table header: SQLite's own reader would not return.
     outside(file("ann"), "UPDATE kvx_pending SET changeset = substr(changeset, 1, 3)");
-    expectRefused(file("ann"), Failure::Damaged, "a pending edit is damaged", KVXProjectDatabase::Origin::Downloaded);
+    expectRefused(file("ann"), Failure::Damaged, "a pending edit is damaged",
+        KVXProjectDatabase::Origin::Downloaded);
     const Database local = open(file("ann"));
     ASSERT_TRUE(local);
     EXPECT_FALSE(local->prepareSave(file("log"), QString()));
     EXPECT_THAT(local->errorText().toStdString(), HasSubstr("a pending edit is damaged"));
+}
+
+TEST_F(ProjectFile, SyncsEveryEditButNotEveryLog)
+{
+    const Database ann = project("ann");
+    EXPECT_EQ(value(ann, "PRAGMA synchronous"), "2");
+    EXPECT_EQ(value(ann, "PRAGMA journal_mode"), "wal");
+    kvx::sqlite::Connection apply;
+    ASSERT_TRUE(apply.open(file("ann").toStdString(), kvx::sqlite::Connection::Role::Apply).ok());
+    kvx::sqlite::Statement level(apply.handle(), "PRAGMA synchronous");
+    ASSERT_EQ(level.step(), SQLITE_ROW);
+    EXPECT_EQ(level.integer(0), 1);
 }
 
 } // namespace
