@@ -61,7 +61,7 @@ std::vector<SocketAddress> addressesOf(const std::string &host, std::uint16_t po
         return numeric.addresses;
     const auto result = std::make_shared<LookUp>();
     Worker resolver;
-    resolver.start([result, host, port] { *result = lookUp(host, port, AI_ADDRCONFIG); });
+    resolver.start([result, host, port] { *result = lookUp(host, port, 0); });
     if (!resolver.endedBy(deadline))
         throw cms::CMSException("Looking up the host name " + host + " took too long");
     if (result->error != 0)
@@ -107,9 +107,14 @@ Socket::Socket(const std::string &host, std::uint16_t port, std::chrono::millise
 {
     const SocketClock::time_point deadline = SocketClock::now() + limit;
     int error = EHOSTUNREACH;
-    for (const SocketAddress &address : addressesOf(host, port, deadline)) {
+    const std::vector<SocketAddress> addresses = addressesOf(host, port, deadline);
+    std::size_t left = addresses.size();
+    for (const SocketAddress &address : addresses) {
+        // An address that does not answer at all must leave time for the others.
+        const auto now = SocketClock::now();
+        const auto share = now + (deadline - now) / static_cast<std::int64_t>(left--);
         m_handle = ::socket(address.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        error = m_handle < 0 ? errno : connectTo(m_handle, address, deadline);
+        error = m_handle < 0 ? errno : connectTo(m_handle, address, share);
         if (error == 0) {
             const int on = 1;
             ::setsockopt(m_handle, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);

@@ -9,6 +9,8 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+
 using namespace kvx::test;
 using namespace kvx::openwire;
 using testing::AnyOf;
@@ -231,13 +233,14 @@ TEST(HostileBroker, unknownBrokenAndEmptyFramesAreSkipped)
 
 TEST(HostileBroker, cutAtEveryByteOfAMessageIsALossAndNothingElse)
 {
-    std::string frame;
-    std::size_t cut = 0;
+    std::atomic<std::size_t> length { 0 };
+    std::atomic<std::size_t> cut { 0 };
     Signal listening;
     FakeBroker broker([&](FakePeer &peer) {
         const std::string consumer = serveToConsumer(peer);
         listening.wait();
-        frame = dispatchTo(consumer, textMessage("never seen"));
+        const std::string frame = dispatchTo(consumer, textMessage("never seen"));
+        length = frame.size();
         peer.send(std::string_view(frame).substr(0, cut));
     });
     do {
@@ -252,7 +255,7 @@ TEST(HostileBroker, cutAtEveryByteOfAMessageIsALossAndNothingElse)
         ASSERT_THAT(recorder.texts(), IsEmpty()) << cut;
         client.consumer->setMessageListener(nullptr);
         listening.reset();
-    } while (++cut < frame.size());
+    } while (++cut < length);
 }
 
 TEST(HostileBroker, classNamesAreTextOnly)

@@ -149,6 +149,13 @@ TEST_P(Login, connectionsWithoutClientIdDoNotDisturbEachOther)
     EXPECT_EQ(second.receiveText(), "to both");
 }
 
+TEST(LoginByName, everyAddressOfTheHostIsTried)
+{
+    Broker broker;
+    Client client("tcp://localhost:" + std::to_string(broker.port()), clientId); // ::1 comes first
+    client.open("login.name");
+}
+
 TEST(LoginRefusal, nobodyListening)
 {
     int freePort = 0;
