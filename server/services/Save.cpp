@@ -3,7 +3,6 @@
 #include "base/Text.h"
 #include "services/Access.h"
 #include "services/FileNames.h"
-#include "store/BlobStore.h"
 #include "store/Db.h"
 #include "store/LogStore.h"
 #include "store/ProjectStore.h"
@@ -102,16 +101,6 @@ Reply sendServerToMerge(Call &call)
 }
 
 } // namespace
-
-void recoverSaves(Db &db, const Config &config, Time lastSeen, Time now)
-{
-    const BlobStore blobs(config.data);
-    blobs.clearTemporaries();
-    Transaction transaction(db, Transaction::Kind::Write);
-    StageStore(db).dropOrphans();
-    LogStore(db).prolongLeases(lastSeen, now + config.lockLease);
-    transaction.commit();
-}
 
 const ServiceTable saveServices = {
     { "sendservertomerge", sendServerToMerge, ProjectReader | NamesCaller | Writes },

@@ -80,11 +80,4 @@ std::int64_t BlobStore::size(Db &db, const std::string &sha256)
     return *size;
 }
 
-void BlobStore::clearTemporaries() const
-{
-    std::error_code ignored;
-    for (const auto &entry : std::filesystem::directory_iterator(m_folder + "/tmp", ignored))
-        std::filesystem::remove_all(entry.path(), ignored);
-}
-
 } // namespace kvx::server

@@ -28,9 +28,6 @@ public:
     /// The recorded size; throws DbError for a blob without a row.
     static std::int64_t size(Db &db, const std::string &sha256);
 
-    /// Removes every file in `tmp/`: what an earlier run left half received.
-    void clearTemporaries() const;
-
 private:
     std::string m_folder;
 };

@@ -104,11 +104,4 @@ std::optional<LogStore::Log> LogStore::log(std::int64_t projectId, std::int64_t 
     return found;
 }
 
-void LogStore::prolongLeases(Time seen, Time until)
-{
-    m_db.run("UPDATE project SET lock_until = :until WHERE lock_session IS NOT NULL"
-             " AND lock_until >= :seen AND lock_until < :before",
-        { { "until", until }, { "seen", seen }, { "before", until } });
-}
-
 } // namespace kvx::server

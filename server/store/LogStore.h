@@ -71,9 +71,6 @@ public:
     };
     std::optional<Log> log(std::int64_t projectId, std::int64_t version);
 
-    /// Leases that had not run out at `seen` hold until `until`: nobody could renew them meanwhile.
-    void prolongLeases(Time seen, Time until);
-
 private:
     Db &m_db;
 };

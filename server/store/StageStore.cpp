@@ -41,11 +41,4 @@ void StageStore::drop(std::int64_t projectId)
     m_db.run("DELETE FROM stage WHERE project_id = :project", { { "project", projectId } });
 }
 
-std::int64_t StageStore::dropOrphans()
-{
-    return m_db.run("DELETE FROM stage WHERE NOT EXISTS (SELECT 1 FROM project p"
-                    " WHERE p.id = stage.project_id AND p.lock_session = stage.session_id"
-                    " AND p.lock_gen = stage.generation)");
-}
-
 } // namespace kvx::server

@@ -30,8 +30,6 @@ public:
     /// The part, if it was staged in that generation.
     std::optional<Staged> get(std::int64_t projectId, Part part, std::int64_t generation);
     void drop(std::int64_t projectId);
-    /// Drops every stage whose generation does not hold its project's lock. The number dropped.
-    std::int64_t dropOrphans();
 
 private:
     Db &m_db;
