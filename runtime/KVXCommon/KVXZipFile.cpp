@@ -179,7 +179,8 @@ bool Extraction::readNames()
         zip_stat_t stat;
         if (!raw || !text || m_entries[i].name != raw
             || zip_stat_index(m_archive.get(), index, 0, &stat) != 0
-            || (stat.comp_method != ZIP_CM_STORE && stat.comp_method != ZIP_CM_DEFLATE))
+            || (stat.comp_method != ZIP_CM_STORE && stat.comp_method != ZIP_CM_DEFLATE)
+            || stat.encryption_method == ZIP_EM_UNKNOWN)
             return false;
         const QString name = QString::fromUtf8(text);
         if (!isSafeEntryName(name))

@@ -90,6 +90,7 @@ CookieJar::Loan CookieJar::lend(CURL *easy, const QByteArray &url) const
 void CookieJar::takeBack(CURL *easy, const Loan &loan)
 {
     const QVector<QByteArray> now = cookieLines(easy);
+    curl_easy_setopt(easy, CURLOPT_COOKIEFILE, nullptr); // engine off; a reset would leak its list
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (loan.generation != m_generation)
         return;

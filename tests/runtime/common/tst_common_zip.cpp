@@ -55,7 +55,7 @@ TEST_F(Zip, WhatIsPackedIsUnpacked)
 {
     const QByteArray big = QByteArray(300'000, 'a') + "end";
     QByteArray mixed;
-    for (int i = 0; i < 200'000; ++i)
+    for (unsigned i = 0; i < 200'000; ++i)
         mixed.append(static_cast<char>(i * i >> 7));
     EXPECT_TRUE(KVXZipFile::compressFiles(path("a.zip"),
         { { LogName, writeFile("log", mixed) }, { QString::fromUtf8("Höhe ü.txt"), writeFile("n", "text") },
