@@ -234,8 +234,9 @@ bool KVXCWProjectDataImpl::uploadLogFile(const QString &logFile) const
 
 bool KVXCWProjectDataImpl::uploadProjectFile(const QString &projectFile) const
 {
+    const QString guid = m_projectGuid; // the file service may outlive this object
     KVXCWFileService *files = KVXCollaborator::getInstance()->fileService();
-    return files && files->upload(QString(), m_projectGuid, projectFile, QMap<QString, QVariant>());
+    return files && files->upload(QString(), guid, projectFile, QMap<QString, QVariant>());
 }
 
 bool KVXCWProjectDataImpl::sendServerToMerge(const QMap<QString, QVariant> &info) const

@@ -471,6 +471,24 @@ TEST_F(CheckOut, theProjectMayBeClosedByTheSynchronisation)
     }
 }
 
+TEST_F(CheckOut, theProjectMayBeClosedDuringARequest)
+{
+    const auto closing = [this](const QJsonObject &, QJsonObject &reply) {
+        close();
+        reply = status(1);
+        return true;
+    };
+    host.network.handle(QStringLiteral("checkout"), closing);
+    EXPECT_FALSE(items->checkOut(module, { 1 }));
+    open(0);
+    host.network.handle(QStringLiteral("checkin"), closing);
+    EXPECT_FALSE(items->checkIn(module, { 1 }));
+    open(0);
+    host.network.handle(QStringLiteral("checkinall"), closing);
+    EXPECT_TRUE(items->checkInAll());
+    EXPECT_TRUE(items.isNull());
+}
+
 TEST_F(CheckOut, aReceiverMayDeleteOnlyTheIdManager)
 {
     items->checkState(module, 1, holder);

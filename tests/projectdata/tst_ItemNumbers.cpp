@@ -202,6 +202,15 @@ TEST_F(Numbers, blocksBelowTheNumbersInUseArePassedOver)
     EXPECT_EQ(asked().size(), 4);
 }
 
+TEST_F(Numbers, anOldBlockThatIsRepeatedIsNotAskedForAgain)
+{
+    answerOnce(1000, 1001);
+    EXPECT_EQ(next(), 1001);
+    answer(1, 10);
+    EXPECT_EQ(next(), -1);
+    EXPECT_EQ(asked(), (QList<bool> { false, true, true }));
+}
+
 TEST_F(Numbers, aServerThatAlternatesBetweenOldBlocksIsGivenUp)
 {
     answerOnce(1000, 1001);

@@ -610,6 +610,53 @@ TEST_F(Save, closingTheProjectWhileItWaitsEndsTheSave)
     EXPECT_EQ(host.network.postCount(QStringLiteral("loglock")), 1);
 }
 
+TEST_F(Save, closingTheProjectWhileItSynchronisesEndsTheSave)
+{
+    open(6);
+    host.network.handle(
+        QStringLiteral("getlogversion"), [this](const QJsonObject &, QJsonObject &reply) {
+            close();
+            reply = json(R"({"statuscode": 1, "LogVersion": 6})");
+            return true;
+        });
+    EXPECT_EQ(save(), KVXCWProjectData::SaveCancelled);
+    EXPECT_EQ(takeSteps(), QStringList { QStringLiteral("getlogversion") });
+}
+
+TEST_F(Save, closingTheProjectDuringAnUploadReleasesTheLock)
+{
+    for (int closing = 1; closing <= 2; ++closing) {
+        server.reset();
+        open(6);
+        int uploads = 0;
+        host.network.handle(QStringLiteral("upload"), [&](const QJsonObject &, QJsonObject &reply) {
+            if (++uploads == closing)
+                close();
+            reply = status(1);
+            return true;
+        });
+        EXPECT_EQ(save(), KVXCWProjectData::SaveCancelled);
+        EXPECT_EQ(uploads, closing);
+        EXPECT_EQ(takeSteps().last(), QStringLiteral("loglock-"));
+        EXPECT_EQ(server.merges, 0);
+    }
+}
+
+TEST_F(Save, closingTheProjectDuringTheMergeReportsThatItIsPublished)
+{
+    open(6);
+    host.network.handle(
+        QStringLiteral("sendservertomerge"), [this](const QJsonObject &, QJsonObject &reply) {
+            close();
+            reply = status(1);
+            return true;
+        });
+    EXPECT_EQ(save(), KVXCWProjectData::CheckOutFailed);
+    const QJsonObject release = host.network.takeRequests().last();
+    EXPECT_TRUE(release.value(QLatin1String("ReleaseLock")).toBool());
+    EXPECT_EQ(release.value(QLatin1String("LogVersion")).toInt(), 7);
+}
+
 TEST_F(Save, closingTheProjectDuringTheCheckOutKeepsTheSave)
 {
     open(6);
