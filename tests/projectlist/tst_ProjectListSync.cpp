@@ -1,6 +1,9 @@
 #include "ProjectListFixture.h"
 
 #include <KVXCollaboration/KVXCollaborator.h>
+#include <QMetaMethod>
+#include <atomic>
+#include <thread>
 
 using namespace kvx::test;
 
@@ -212,4 +215,40 @@ TEST_F(ProjectListTest, ClearingDeletesAllRecordsOfOneProjectHereOnly)
     EXPECT_EQ(recordCount(), 1);
     expectNoRequest(host);
     EXPECT_TRUE(takeSignals().isEmpty());
+}
+
+TEST_F(ProjectListTest, AFetchOnAnotherThreadWaitsForTheWholeSynchronisation)
+{
+    makeList({ project("{a}", "A") });
+    host.network.answer(text("getproject"),
+        { { text("statuscode"), 1 }, { text("Project"), project("{n}", "New") } });
+    std::atomic<bool> asked { false };
+    std::atomic<bool> fetched { false };
+    std::thread other;
+    QObject::connect(list, &KVXCWProjectList::beginUpdate, list, [&] {
+        other = std::thread([&] {
+            asked = true;
+            list->fetchProject(text("{n}"));
+            fetched = true;
+        });
+    });
+    QObject::connect(list, &KVXCWProjectList::changed, list, [&] {
+        EXPECT_TRUE(waitUntil([&] { return asked.load(); }));
+        for (int round = 0; round < 1000; ++round)
+            std::this_thread::yield();
+        EXPECT_FALSE(fetched) << "the lock is held over the signals too";
+        EXPECT_EQ(record("{n}"), nullptr);
+    });
+    EXPECT_TRUE(list->syncProjectList());
+    other.join();
+    EXPECT_NE(record("{n}"), nullptr);
+}
+
+TEST_F(ProjectListTest, HasAMetaObjectOfItsOwnWithOneSlot)
+{
+    const QMetaObject &meta = KVXCWProjectListImpl::staticMetaObject;
+    EXPECT_STREQ(meta.className(), "KVXCWProjectListImpl");
+    ASSERT_EQ(meta.methodCount() - meta.methodOffset(), 1);
+    EXPECT_EQ(
+        meta.method(meta.methodOffset()).methodSignature(), QByteArray("onNotify(QJsonObject)"));
 }

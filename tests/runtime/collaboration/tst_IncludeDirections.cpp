@@ -2,7 +2,6 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -27,9 +26,22 @@ const fs::path &root()
     return path;
 }
 
+// What the line includes, with its brackets or quotes; empty when it is no inclusion.
+std::string includedIn(std::string line)
+{
+    line.erase(
+        std::remove_if(line.begin(), line.end(), [](char c) { return c == ' ' || c == '\t'; }),
+        line.end());
+    static const std::string directive = "#include";
+    if (line.rfind(directive, 0) != 0)
+        return {};
+    const auto end = line.find_first_of(">\"", directive.size() + 1);
+    return end == std::string::npos ? std::string()
+                                    : line.substr(directive.size(), end + 1 - directive.size());
+}
+
 std::vector<Include> includesUnder(const std::string &folder)
 {
-    static const std::regex pattern(R"(^\s*#\s*include\s*([<"])([^>"]+)[>"])");
     std::vector<Include> includes;
     if (!fs::exists(root() / folder))
         return includes;
@@ -40,12 +52,13 @@ std::vector<Include> includesUnder(const std::string &folder)
         std::ifstream stream(entry.path());
         std::string line;
         for (int number = 1; std::getline(stream, line); ++number) {
-            std::smatch match;
-            if (std::regex_search(line, match, pattern)) {
-                const std::string where
-                    = fs::relative(entry.path(), root()).string() + ":" + std::to_string(number);
-                includes.push_back({ match[2], match[1] == "<", where, entry.path() });
-            }
+            const std::string included = includedIn(line);
+            if (included.empty())
+                continue;
+            const std::string where
+                = fs::relative(entry.path(), root()).string() + ":" + std::to_string(number);
+            includes.push_back({ included.substr(1, included.size() - 2), included[0] == '<', where,
+                entry.path() });
         }
     }
     return includes;
