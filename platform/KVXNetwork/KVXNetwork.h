@@ -63,7 +63,10 @@ public:
     /// object. A request whose "service" is "upload" also sends the file named by
     /// "LocalFileName"; one whose "service" is "download" stores the received file there (written
     /// beside it, synced, renamed: a refused or torn download leaves no file). "HttpMethod" "0"
-    /// makes it a GET. The local path itself is not sent.
+    /// makes it a GET. The local path itself is not sent. The recognition service's "submit" and
+    /// "result" count as upload and download when they name a local file. A file that is a link,
+    /// not regular or another user's is neither sent nor replaced. A post other than a download is
+    /// never repeated, also not on a kept connection that turns out to be dead.
     virtual bool post(const QString &url, const QJsonObject &request, QJsonObject &reply,
         void *receiver, ProgressFunction progress)
         = 0;

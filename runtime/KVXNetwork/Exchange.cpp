@@ -131,7 +131,7 @@ void Exchange::prepareParts(CURL *easy, bool askFirst)
     part = curl_mime_addpart(m_mime);
     curl_mime_name(part, "dataPart");
     curl_mime_type(part, "application/octet-stream");
-    curl_mime_data_cb(part, m_file->size(), &Exchange::onRead, &Exchange::onSeek, nullptr, m_file);
+    curl_mime_data_cb(part, m_file->size(), &Exchange::onRead, &Exchange::onSeek, nullptr, this);
     curl_easy_setopt(easy, CURLOPT_MIMEPOST, m_mime);
 }
 
@@ -240,15 +240,20 @@ int Exchange::onProgress(void *self, curl_off_t, curl_off_t done, curl_off_t, cu
     return 0;
 }
 
-size_t Exchange::onRead(char *buffer, size_t size, size_t count, void *file)
+size_t Exchange::onRead(char *buffer, size_t size, size_t count, void *self)
 {
-    const qint64 got = static_cast<LocalFile *>(file)->read(buffer, static_cast<qint64>(size * count));
-    return got < 0 ? CURL_READFUNC_ABORT : static_cast<size_t>(got);
+    auto *exchange = static_cast<Exchange *>(self);
+    const qint64 got = exchange->m_file->read(buffer, static_cast<qint64>(size * count));
+    if (got >= 0)
+        return static_cast<size_t>(got);
+    exchange->refuse(QStringLiteral("The file became shorter or unreadable while it was sent."));
+    return CURL_READFUNC_ABORT;
 }
 
-int Exchange::onSeek(void *file, curl_off_t offset, int origin)
+int Exchange::onSeek(void *self, curl_off_t offset, int origin)
 {
-    const bool done = origin == SEEK_SET && static_cast<LocalFile *>(file)->seek(offset);
+    auto *exchange = static_cast<Exchange *>(self);
+    const bool done = origin == SEEK_SET && exchange->m_file->seek(offset);
     return done ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_CANTSEEK;
 }
 

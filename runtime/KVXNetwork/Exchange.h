@@ -66,8 +66,8 @@ private:
     static size_t onHeader(char *line, size_t size, size_t count, void *self);
     static size_t onBody(char *bytes, size_t size, size_t count, void *self);
     static int onProgress(void *self, curl_off_t total, curl_off_t done, curl_off_t, curl_off_t);
-    static size_t onRead(char *buffer, size_t size, size_t count, void *file);
-    static int onSeek(void *file, curl_off_t offset, int origin);
+    static size_t onRead(char *buffer, size_t size, size_t count, void *self);
+    static int onSeek(void *self, curl_off_t offset, int origin);
 
     void prepareJson(CURL *easy);
     void prepareParts(CURL *easy, bool askFirst);

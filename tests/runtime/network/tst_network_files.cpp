@@ -196,6 +196,52 @@ TEST_F(NetworkFiles, AServerThatStopsReadingIsGivenUp)
     EXPECT_TRUE(error().contains("in time")) << error().toStdString();
 }
 
+TEST_F(NetworkFiles, ARefusalInTheMiddleOfTheBodyIsRead)
+{
+    const QString file = writeFile("big", someBytes(20'000'000));
+    server.handleHead("/kvx/service", [](const Request &, Connection &connection) {
+        connection.send("HTTP/1.1 100 Continue\r\n\r\n");
+        connection.wait(100);
+        connection.send(LoopbackServer::response(R"({"statuscode":106})", 200, "Connection: close\r\n"));
+        while (!connection.clientIsGone() && connection.wait(10)) { }
+        connection.close();
+        return true;
+    });
+    network->setTimeouts({ 0, 0, 0, 2000 });
+    EXPECT_TRUE(upload(file)) << error().toStdString();
+    EXPECT_EQ(reply.value("statuscode").toInt(), 106);
+    server.handleHead("/kvx/service", nullptr);
+    EXPECT_TRUE(upload(file));
+}
+
+TEST_F(NetworkFiles, AFileThatShrinksWhileItIsSentFails)
+{
+    const QString file = writeFile("big", someBytes(20'000'000));
+    server.handleHead("/kvx/service", [&file](const Request &, Connection &connection) {
+        EXPECT_TRUE(QFile::resize(file, 1000));
+        connection.send("HTTP/1.1 100 Continue\r\n\r\n");
+        while (!connection.clientIsGone() && connection.wait(10)) { }
+        connection.close();
+        return true;
+    });
+    EXPECT_FALSE(upload(file));
+    EXPECT_TRUE(error().contains("became shorter")) << error().toStdString();
+    EXPECT_TRUE(reply.isEmpty());
+}
+
+TEST_F(NetworkFiles, AFileThatGrowsIsSentAsItWasAtTheStart)
+{
+    const QByteArray bytes = someBytes(100'000);
+    const QString file = writeFile("growing", bytes);
+    server.handleHead("/kvx/service", [&file](const Request &, Connection &) {
+        QFile more(file);
+        EXPECT_TRUE(more.open(QIODevice::Append) && more.write("more") == 4);
+        return false;
+    });
+    EXPECT_TRUE(upload(file));
+    EXPECT_EQ(partOf(server.lastRequest().body, "dataPart"), bytes.toStdString());
+}
+
 TEST_F(NetworkFiles, AMovingTransferIsNotCutByTheRequestLimit)
 {
     server.handle("/kvx/service", [](const Request &, Connection &connection) {

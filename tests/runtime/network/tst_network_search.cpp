@@ -167,6 +167,15 @@ TEST_F(NetworkSearch, PingOfNonsenseNamesTheAddress)
     EXPECT_FALSE(network->ping("127.0.0.1", 70000));
 }
 
+TEST_F(NetworkSearch, Ipv6AddressesAreUnderstoodWithAndWithoutBrackets)
+{
+    const int gone = LoopbackServer().port();
+    for (const char *host : { "::1", "[::1]" }) {
+        EXPECT_FALSE(network->ping(host, gone));
+        EXPECT_EQ(error(), QStringLiteral("No server answers at [::1]:%1.").arg(gone));
+    }
+}
+
 TEST_F(NetworkSearch, PingGivesUpAtTheConnectLimit)
 {
     server.handle(ServerPath, [](const Request &, Connection &connection) { connection.wait(10'000); });
