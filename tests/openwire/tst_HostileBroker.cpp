@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
 
 using namespace kvx::test;
@@ -241,7 +242,8 @@ TEST(HostileBroker, cutAtEveryByteOfAMessageIsALossAndNothingElse)
         listening.wait();
         const std::string frame = dispatchTo(consumer, textMessage("never seen"));
         length = frame.size();
-        peer.send(std::string_view(frame).substr(0, cut));
+        // The connection's id is part of it and not always of one length.
+        peer.send(std::string_view(frame).substr(0, std::min<std::size_t>(cut, frame.size() - 1)));
     });
     do {
         Client client(broker.uri(shortLimits), "anna");
