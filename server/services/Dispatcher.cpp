@@ -8,6 +8,7 @@
 #include "store/Db.h"
 #include "store/DbPool.h"
 
+#include <algorithm>
 #include <sodium.h>
 
 namespace kvx::server {
@@ -93,7 +94,8 @@ Dispatcher::Dispatcher(
     , m_pool(pool)
     , m_wakePublisher(std::move(wakePublisher))
     , m_held(std::make_unique<HeldRequests<Run>>([this](std::shared_ptr<Run> run) {
-        run->exchange->patienceOver = true;
+        run->exchange->patienceOver
+            = m_draining || m_environment.clock.now() >= run->exchange->holdEnd;
         start(std::move(run));
     }))
     , m_limiter(std::make_unique<RateLimiter>())
@@ -316,7 +318,9 @@ void Dispatcher::settle(const std::shared_ptr<Run> &run, Reply reply)
     if (!reply.heldKey().empty() && !exchange->patienceOver) {
         if (exchange->heldNumber == 0)
             exchange->heldNumber = m_held->takeNumber();
-        const Time left = exchange->firstAsked + reply.patience() - m_environment.clock.now();
+        exchange->holdEnd = exchange->firstAsked + reply.patience();
+        const Time wait = std::min(reply.patience(), reply.recheck().value_or(reply.patience()));
+        const Time left = exchange->firstAsked + wait - m_environment.clock.now();
         const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(left);
         m_held->hold(reply.heldKey(), reply.place(), exchange->heldNumber, until, run);
         return;

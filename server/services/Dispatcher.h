@@ -38,6 +38,7 @@ struct Exchange {
     Time firstAsked = 0;
     std::uint64_t heldNumber = 0;
     bool patienceOver = false;
+    Time holdEnd = 0;
     std::string userEmail;
     std::string projectGuid;
     std::int64_t sessionId = 0;

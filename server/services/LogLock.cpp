@@ -64,10 +64,10 @@ Reply wait(Call &call)
     const auto place = places.of(id, session, call.now());
     const auto project = ProjectStore(call.db()).find(id);
     const Time hold = call.config().lockHold;
-    const Time patience = std::min({ hold, holdsOfOneSave * hold - place.held,
-        project->lockUntil + 1 - call.firstAsked() });
+    const Time patience = std::min(hold, holdsOfOneSave * hold - place.held);
+    const Time leaseEnd = project->lockUntil + 1 - call.firstAsked();
     if (!call.patienceOver() && call.firstAsked() + patience > call.now())
-        return Reply::held(logLockKey(id), patience, place.number);
+        return Reply::held(logLockKey(id), patience, place.number, leaseEnd);
     places.keep(id, session, call.now() - call.firstAsked(), call.now());
     return busy(call, *project);
 }

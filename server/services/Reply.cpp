@@ -9,12 +9,14 @@ Reply Reply::file(FileBody body)
     return reply;
 }
 
-Reply Reply::held(std::string key, std::int64_t patience, std::uint64_t place)
+Reply Reply::held(std::string key, std::int64_t patience, std::uint64_t place,
+    std::optional<std::int64_t> recheck)
 {
     Reply reply = ok();
     reply.m_heldKey = std::move(key);
     reply.m_patience = patience;
     reply.m_place = place;
+    reply.m_recheck = recheck;
     return reply;
 }
 

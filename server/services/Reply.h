@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,8 +43,10 @@ public:
     /// `Call::wakeHeld(key)`; requests held under one key run again in the order in which they first
     /// asked, before any request that came meanwhile. After `patience` milliseconds since the first
     /// call it is called once more with `Call::patienceOver()` true, and must answer.
-    /// `place` comes before that order: a request with a lower one runs earlier.
-    static Reply held(std::string key, std::int64_t patience, std::uint64_t place = 0);
+    /// `place` comes before that order: a request with a lower one runs earlier. After `recheck`
+    /// milliseconds since the first call, where given, it is called in between, as if woken.
+    static Reply held(std::string key, std::int64_t patience, std::uint64_t place = 0,
+        std::optional<std::int64_t> recheck = {});
 
     /// Work that takes long and needs no database (a password hash, looking into an archive). It runs
     /// on a pool of its own; what it returns is then called as the handler, in a new transaction.
@@ -70,6 +73,7 @@ public:
     const std::string &heldKey() const { return m_heldKey; }
     std::int64_t patience() const { return m_patience; }
     std::uint64_t place() const { return m_place; }
+    std::optional<std::int64_t> recheck() const { return m_recheck; }
     const Work &work() const { return m_work; }
     Pool pool() const { return m_pool; }
 
@@ -99,6 +103,7 @@ private:
     std::string m_heldKey;
     std::int64_t m_patience = 0;
     std::uint64_t m_place = 0;
+    std::optional<std::int64_t> m_recheck;
     Work m_work;
     Pool m_pool = Pool::Files;
     int m_httpStatus = 0;
