@@ -2,6 +2,8 @@
 
 #include <QSet>
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -73,9 +75,10 @@ TEST_F(Numbers, theyContinueAfterTheHighestInUse)
 TEST_F(Numbers, aDatabaseThatAnswersOutsideTheRangeIsNotBelieved)
 {
     answer(100, 199);
-    database.highest = { { QStringLiteral("item"), 500 }, { QStringLiteral("rate"), 99 } };
+    database.highest = { { QStringLiteral("item"), 500 }, { QStringLiteral("rate"), 99 },
+        { QStringLiteral("chapter"), 150 } };
     EXPECT_TRUE(items->attachDatabase(&database));
-    EXPECT_EQ(next(), 101);
+    EXPECT_EQ(next(), 151);
 }
 
 TEST_F(Numbers, attachingNeedsARangeAndAPlace)
@@ -330,6 +333,17 @@ TEST_F(Numbers, severalThreadsGetDifferentNumbers)
 {
     constexpr int perThread = 3000;
     EXPECT_TRUE(items->attachDatabase(&database)); // blocks of a thousand from 1001 on
+    std::atomic<int> asking { 0 };
+    std::atomic<int> overlaps { 0 };
+    host.network.handle(
+        QStringLiteral("allocateidrange"), [&](const QJsonObject &, QJsonObject &reply) {
+            overlaps += ++asking > 1 ? 1 : 0;
+            std::this_thread::sleep_for(std::chrono::milliseconds(2)); // as a server takes
+            reply = block(server.nextNumber, server.nextNumber + 999);
+            server.nextNumber += 1000;
+            --asking;
+            return true;
+        });
     std::vector<std::vector<int>> taken(4);
     std::vector<std::thread> threads;
     for (std::vector<int> &mine : taken) {
@@ -355,6 +369,7 @@ TEST_F(Numbers, severalThreadsGetDifferentNumbers)
     }
     EXPECT_EQ(all.size(), 4 * perThread);
     EXPECT_FALSE(all.contains(-1));
+    EXPECT_EQ(overlaps, 0);
     EXPECT_EQ(host.network.postCount(QStringLiteral("allocateidrange")), 13);
 }
 

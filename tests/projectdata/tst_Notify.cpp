@@ -280,6 +280,17 @@ TEST_F(Notify, theProjectMayBeClosedWhileItsLogsAreApplied)
     EXPECT_EQ(host.network.postCount(QStringLiteral("getlogversion")), 2); // opening and one pass
 }
 
+TEST_F(Notify, theProjectMayBeClosedByTheSecondPass)
+{
+    host.network.answerOnce(
+        QStringLiteral("getlogversion"), json(R"({"statuscode": 1, "LogVersion": 3})"));
+    publishLogs(4);
+    database.onExecute = [this] { close(); };
+    EXPECT_TRUE(host.notifyFromBroker(message()));
+    EXPECT_TRUE(items.isNull());
+    EXPECT_EQ(takeRequests("checkout").size(), 0);
+}
+
 TEST_F(Notify, aSynchroniserThatGoesAwayEndsTheReaction)
 {
     publishLogs(4);
