@@ -1,10 +1,15 @@
 #include "notify/Janitor.h"
 
+#include "services/Tidying.h"
+
 namespace kvx::server {
 
 const std::vector<Chore> &allChores()
 {
-    static const std::vector<Chore> chores;
+    static const std::vector<Chore> chores = {
+        { "trash", purgeTrash },
+        { "blobs", sweepBlobs },
+    };
     return chores;
 }
 

@@ -2,6 +2,7 @@
 #include "store/Db.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
@@ -34,6 +35,12 @@ void makeFolder(const std::string &folder)
 {
     if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
         fail(folder);
+}
+
+bool isYoung(const std::string &path, Time before)
+{
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && static_cast<Time>(status.st_mtime) * 1000 >= before;
 }
 
 } // namespace
@@ -78,6 +85,49 @@ std::int64_t BlobStore::size(Db &db, const std::string &sha256)
     if (!size)
         throw DbError(DbError::Kind::Other, "there is no blob " + sha256);
     return *size;
+}
+
+std::string BlobStore::dropUnused(Db &db, const std::string &last, Time before, int maximum) const
+{
+    const auto rows = db.rows<std::string, Time>(
+        "SELECT sha256, created FROM blob WHERE sha256 > :last ORDER BY sha256 LIMIT :maximum",
+        { { "last", last }, { "maximum", maximum } });
+    for (const auto &[sha256, created] : rows) {
+        if (created >= before || isYoung(path(sha256), before))
+            continue;
+        const auto dropped = db.run("DELETE FROM blob WHERE sha256 = :sha256"
+            " AND NOT EXISTS (SELECT 1 FROM project WHERE file_blob = blob.sha256)"
+            " AND NOT EXISTS (SELECT 1 FROM project_log WHERE blob = blob.sha256)"
+            " AND NOT EXISTS (SELECT 1 FROM project_log WHERE file_blob = blob.sha256)"
+            " AND NOT EXISTS (SELECT 1 FROM stage WHERE blob = blob.sha256)"
+            " AND NOT EXISTS (SELECT 1 FROM file WHERE blob = blob.sha256)"
+            " AND NOT EXISTS (SELECT 1 FROM template_version WHERE blob = blob.sha256)"
+            " AND NOT EXISTS (SELECT 1 FROM shared_table WHERE blob = blob.sha256)"
+            " AND NOT EXISTS (SELECT 1 FROM shared_table_revision WHERE blob = blob.sha256)"
+            " AND NOT EXISTS (SELECT 1 FROM resource_package WHERE blob = blob.sha256)"
+            " AND NOT EXISTS (SELECT 1 FROM ocr_job WHERE blob = blob.sha256)"
+            " AND NOT EXISTS (SELECT 1 FROM ocr_page WHERE text_blob = blob.sha256)",
+            { { "sha256", sha256 } });
+        if (dropped > 0)
+            ::unlink(path(sha256).c_str()); // an upload of these bytes puts the file back
+    }
+    return static_cast<int>(rows.size()) == maximum ? std::get<0>(rows.back()) : std::string();
+}
+
+void BlobStore::dropStray(Db &db, int folder, Time before) const
+{
+    char name[3];
+    std::snprintf(name, sizeof name, "%02x", static_cast<unsigned>(folder));
+    std::error_code ignored;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(
+             m_folder + "/blobs/" + name, ignored)) {
+        const std::string file = entry.path().string();
+        if (!entry.is_regular_file(ignored) || isYoung(file, before))
+            continue;
+        if (!db.value<std::int64_t>("SELECT size FROM blob WHERE sha256 = :sha256",
+                { { "sha256", entry.path().filename().string() } }))
+            ::unlink(file.c_str());
+    }
 }
 
 } // namespace kvx::server

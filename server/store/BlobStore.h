@@ -28,6 +28,13 @@ public:
     /// The recorded size; throws DbError for a blob without a row.
     static std::int64_t size(Db &db, const std::string &sha256);
 
+    /// Of the next `maximum` rows behind `last`, in order of their digests, drops those that are
+    /// older than `before` and that no other row names, with their files. The digest of the last row
+    /// looked at, empty at the end.
+    std::string dropUnused(Db &db, const std::string &last, Time before, int maximum) const;
+    /// Removes files without a row, last touched before `before`, of one of the 256 folders.
+    void dropStray(Db &db, int folder, Time before) const;
+
 private:
     std::string m_folder;
 };

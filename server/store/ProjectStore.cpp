@@ -165,6 +165,31 @@ void ProjectStore::remove(std::int64_t id, std::int64_t userId, Time now)
         { { "now", now }, { "user", userId }, { "id", id } });
 }
 
+std::vector<std::int64_t> ProjectStore::removedBefore(Time before, int maximum)
+{
+    // The creator's permission row goes with the purge and never before.
+    std::vector<I> found;
+    m_db.each<I>("SELECT id FROM project p WHERE removed_at IS NOT NULL AND removed_at < :before"
+                 " AND EXISTS (SELECT 1 FROM project_permission m WHERE m.project_id = p.id)"
+                 " ORDER BY id LIMIT :maximum",
+        { { "before", before }, { "maximum", maximum } }, [&found](I id) { found.push_back(id); });
+    return found;
+}
+
+void ProjectStore::purge(std::int64_t id)
+{
+    m_db.run("DELETE FROM stage WHERE project_id = :id", { { "id", id } });
+    m_db.run("DELETE FROM item WHERE project_id = :id", { { "id", id } });
+    m_db.run("DELETE FROM item_block WHERE project_id = :id", { { "id", id } });
+    m_db.run("DELETE FROM project_open WHERE project_id = :id", { { "id", id } });
+    m_db.run("DELETE FROM project_log WHERE project_id = :id", { { "id", id } });
+    m_db.run("DELETE FROM barrier WHERE project_id = :id", { { "id", id } });
+    m_db.run("DELETE FROM file WHERE owner_kind = 'project' AND owner_id = :id", { { "id", id } });
+    m_db.run("DELETE FROM project_permission WHERE project_id = :id", { { "id", id } });
+    m_db.run("UPDATE project SET file_blob = NULL, file_md5 = '', info = '{}' WHERE id = :id",
+        { { "id", id } });
+}
+
 std::string ProjectStore::info(std::int64_t id)
 {
     return m_db.value<T>("SELECT info FROM project WHERE id = :id", { { "id", id } }).value_or("{}");

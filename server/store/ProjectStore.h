@@ -91,6 +91,11 @@ public:
     /// Removes the project from all lists and frees its name; the GUID stays taken.
     void remove(std::int64_t id, std::int64_t userId, Time now);
 
+    /// Removed before `before` and not purged yet.
+    std::vector<std::int64_t> removedBefore(Time before, int maximum);
+    /// Forgets everything about a removed project but its row, which keeps the GUID taken.
+    void purge(std::int64_t id);
+
     /// Additional information, compact JSON text of an object.
     std::string info(std::int64_t id);
     void setInfo(std::int64_t id, std::string_view info);

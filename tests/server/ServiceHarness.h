@@ -108,6 +108,7 @@ public:
 
     server::Db &db() { return *m_db; }
     server::Config &config() { return m_config; }
+    const server::Environment &environment() const { return *m_environment; }
     server::Dispatcher &dispatcher() { return *m_dispatcher; }
     std::string folder() const { return m_folder.path; }
 
