@@ -31,12 +31,13 @@ std::string fileText(const std::string &path)
     return text.str();
 }
 
-/// "listen=127.0.0.1:8090" → 8090.
+/// listen=127.0.0.1:8090 or "listen":"127.0.0.1:8090" → 8090.
 int portAfter(const std::string &line, const std::string &name)
 {
-    const std::size_t at = line.find(' ' + name + '=');
-    const std::size_t colon = line.find(':', at);
-    return at == std::string::npos ? 0 : std::atoi(line.c_str() + colon + 1);
+    std::size_t at = line.find(' ' + name + "=127.0.0.1:");
+    if (at == std::string::npos)
+        at = line.find('"' + name + "\":\"127.0.0.1:");
+    return at == std::string::npos ? 0 : std::atoi(line.c_str() + line.find("127.0.0.1:", at) + 10);
 }
 
 /// Starts the server's executable; `descriptors` become 0, 1 and 2.
@@ -161,7 +162,9 @@ void ServerProcess::awaitReady(std::size_t logBegin)
     const auto end = ServerClock::now() + startLimit;
     while (ServerClock::now() < end) {
         const std::string text = logText().substr(logBegin);
-        const std::size_t ready = text.find(" info ready ");
+        std::size_t ready = text.find(" info ready ");
+        if (ready == std::string::npos)
+            ready = text.find("\"event\":\"ready\"");
         const std::size_t lineEnd = ready == std::string::npos ? ready : text.find('\n', ready);
         if (lineEnd != std::string::npos) {
             const std::string line = text.substr(ready, lineEnd - ready);
