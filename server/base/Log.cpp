@@ -69,7 +69,7 @@ void openLog(const Config &config)
     log4cplus::Logger &log = logger();
     if (!config.logFile.empty()) {
         log4cplus::SharedAppenderPtr appender(new log4cplus::FileAppender(
-            config.logFile, std::ios_base::app, true, true));
+            config.logFile, std::ios_base::app, true, false));
         if (static_cast<log4cplus::FileAppender &>(*appender).isClosed()
             || access(config.logFile.c_str(), W_OK) != 0)
             throw ConfigError("log.file: " + config.logFile + " cannot be written");

@@ -24,10 +24,13 @@ namespace {
 
 constexpr std::chrono::seconds longestStop { 20 };
 
-const std::string tooManyConnections
-    = "HTTP/1.1 429 Too Many Requests\r\nContent-Type: application/json\r\nContent-Length: 97\r\n"
-      "Connection: close\r\n\r\n{\"statuscode\":103,\"error\":\"Busy\",\"message\":\"Too many connections. "
-      "Please try again in a moment.\"}";
+std::string tooManyConnections(const char *status)
+{
+    const std::string body = "{\"statuscode\":103,\"error\":\"Busy\",\"message\":\"Too many "
+                             "connections. Please try again in a moment.\"}";
+    return std::string("HTTP/1.1 ") + status + "\r\nContent-Type: application/json\r\nContent-Length: "
+        + std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
+}
 
 } // namespace
 
@@ -121,10 +124,11 @@ private:
             return;
         const std::string peer = remote.address().to_string();
         socket.set_option(Tcp::no_delay(true), error);
-        if (kind == Connection::Kind::Services && !admit(peer)) {
-            auto kept = std::make_shared<Tcp::socket>(std::move(socket));
-            asio::async_write(*kept, asio::buffer(tooManyConnections),
-                [kept](boost::system::error_code, std::size_t) {});
+        if (const char *refusal = kind == Connection::Kind::Services ? admit(peer) : nullptr) {
+            const auto kept = std::make_shared<Tcp::socket>(std::move(socket));
+            const auto text = std::make_shared<std::string>(tooManyConnections(refusal));
+            asio::async_write(*kept, asio::buffer(*text),
+                [kept, text](boost::system::error_code, std::size_t) {});
             return;
         }
         const std::uint64_t id = ++m_lastId;
@@ -137,17 +141,20 @@ private:
         connection->start();
     }
 
-    bool admit(const std::string &peer)
+    /// Null, or the status with which the connection is refused.
+    const char *admit(const std::string &peer)
     {
         const auto &proxies = m_config.trustedProxies;
         const bool proxy = std::find(proxies.begin(), proxies.end(), peer) != proxies.end();
         const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_total >= m_config.connectionLimit)
+            return "503 Service Unavailable";
         int &ofPeer = m_perAddress[peer];
-        if (m_total >= m_config.connectionLimit || (!proxy && ofPeer >= m_config.perAddressLimit))
-            return false;
+        if (!proxy && ofPeer >= m_config.perAddressLimit)
+            return "429 Too Many Requests";
         ++ofPeer;
         ++m_total;
-        return true;
+        return nullptr;
     }
 
     void forget(Connection::Kind kind, const std::string &peer, std::uint64_t id)

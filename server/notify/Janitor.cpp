@@ -23,6 +23,20 @@ namespace {
 constexpr Time day = 24 * 3'600'000;
 constexpr int sessionsAtOnce = 50;
 
+using WakeHeld = std::function<void(const std::string &)>;
+
+void endSessions(const Environment &environment, Db &db, const WakeHeld &wakeHeld)
+{
+    std::vector<std::int64_t> expired;
+    do {
+        expired = expiredSessions(db, environment.config, environment.clock.now(), sessionsAtOnce);
+        for (const std::int64_t session : expired) {
+            for (const std::int64_t project : endSession(db, session).unlockedProjects)
+                wakeHeld(logLockKey(project));
+        }
+    } while (!expired.empty());
+}
+
 } // namespace
 
 Janitor::Janitor(
@@ -62,6 +76,7 @@ void Janitor::round()
     const Time now = environment.clock.now();
     sweepFolder(environment.config.temporaryFolder(), wallTime() - day);
 
+    // The chores may still stand in the queue when this object has gone: they hold no part of it.
     std::vector<Chore> chores = {
         { "clock", [now](const Environment &, Db &db) { setMetaValue(db, "clock", std::to_string(now)); } },
         { "process", [now](const Environment &env, Db &db) { noteProcess(db, env.processId, now); } },
@@ -73,9 +88,7 @@ void Janitor::round()
                 dropAuditBefore(db, now - env.config.auditDays * day);
             } },
         { "sessions",
-            [this](const Environment &, Db &db) {
-                while (endSomeSessions(db)) { }
-            } },
+            [wakeHeld = m_wakeHeld](const Environment &env, Db &db) { endSessions(env, db, wakeHeld); } },
     };
     chores.insert(chores.end(), allChores().begin(), allChores().end());
     for (const Chore &chore : chores) {
@@ -90,17 +103,6 @@ void Janitor::round()
             }
         });
     }
-}
-
-bool Janitor::endSomeSessions(Db &db)
-{
-    const auto expired
-        = expiredSessions(db, m_environment.config, m_environment.clock.now(), sessionsAtOnce);
-    for (const std::int64_t session : expired) {
-        for (const std::int64_t project : endSession(db, session).unlockedProjects)
-            m_wakeHeld(logLockKey(project));
-    }
-    return static_cast<int>(expired.size()) == sessionsAtOnce;
 }
 
 void sweepFolder(const std::string &folder, Time before)

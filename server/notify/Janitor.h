@@ -29,14 +29,14 @@ const std::vector<Chore> &allChores();
 /// forgotten temporaries, and the chores of the services. A thread of its own.
 class Janitor {
 public:
-    /// `wakeHeld` is called for each project whose log lock a dead session held.
+    /// `wakeHeld` is called for each project whose log lock a dead session held; it must be callable
+    /// as long as the pool runs.
     Janitor(const Environment &environment, DbPool &pool, std::function<void(const std::string &)> wakeHeld);
     ~Janitor();
 
 private:
     void run();
     void round();
-    bool endSomeSessions(Db &db);
 
     const Environment &m_environment;
     DbPool &m_pool;

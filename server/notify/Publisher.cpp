@@ -141,8 +141,8 @@ bool Publisher::isLeft()
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (!m_stopping)
             return true;
-        if (std::chrono::steady_clock::now() >= m_stopEnd)
-            return false;
+        if (!m_link || std::chrono::steady_clock::now() >= m_stopEnd)
+            return false; // the rows wait for the next start
         if (!m_inFlight.empty())
             return true;
     }

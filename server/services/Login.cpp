@@ -1,5 +1,6 @@
 #include "services/Login.h"
 #include "base/Config.h"
+#include "base/Log.h"
 #include "base/Text.h"
 #include "services/Password.h"
 #include "store/Db.h"
@@ -33,6 +34,8 @@ LoginRequest loginRequest(const Request &request)
 Reply wrongPassword(Call &call, const LoginRequest &login, int left)
 {
     call.keepChanges();
+    if (left == 0)
+        logLine(LogLevel::Warning, "log-in locked", { { "user", login.email }, { "address", call.address() } });
     call.audit(static_cast<int>(StatusCode::LoginRefused), login.email, "left=" + std::to_string(left));
     return Reply::refused(StatusCode::LoginRefused, { std::to_string(left) }).set("leftcount", left);
 }

@@ -1,8 +1,11 @@
 #include "store/Db.h"
 
+#include <cerrno>
+#include <cstring>
 #include <deque>
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
+#include <unistd.h>
 #include <unordered_map>
 
 namespace kvx::server {
@@ -121,10 +124,9 @@ Db::Db(const std::string &file, Mode mode)
     if (file.find('"') != std::string::npos)
         throw DbError(DbError::Kind::Other, "the database path must not contain a quotation mark");
     try {
-        std::string parameters = "dbname=\"" + file + "\" timeout=10";
-        if (mode == Mode::Existing)
-            parameters += " nocreate=1";
-        m_connection = std::make_unique<Connection>(parameters);
+        if (mode == Mode::Existing && access(file.c_str(), R_OK | W_OK) != 0)
+            throw std::runtime_error(std::strerror(errno));
+        m_connection = std::make_unique<Connection>("dbname=\"" + file + "\" timeout=10");
     } catch (const std::exception &error) {
         throw DbError(DbError::Kind::Other, file + ": " + error.what());
     }
