@@ -4,6 +4,7 @@
 #include <QEvent>
 #include <QThread>
 #include <algorithm>
+#include <iterator>
 #include <mutex>
 #include <vector>
 
@@ -41,14 +42,18 @@ void removeBlockingReceiver(QObject *receiver)
 
 void dropCallsToBlockingReceivers()
 {
-    // Dropping an event runs no foreign code, so the lock may be held; it keeps the objects alive.
-    Receivers &receivers = blockingReceivers();
-    const std::lock_guard<std::mutex> lock(receivers.mutex);
-    for (QObject *receiver : receivers.objects) {
-        // Only these: without a receiver named, the host's own queued calls would go as well.
-        if (receiver->thread() == QThread::currentThread())
-            QCoreApplication::removePostedEvents(receiver, QEvent::MetaCall);
+    std::vector<QObject *> here;
+    {
+        Receivers &receivers = blockingReceivers();
+        const std::lock_guard<std::mutex> lock(receivers.mutex);
+        std::copy_if(receivers.objects.begin(), receivers.objects.end(), std::back_inserter(here),
+            [](QObject *receiver) { return receiver->thread() == QThread::currentThread(); });
     }
+    // Outside the lock: an event may take the last copy of its arguments along. The objects of
+    // this thread cannot go meanwhile. Only they are named: without a receiver the host's own
+    // queued calls would go as well.
+    for (QObject *receiver : here)
+        QCoreApplication::removePostedEvents(receiver, QEvent::MetaCall);
 }
 
 bool dropCallsUntil(std::chrono::steady_clock::time_point deadline,

@@ -5,6 +5,7 @@
 #include <cms/DeliveryMode.h>
 #include <cms/TextMessage.h>
 #include <cstdlib>
+#include <iostream>
 #include <thread>
 #include <unistd.h>
 
@@ -14,9 +15,22 @@ namespace {
 
 std::unique_ptr<Broker> theBroker;
 
+/// Qt tells of a blocking call that waits for its own thread and then lets it wait.
+void failOnDeadLock(QtMsgType, const QMessageLogContext &, const QString &text)
+{
+    std::cerr << text.toStdString() + '\n';
+    if (text.contains(QLatin1String("Dead lock")))
+        ADD_FAILURE() << text.toStdString();
+}
+
 class BrokerEnvironment : public testing::Environment {
 public:
-    void TearDown() override { theBroker.reset(); }
+    void SetUp() override { qInstallMessageHandler(failOnDeadLock); }
+    void TearDown() override
+    {
+        qInstallMessageHandler(nullptr);
+        theBroker.reset();
+    }
 };
 
 [[maybe_unused]] testing::Environment *const environment

@@ -86,7 +86,7 @@ TEST_F(ScriptedClose, aStopThatFailsIsReported)
 TEST_F(ScriptedClose, aLongErrorTextIsLoggedShortenedAndAnnouncedWhole)
 {
     const std::string longText(400, 'e');
-    library.onStep("close", [&] { throw cms::CMSException(longText); });
+    library.onStep("close", [longText] { throw cms::CMSException(longText); });
     host.takeLog();
     EXPECT_FALSE(messager->stop());
     EXPECT_TRUE(announced(longText.c_str()));
