@@ -92,7 +92,8 @@ void KVXLog::initConsole(log4cplus::LogLevel level)
     const bool toStandardError = true;
     const bool flush = true;
     startOwnLogger(
-        log4cplus::SharedAppenderPtr(new log4cplus::ConsoleAppender(toStandardError, flush)), level);
+        log4cplus::SharedAppenderPtr(new log4cplus::ConsoleAppender(toStandardError, flush)),
+        level);
 }
 
 void KVXLog::init(const log4cplus::Logger &logger)

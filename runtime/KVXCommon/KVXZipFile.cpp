@@ -92,8 +92,8 @@ bool writeArchive(const QString &path, const QMap<QString, QString> &files, cons
 bool isPlainFile(const ZipEntry &entry)
 {
     const quint32 fileType = entry.externalAttributes >> 16 & UnixFileType;
-    return (fileType == 0 || fileType == UnixRegularFile)
-        && !(entry.externalAttributes & DosFolder) && !entry.name.contains('\0');
+    return (fileType == 0 || fileType == UnixRegularFile) && !(entry.externalAttributes & DosFolder)
+        && !entry.name.contains('\0');
 }
 
 /// Unpacks one checked archive; what it made is removed again unless it was kept.
@@ -203,8 +203,7 @@ bool Extraction::makeDirectory()
         if (!QDir().mkdir(directory))
             return false;
         m_madeDirectories.append(directory);
-        QFile::setPermissions(
-            directory, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QFile::setPermissions(directory, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
     const QFileInfo made(m_directory);
     return made.isDir() && !made.isSymLink();

@@ -24,7 +24,8 @@ quint16 zip16(const QByteArray &bytes, int at)
 
 quint32 zip32(const QByteArray &bytes, int at)
 {
-    return static_cast<quint32>(zip16(bytes, at)) | static_cast<quint32>(zip16(bytes, at + 2)) << 16;
+    return static_cast<quint32>(zip16(bytes, at))
+        | static_cast<quint32>(zip16(bytes, at + 2)) << 16;
 }
 
 QByteArray zipBytes(QIODevice &archive, qint64 offset, qint64 size)
@@ -106,8 +107,8 @@ bool readZipDirectory(QIODevice &archive, int maxEntries, QVector<ZipEntry> &ent
             || zip16(directory, at + 34) != 0)
             return false;
         const int nameSize = zip16(directory, at + 28);
-        const int headerSize = CentralHeaderSize + nameSize + zip16(directory, at + 30)
-            + zip16(directory, at + 32);
+        const int headerSize
+            = CentralHeaderSize + nameSize + zip16(directory, at + 30) + zip16(directory, at + 32);
         if (directory.size() - at < headerSize)
             return false;
         entries.append({ directory.mid(at + CentralHeaderSize, nameSize), zip16(directory, at + 8),

@@ -20,7 +20,8 @@ bool isDeviceName(const QString &name)
         if (stem == QLatin1String(device))
             return true;
     }
-    if (stem.size() != 4 || !(stem.startsWith(QLatin1String("COM")) || stem.startsWith(QLatin1String("LPT"))))
+    if (stem.size() != 4
+        || !(stem.startsWith(QLatin1String("COM")) || stem.startsWith(QLatin1String("LPT"))))
         return false;
     return stem.at(3).digitValue() >= 0; // superscript digits count as digits there, too
 }

@@ -9,7 +9,15 @@ namespace kvx {
 namespace {
 
 // A cookie line has seven fields: domain, tail match, path, secure, expiry, name, value.
-enum CookieField { DomainField, TailField, PathField, SecureField, ExpiryField, NameField, FieldCount = 7 };
+enum CookieField {
+    DomainField,
+    TailField,
+    PathField,
+    SecureField,
+    ExpiryField,
+    NameField,
+    FieldCount = 7
+};
 
 bool isSameCookie(const QByteArray &a, const QByteArray &b)
 {

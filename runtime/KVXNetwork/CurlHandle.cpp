@@ -1,7 +1,5 @@
 #include "CurlHandle.h"
 
-#include <mutex>
-
 namespace kvx {
 
 namespace {
@@ -9,17 +7,10 @@ namespace {
 const long KeptConnections = 4;
 const int LongestPoll = 1000; // ms; abort() ends a poll earlier
 
-CURL *makeEasy()
-{
-    static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-    return curl_easy_init();
-}
-
 } // namespace
 
 CurlHandle::CurlHandle()
-    : m_easy(makeEasy())
+    : m_easy(curl_easy_init())
     , m_multi(curl_multi_init())
 {
     curl_multi_setopt(m_multi, CURLMOPT_MAXCONNECTS, KeptConnections);

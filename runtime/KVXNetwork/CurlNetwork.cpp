@@ -4,10 +4,10 @@
 #include "ExchangeError.h"
 #include "JsonReply.h"
 #include "LocalFile.h"
-#include "ProgressReport.h"
 #include "ProxyOptions.h"
 #include "ServerAddress.h"
 #include "ServerSearch.h"
+#include "ServiceCall.h"
 
 #include <KVXNetwork/KVXNetworkLog.h>
 #include <QUrl>
@@ -26,36 +26,13 @@ const qint64 LargestServerAnswer = 64 * 1024;
 
 const QLatin1String ServiceKey("service");
 const QLatin1String LocalFileKey("LocalFileName");
+const QLatin1String MergeService("sendservertomerge");
 
 thread_local QString lastErrorOfThread;
 
 int orDefault(int milliseconds, int standard)
 {
     return milliseconds > 0 ? milliseconds : standard;
-}
-
-QString serviceOf(const QJsonObject &request) { return request.value(ServiceKey).toString(); }
-
-// The recognition service moves files under names of its own; without a file it is a plain post.
-bool sendsFile(const QJsonObject &request)
-{
-    const QString service = serviceOf(request);
-    return service == QLatin1String("upload")
-        || (service == QLatin1String("submit") && request.contains(LocalFileKey));
-}
-
-bool receivesFile(const QJsonObject &request)
-{
-    const QString service = serviceOf(request);
-    return service == QLatin1String("download")
-        || (service == QLatin1String("result") && request.contains(LocalFileKey));
-}
-
-// The save lock and the merge: a repeat by libcurl on a dead connection, or the time lost on one,
-// is worth more than the connection.
-bool needsFreshConnection(const QString &service)
-{
-    return service == QLatin1String("sendservertomerge") || service == QLatin1String("loglock");
 }
 
 QString withoutQuery(const QByteArray &url)
@@ -71,28 +48,10 @@ bool succeeded(const QJsonObject &reply)
 
 } // namespace
 
-/// A request as the caller made it, split into what is sent and what stays here.
-struct CurlNetwork::FileRequest {
-    FileRequest(const QString &to, const QJsonObject &request, void *receiver,
-        ProgressFunction function)
-        : url(to)
-        , sent(request)
-        , service(serviceOf(request))
-        , localFile(request.value(LocalFileKey).toString())
-        , isGet(request.value(QLatin1String("HttpMethod")).toVariant().toString()
-              == QLatin1String("0"))
-        , progress(receiver, function)
-    {
-        sent.remove(LocalFileKey);
-    }
-
-    const QString url;
-    QJsonObject sent;
-    const QString service;
-    const QString localFile;
-    const bool isGet;
-    mutable ProgressReport progress;
-};
+CurlNetwork::CurlNetwork()
+{
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+}
 
 void CurlNetwork::setProxy(const KVXNetworkProxy &proxy)
 {
@@ -123,7 +82,10 @@ void CurlNetwork::clearSession()
     m_pool.clear();
 }
 
-bool CurlNetwork::hasSession() const { return m_cookies.holds("kvxsid"); }
+bool CurlNetwork::hasSession() const
+{
+    return m_cookies.holds("kvxsid");
+}
 
 void CurlNetwork::abort()
 {
@@ -131,14 +93,16 @@ void CurlNetwork::abort()
     cancelSearch();
 }
 
-QString CurlNetwork::lastError() const { return lastErrorOfThread; }
+QString CurlNetwork::lastError() const
+{
+    return lastErrorOfThread;
+}
 
 Exchange::Limits CurlNetwork::jsonLimits(const QString &service) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const int total = service == QLatin1String("sendservertomerge")
-        ? orDefault(m_timeouts.mergeMs, MergeTime)
-        : orDefault(m_timeouts.requestMs, RequestTime);
+    const int total = service == MergeService ? orDefault(m_timeouts.mergeMs, MergeTime)
+                                              : orDefault(m_timeouts.requestMs, RequestTime);
     return { orDefault(m_timeouts.connectMs, ConnectTime), total, 0, LargestReply };
 }
 
@@ -162,7 +126,7 @@ int CurlNetwork::httpGet(const QString &url, QByteArray &body)
 
 int CurlNetwork::httpPost(const QString &url, const QJsonObject &request)
 {
-    const QString service = serviceOf(request);
+    const QString service = request.value(ServiceKey).toString();
     Exchange exchange(url, jsonLimits(service));
     exchange.sendJson(request);
     run(exchange);
@@ -174,57 +138,56 @@ int CurlNetwork::httpPost(const QString &url, const QJsonObject &request)
 bool CurlNetwork::post(const QString &url, const QJsonObject &request, QJsonObject &reply,
     void *receiver, ProgressFunction progress)
 {
-    const FileRequest asked(url, request, receiver, progress);
-    const bool sends = sendsFile(request);
-    const bool receives = receivesFile(request);
+    ServiceCall call(url, request, receiver, progress);
     reply = QJsonObject(); // only now: it may be the request itself
-    if (sends)
-        return postUpload(asked, reply);
-    return receives ? postDownload(asked, reply) : postJson(asked, reply);
+    if (call.sendsFile())
+        return postUpload(call, reply);
+    return call.receivesFile() ? postDownload(call, reply) : postJson(call, reply);
 }
 
-bool CurlNetwork::postJson(const FileRequest &asked, QJsonObject &reply)
+bool CurlNetwork::postJson(ServiceCall &call, QJsonObject &reply)
 {
-    Exchange exchange(asked.url, jsonLimits(asked.service));
-    exchange.reportTo(&asked.progress);
-    if (asked.isGet)
+    Exchange exchange(call.url, jsonLimits(call.service));
+    exchange.reportTo(&call.progress);
+    if (call.isGet)
         exchange.mayRepeat();
     else
-        exchange.sendJson(asked.sent);
-    if (needsFreshConnection(asked.service))
+        exchange.sendJson(call.sent);
+    if (call.needsFreshConnection())
         exchange.useFreshConnection();
     run(exchange);
     takeReply(exchange, reply);
-    return conclude(exchange, asked.service);
+    return conclude(exchange, call.service);
 }
 
-bool CurlNetwork::postUpload(const FileRequest &asked, QJsonObject &reply)
+bool CurlNetwork::postUpload(ServiceCall &call, QJsonObject &reply)
 {
     LocalFile file;
-    if (!file.open(asked.localFile))
+    if (!file.open(call.localFile))
         return refuse(file.error());
-    Exchange exchange(asked.url, fileLimits());
-    exchange.sendFile(asked.sent, &file);
-    exchange.reportTo(&asked.progress);
+    Exchange exchange(call.url, fileLimits());
+    exchange.sendFile(call.sent, &file);
+    exchange.reportTo(&call.progress);
     run(exchange);
     if (takeReply(exchange, reply) && succeeded(reply))
-        asked.progress.finish(file.size());
-    return conclude(exchange, asked.service);
+        call.progress.finish(file.size());
+    return conclude(exchange, call.service);
 }
 
-bool CurlNetwork::postDownload(const FileRequest &asked, QJsonObject &reply)
+bool CurlNetwork::postDownload(ServiceCall &call, QJsonObject &reply)
 {
-    DownloadTarget target(asked.localFile);
+    DownloadTarget target(call.localFile);
     if (!target.open())
         return refuse(target.error());
-    Exchange exchange(asked.url, fileLimits());
+    Exchange exchange(call.url, fileLimits());
     exchange.receiveFile(&target);
-    exchange.reportTo(&asked.progress);
+    exchange.reportTo(&call.progress);
     exchange.mayRepeat();
-    if (!asked.isGet)
-        exchange.sendJson(asked.sent);
+    if (!call.isGet)
+        exchange.sendJson(call.sent);
     run(exchange);
-    if (!exchange.error().isEmpty() || exchange.status() != 200 || !exchange.head().hasFileReply()) {
+    if (!exchange.error().isEmpty() || exchange.status() != 200
+        || !exchange.head().hasFileReply()) {
         // Success without a file must not look like a file.
         if (takeReply(exchange, reply) && succeeded(reply)) {
             reply = QJsonObject();
@@ -234,13 +197,13 @@ bool CurlNetwork::postDownload(const FileRequest &asked, QJsonObject &reply)
         exchange.fail(QStringLiteral("The answer of %1 is not valid.").arg(exchange.server()));
     } else if (succeeded(reply)) {
         if (target.commit()) {
-            asked.progress.finish(target.received());
+            call.progress.finish(target.received());
         } else {
             reply = QJsonObject();
             exchange.fail(target.error());
         }
     }
-    return conclude(exchange, asked.service);
+    return conclude(exchange, call.service);
 }
 
 bool CurlNetwork::uploadFile(const QString &url, const QString &localFileName,
@@ -296,8 +259,8 @@ bool CurlNetwork::conclude(const Exchange &exchange, const QString &service) con
 {
     lastErrorOfThread = exchange.error();
     if (lastErrorOfThread.isEmpty() && exchange.status() != 200)
-        lastErrorOfThread = statusError(
-            exchange.status(), exchange.body(), exchange.server(), exchange.proxy());
+        lastErrorOfThread
+            = statusError(exchange.status(), exchange.body(), exchange.server(), exchange.proxy());
     if (lastErrorOfThread.isEmpty())
         return true;
     KVXNetworkLog::logError(QStringLiteral("Request failed: url=%1, service=%2, error=%3")
@@ -356,7 +319,10 @@ ServerAnswer CurlNetwork::askServer(const QString &host, int port)
     return answer;
 }
 
-bool CurlNetwork::ping(const QString &host, int port) { return askServer(host, port).valid; }
+bool CurlNetwork::ping(const QString &host, int port)
+{
+    return askServer(host, port).valid;
+}
 
 QString CurlNetwork::serverVersion(const QString &host, int port)
 {

@@ -11,6 +11,7 @@
 namespace kvx {
 
 class ServerSearch;
+struct ServiceCall;
 struct ServerAnswer;
 
 /// The transport on libcurl. A request borrows a handle from the pool, takes the session's proxy,
@@ -19,7 +20,7 @@ struct ServerAnswer;
 /// progress function may itself use the transport.
 class CurlNetwork : public KVXNetwork {
 public:
-    CurlNetwork() = default;
+    CurlNetwork();
 
     void setProxy(const KVXNetworkProxy &proxy) override;
     KVXNetworkProxy proxy() const override;
@@ -30,25 +31,24 @@ public:
     bool hasSession() const override;
     void abort() override;
     QString lastError() const override;
-    void searchServer(const QStringList &addresses, int port, void *receiver,
-        SearchFunction progress) override;
+    void searchServer(
+        const QStringList &addresses, int port, void *receiver, SearchFunction progress) override;
     bool ping(const QString &host, int port) override;
     QString serverVersion(const QString &host, int port) override;
     void cancelSearch() override;
     bool post(const QString &url, const QJsonObject &request, QJsonObject &reply, void *receiver,
         ProgressFunction progress) override;
-    bool uploadFile(const QString &url, const QString &localFileName,
-        const QString &serverFileName, void *receiver, ProgressFunction progress) override;
+    bool uploadFile(const QString &url, const QString &localFileName, const QString &serverFileName,
+        void *receiver, ProgressFunction progress) override;
     bool downloadFile(const QString &url, const QString &serverFileName,
         const QString &localFileName, void *receiver, ProgressFunction progress) override;
 
 private:
-    struct FileRequest;
     Exchange::Limits jsonLimits(const QString &service) const;
     Exchange::Limits fileLimits() const;
-    bool postJson(const FileRequest &asked, QJsonObject &reply);
-    bool postUpload(const FileRequest &asked, QJsonObject &reply);
-    bool postDownload(const FileRequest &asked, QJsonObject &reply);
+    bool postJson(ServiceCall &call, QJsonObject &reply);
+    bool postUpload(ServiceCall &call, QJsonObject &reply);
+    bool postDownload(ServiceCall &call, QJsonObject &reply);
     void run(Exchange &exchange);
     /// Judges a JSON answer; true for HTTP 200 with a complete object.
     bool takeReply(Exchange &exchange, QJsonObject &reply) const;

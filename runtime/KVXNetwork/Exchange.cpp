@@ -56,8 +56,8 @@ void Exchange::sendFile(const QJsonObject &request, LocalFile *file)
 
 bool Exchange::prepare(CURL *easy, const KVXNetworkProxy &proxy)
 {
-    const bool proxied = proxy.type == KVXNetworkProxy::HttpProxy
-        || proxy.type == KVXNetworkProxy::Socks5Proxy;
+    const bool proxied
+        = proxy.type == KVXNetworkProxy::HttpProxy || proxy.type == KVXNetworkProxy::Socks5Proxy;
     m_proxy = proxied ? proxyText(proxy) : QString();
     if (!applyProxy(easy, proxy)) {
         m_error = QStringLiteral("\"%1\" is not a valid proxy address.").arg(m_proxy);
@@ -89,7 +89,8 @@ bool Exchange::prepare(CURL *easy, const KVXNetworkProxy &proxy)
     prepareLimits(easy);
     if (m_file) {
         // Simple HTTP proxies take the interim response for the final one.
-        prepareParts(easy, m_file->size() > SmallUpload && proxy.type != KVXNetworkProxy::HttpProxy);
+        prepareParts(
+            easy, m_file->size() > SmallUpload && proxy.type != KVXNetworkProxy::HttpProxy);
     } else if (m_post) {
         prepareJson(easy);
     }
@@ -177,8 +178,8 @@ int Exchange::onPrerequisite(void *self, char *, char *, int, int)
     exchange->m_answered = false;
     if (!unanswered || exchange->m_repeatable)
         return CURL_PREREQFUNC_OK;
-    exchange->refuse(exchangeError(
-        CURLE_GOT_NOTHING, exchange->m_server, exchange->m_proxy, QString()));
+    exchange->refuse(
+        exchangeError(CURLE_GOT_NOTHING, exchange->m_server, exchange->m_proxy, QString()));
     return CURL_PREREQFUNC_ABORT;
 }
 
@@ -202,7 +203,8 @@ bool Exchange::headerEnded()
     if (!bodyIsFile()) {
         if (m_head.contentLength() > m_limits.replyBytes)
             return refuse(QStringLiteral("The answer of %1 is too large.").arg(m_server));
-        m_body.reserve(static_cast<int>(std::clamp<qint64>(m_head.contentLength(), 0, BodyReserve)));
+        m_body.reserve(
+            static_cast<int>(std::clamp<qint64>(m_head.contentLength(), 0, BodyReserve)));
         return true;
     }
     if (m_head.hasDigest() && m_head.sha256().isEmpty())

@@ -46,10 +46,12 @@ QString exchangeError(
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
         if (!proxy.isEmpty()) // a proxy that refuses a password may end the connection at once
-            return QStringLiteral("The connection to %1 through the proxy %2 broke before the answer"
-                                  " was complete.")
+            return QStringLiteral(
+                "The connection to %1 through the proxy %2 broke before the answer"
+                " was complete.")
                 .arg(server, proxy);
-        return QStringLiteral("The connection to %1 broke before the answer was complete.").arg(server);
+        return QStringLiteral("The connection to %1 broke before the answer was complete.")
+            .arg(server);
     case CURLE_ABORTED_BY_CALLBACK:
         return QStringLiteral("The request was cancelled.");
     default:

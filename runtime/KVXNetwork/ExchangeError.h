@@ -13,6 +13,7 @@ QString exchangeError(
 
 /// A sentence for an exchange that came through with another HTTP status than 200. Takes the
 /// server's own sentence ("message" of a JSON body) where there is one.
-QString statusError(int status, const QByteArray &body, const QString &server, const QString &proxy);
+QString statusError(
+    int status, const QByteArray &body, const QString &server, const QString &proxy);
 
 } // namespace kvx

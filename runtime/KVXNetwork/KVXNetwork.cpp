@@ -19,4 +19,7 @@ KVXNetwork *KVXNetwork::getInstance()
     return builtIn;
 }
 
-void KVXNetwork::setInstance(KVXNetwork *instance) { installedNetwork.store(instance); }
+void KVXNetwork::setInstance(KVXNetwork *instance)
+{
+    installedNetwork.store(instance);
+}

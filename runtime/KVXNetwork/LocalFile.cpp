@@ -36,7 +36,10 @@ bool openOwnRegularFile(QFile &file, const QString &path, QString &error)
     return error.isEmpty() && file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
 }
 
-bool isOwner(const QFileInfo &) { return true; }
+bool isOwner(const QFileInfo &)
+{
+    return true;
+}
 
 #else
 
@@ -54,14 +57,17 @@ bool openOwnRegularFile(QFile &file, const QString &path, QString &error)
     if (::fstat(descriptor, &status) == 0)
         error = whyNotOwnRegularFile(path, S_ISREG(status.st_mode), status.st_uid == ::geteuid());
     if (error.isEmpty()
-        && file.open(descriptor, QIODevice::ReadOnly | QIODevice::Unbuffered,
-            QFileDevice::AutoCloseHandle))
+        && file.open(
+            descriptor, QIODevice::ReadOnly | QIODevice::Unbuffered, QFileDevice::AutoCloseHandle))
         return true;
     ::close(descriptor);
     return false;
 }
 
-bool isOwner(const QFileInfo &info) { return info.ownerId() == ::geteuid(); }
+bool isOwner(const QFileInfo &info)
+{
+    return info.ownerId() == ::geteuid();
+}
 
 #endif
 

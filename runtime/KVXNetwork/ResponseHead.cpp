@@ -17,7 +17,8 @@ bool findSha256(const QByteArray &value, QByteArray &digest)
         if (!member.toLower().startsWith("sha-256="))
             continue;
         const QByteArray sequence = member.mid(8);
-        const bool delimited = sequence.size() > 2 && sequence.startsWith(':') && sequence.endsWith(':');
+        const bool delimited
+            = sequence.size() > 2 && sequence.startsWith(':') && sequence.endsWith(':');
         digest = delimited ? QByteArray::fromBase64(sequence.mid(1, sequence.size() - 2))
                            : QByteArray();
         if (digest.size() != Sha256Size)

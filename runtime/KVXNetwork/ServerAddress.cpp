@@ -4,6 +4,7 @@
 
 #include <QJsonArray>
 #include <QStringList>
+#include <algorithm>
 
 namespace kvx {
 
@@ -45,9 +46,8 @@ ServerAddress::ServerAddress(const QString &text, int port)
 
 QString ServerAddress::text() const
 {
-    const QString host = m_host.contains(QLatin1Char(':'))
-        ? QLatin1Char('[') + m_host + QLatin1Char(']')
-        : m_host;
+    const QString host
+        = m_host.contains(QLatin1Char(':')) ? QLatin1Char('[') + m_host + QLatin1Char(']') : m_host;
     return host + QLatin1Char(':') + QString::number(m_port);
 }
 
@@ -64,7 +64,8 @@ ServerAnswer ServerAnswer::fromReply(const QByteArray &bytes)
         || reply.value(QLatin1String("product")).toString() != QLatin1String("kvx-server"))
         return answer;
     answer.valid = true;
-    answer.name = reply.value(QLatin1String("name")).toString().simplified().left(LongestServerName);
+    answer.name
+        = reply.value(QLatin1String("name")).toString().simplified().left(LongestServerName);
     QStringList versions;
     for (const QJsonValue &version : reply.value(QLatin1String("api")).toArray())
         versions.append(version.toString());

@@ -105,8 +105,8 @@ bool ServerSearch::start(const QString &address)
 
 void ServerSearch::finish(CURL *easy, CURLcode result)
 {
-    const auto found = std::find_if(
-        m_probes.begin(), m_probes.end(), [easy](const auto &probe) { return probe->easy == easy; });
+    const auto found = std::find_if(m_probes.begin(), m_probes.end(),
+        [easy](const auto &probe) { return probe->easy == easy; });
     if (found == m_probes.end())
         return;
     curl_multi_remove_handle(m_multi, easy);

@@ -59,7 +59,8 @@ void parseHead(LoopbackServer::Request &request)
         const std::string field = request.head.substr(at, end - at);
         const auto colon = field.find(':');
         if (colon != std::string::npos)
-            request.headers[lowered(trimmed(field.substr(0, colon)))] = trimmed(field.substr(colon + 1));
+            request.headers[lowered(trimmed(field.substr(0, colon)))]
+                = trimmed(field.substr(colon + 1));
         at = end + 2;
     }
 }
@@ -90,8 +91,8 @@ bool LoopbackServer::Connection::send(const std::string &bytes)
 bool LoopbackServer::Connection::wait(int milliseconds)
 {
     std::unique_lock<std::mutex> lock(m_server->m_mutex);
-    return !m_server->m_changed.wait_for(lock, std::chrono::milliseconds(milliseconds),
-        [this] { return m_server->m_stopping; });
+    return !m_server->m_changed.wait_for(
+        lock, std::chrono::milliseconds(milliseconds), [this] { return m_server->m_stopping; });
 }
 
 void LoopbackServer::Connection::reset()

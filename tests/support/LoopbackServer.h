@@ -85,7 +85,8 @@ public:
     static std::string response(const std::string &body, int status = 200,
         const std::string &headers = "Content-Type: application/json\r\n");
     /// A handler that always answers so.
-    static Handler answer(const std::string &body, int status = 200, const std::string &headers = "");
+    static Handler answer(
+        const std::string &body, int status = 200, const std::string &headers = "");
     /// A handler that sends these bytes and closes.
     static Handler raw(const std::string &bytes);
 

@@ -14,7 +14,10 @@ QByteArray number(qint64 value, int bytes)
     return text;
 }
 
-qint64 orTruth(qint64 lie, qint64 truth) { return lie < 0 ? truth : lie; }
+qint64 orTruth(qint64 lie, qint64 truth)
+{
+    return lie < 0 ? truth : lie;
+}
 
 quint32 crcOf(const QByteArray &content)
 {

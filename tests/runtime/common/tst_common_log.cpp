@@ -32,8 +32,8 @@ public:
 protected:
     void append(const log4cplus::spi::InternalLoggingEvent &event) override
     {
-        records.push_back({ event.getMessage(), event.getLogLevel(), event.getFile(), event.getLine(),
-            event.getFunction() });
+        records.push_back({ event.getMessage(), event.getLogLevel(), event.getFile(),
+            event.getLine(), event.getFunction() });
     }
 };
 
@@ -148,7 +148,8 @@ TEST_F(Log, TheFileHoldsLevelTextSourceAndLine)
     write("dropped");
     const QByteArray text = contentOf(path("host.log"));
     EXPECT_EQ(text.count('\n'), 1) << text.constData();
-    EXPECT_TRUE(text.contains("INFO  Download file. result=1 [KVXCWLoginImpl.cpp:42 bool KVXCWLoginImpl::login()]"))
+    EXPECT_TRUE(text.contains(
+        "INFO  Download file. result=1 [KVXCWLoginImpl.cpp:42 bool KVXCWLoginImpl::login()]"))
         << text.constData();
 }
 

@@ -41,13 +41,17 @@ TEST(SimpleTable, EmptyDataGivesAnEmptyTableOfThatName)
 
 TEST(SimpleTable, CellsBecomeText)
 {
-    EXPECT_EQ(throughTable(R"({"tablename":"T","tabledata":{"columns":["a",1],"rows":[[1.5,true,null],7]}})"),
-        json(R"({"tablename":"T","tabledata":{"columns":["a","1"],"rows":[["1.5","true",""],[]]}})"));
+    EXPECT_EQ(
+        throughTable(
+            R"({"tablename":"T","tabledata":{"columns":["a",1],"rows":[[1.5,true,null],7]}})"),
+        json(
+            R"({"tablename":"T","tabledata":{"columns":["a","1"],"rows":[["1.5","true",""],[]]}})"));
 }
 
 TEST(SimpleTable, AnObjectThatIsNoTableHasNoName)
 {
-    const std::unique_ptr<IKVXSimpleTable> table(IKVXSimpleTable::fromJson(json(R"({"tablename":5})")));
+    const std::unique_ptr<IKVXSimpleTable> table(
+        IKVXSimpleTable::fromJson(json(R"({"tablename":5})")));
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(table->name(), "");
 }

@@ -29,7 +29,8 @@ protected:
     }
     QStringList entriesOf(const QString &name) const
     {
-        return QDir(path(name)).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+        return QDir(path(name))
+            .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     }
     bool extract(const QString &password = QString())
     {
@@ -58,7 +59,8 @@ TEST_F(Zip, WhatIsPackedIsUnpacked)
     for (unsigned i = 0; i < 200'000; ++i)
         mixed.append(static_cast<char>(i * i >> 7));
     EXPECT_TRUE(KVXZipFile::compressFiles(path("a.zip"),
-        { { LogName, writeFile("log", mixed) }, { QString::fromUtf8("Höhe ü.txt"), writeFile("n", "text") },
+        { { LogName, writeFile("log", mixed) },
+            { QString::fromUtf8("Höhe ü.txt"), writeFile("n", "text") },
             { "empty", writeFile("e", "") } },
         QString()));
     ASSERT_TRUE(extract());
@@ -110,7 +112,8 @@ TEST_F(Zip, TraditionalEncryptionIsRead)
 TEST_F(Zip, AnEarlierArchiveIsReplaced)
 {
     writeFile("a.zip", "something else");
-    EXPECT_TRUE(KVXZipFile::compressFiles(path("a.zip"), { { "f", writeFile("f", "x") } }, QString()));
+    EXPECT_TRUE(
+        KVXZipFile::compressFiles(path("a.zip"), { { "f", writeFile("f", "x") } }, QString()));
     ASSERT_TRUE(extract());
     EXPECT_EQ(files.size(), 1);
 }
@@ -118,9 +121,10 @@ TEST_F(Zip, AnEarlierArchiveIsReplaced)
 TEST_F(Zip, AFailedPackingLeavesNoArchive)
 {
     const QString good = writeFile("good", "x");
-    const QVector<QMap<QString, QString>> refused { { { "f", path("missing") } }, { { "f", path(".") } },
-        { { "a", good }, { "b", QString() } }, { { "", good } }, { { "../f", good } }, { { "a/b", good } },
-        { { "NUL", good } }, { { "a", good }, { "A", good } } };
+    const QVector<QMap<QString, QString>> refused { { { "f", path("missing") } },
+        { { "f", path(".") } }, { { "a", good }, { "b", QString() } }, { { "", good } },
+        { { "../f", good } }, { { "a/b", good } }, { { "NUL", good } },
+        { { "a", good }, { "A", good } } };
     for (const auto &map : refused) {
         writeFile("a.zip", "earlier");
         EXPECT_FALSE(KVXZipFile::compressFiles(path("a.zip"), map, QString()));
@@ -146,7 +150,9 @@ TEST_F(Zip, AFullDiskLeavesNoArchiveAndNoFiles)
         setrlimit(RLIMIT_FSIZE, &old);
         return done;
     };
-    const auto pack = [&] { return KVXZipFile::compressFiles(path("a.zip"), { { "f", file } }, QString()); };
+    const auto pack = [&] {
+        return KVXZipFile::compressFiles(path("a.zip"), { { "f", file } }, QString());
+    };
     for (rlim_t limit = 0; limit < 400'000; limit += 80'000) {
         EXPECT_FALSE(limited(limit, pack)) << limit;
         EXPECT_EQ(entriesOf("."), QStringList("f")) << limit;

@@ -12,7 +12,10 @@ NetworkTest::NetworkTest()
     server.handle("/kvx/service", LoopbackServer::answer(R"({"statuscode":1})"));
 }
 
-NetworkTest::~NetworkTest() { network->clearSession(); }
+NetworkTest::~NetworkTest()
+{
+    network->clearSession();
+}
 
 QString NetworkTest::url(const std::string &path) const
 {

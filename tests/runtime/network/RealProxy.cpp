@@ -91,9 +91,8 @@ HttpProxy::HttpProxy(const QString &user, const QString &password)
         if (!user.isEmpty())
             configuration.write("BasicAuth " + user.toUtf8() + ' ' + password.toUtf8() + '\n');
         configuration.close();
-        start(QStringLiteral("tinyproxy"), { QStringLiteral("-d"), QStringLiteral("-c"),
-                                               configuration.fileName() },
-            free);
+        start(QStringLiteral("tinyproxy"),
+            { QStringLiteral("-d"), QStringLiteral("-c"), configuration.fileName() }, free);
     }
     EXPECT_NE(port(), 0) << log().constData();
 }

@@ -52,10 +52,12 @@ TEST_F(NetworkProxy, TheHttpProxyAsksForUserAndPassword)
     use(KVXNetworkProxy::HttpProxy, proxy.port(), "anna", "wrong");
     QByteArray body;
     EXPECT_NE(network->httpGet(url(), body), 200);
-    EXPECT_TRUE(error().contains("did not accept the user name and password")) << error().toStdString();
+    EXPECT_TRUE(error().contains("did not accept the user name and password"))
+        << error().toStdString();
     // The proxy may end the connection over the unread body before its answer is read.
     EXPECT_FALSE(post());
-    EXPECT_TRUE(error().contains(QString("proxy 127.0.0.1:%1").arg(proxy.port()))) << error().toStdString();
+    EXPECT_TRUE(error().contains(QString("proxy 127.0.0.1:%1").arg(proxy.port())))
+        << error().toStdString();
     use(KVXNetworkProxy::HttpProxy, proxy.port());
     EXPECT_EQ(network->httpGet(url(), body), 407);
     EXPECT_FALSE(post());
@@ -103,8 +105,8 @@ TEST_F(NetworkProxy, TheSocksProxyResolvesTheServersName)
 {
     SocksProxy proxy("", "");
     use(KVXNetworkProxy::Socks5Proxy, proxy.port());
-    EXPECT_TRUE(network->post(QStringLiteral("http://localhost:%1/kvx/service").arg(server.port()), {},
-        reply, nullptr, nullptr));
+    EXPECT_TRUE(network->post(QStringLiteral("http://localhost:%1/kvx/service").arg(server.port()),
+        {}, reply, nullptr, nullptr));
     EXPECT_TRUE(proxy.log().contains("connected to localhost:")) << proxy.log().constData();
 }
 
@@ -118,11 +120,13 @@ TEST_F(NetworkProxy, FilesGoThroughBothProxies)
         use(useHttp ? KVXNetworkProxy::HttpProxy : KVXNetworkProxy::Socks5Proxy,
             useHttp ? http.port() : socks.port());
         server.handle("/kvx/service", LoopbackServer::answer(R"({"statuscode":1})"));
-        EXPECT_TRUE(network->uploadFile(url(), file, "f", nullptr, nullptr)) << error().toStdString();
+        EXPECT_TRUE(network->uploadFile(url(), file, "f", nullptr, nullptr))
+            << error().toStdString();
         EXPECT_GT(server.lastRequest().bodySize, 300'000u);
         server.handle("/kvx/service",
             LoopbackServer::answer(bytes.toStdString(), 200, "Kvx-Reply: {\"statuscode\":1}\r\n"));
-        EXPECT_TRUE(network->downloadFile(url(), "f", path("out"), nullptr, nullptr)) << error().toStdString();
+        EXPECT_TRUE(network->downloadFile(url(), "f", path("out"), nullptr, nullptr))
+            << error().toStdString();
         EXPECT_EQ(readFile(path("out")), bytes);
         EXPECT_EQ(cameThroughHttpProxy(), useHttp) << server.lastRequest().head;
     }
@@ -130,7 +134,8 @@ TEST_F(NetworkProxy, FilesGoThroughBothProxies)
 
 TEST_F(NetworkProxy, SearchAndPingUseTheProxy)
 {
-    server.handle("/kvx/v2/api/server", LoopbackServer::answer(R"({"product":"kvx-server","name":"n"})"));
+    server.handle(
+        "/kvx/v2/api/server", LoopbackServer::answer(R"({"product":"kvx-server","name":"n"})"));
     HttpProxy proxy("", "");
     use(KVXNetworkProxy::HttpProxy, proxy.port());
     EXPECT_TRUE(network->ping("127.0.0.1", server.port()));

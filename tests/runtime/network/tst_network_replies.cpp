@@ -78,16 +78,17 @@ TEST_F(NetworkReplies, AReplyThatDoesNotTellItsLengthFails)
     EXPECT_FALSE(postAgainst(headed("", GoodReply)));
     EXPECT_TRUE(reply.isEmpty());
     EXPECT_TRUE(error().contains("length")) << error().toStdString();
-    EXPECT_FALSE(postAgainst("HTTP/1.0 200 OK\r\nConnection: close\r\n\r\n" + std::string(GoodReply)));
+    EXPECT_FALSE(
+        postAgainst("HTTP/1.0 200 OK\r\nConnection: close\r\n\r\n" + std::string(GoodReply)));
 }
 
 TEST_F(NetworkReplies, WhatIsNotOneJsonObjectFails)
 {
-    for (const char *body : { "", " ", "null", "true", "1", "\"text\"", "[]", "[{\"statuscode\":1}]",
-             "{", "{\"statuscode\":1", "{\"statuscode\":1}}", "{\"statuscode\":1} x",
-             "{\"statuscode\":1}{\"statuscode\":1}", "{\"statuscode\":NaN}", "{\"statuscode\":1e999}",
-             "{statuscode:1}", "{'statuscode':1}", "{\"statuscode\":1,}", "<html>1</html>",
-             "{\"a\":\"\xc3\"}", "{\"a\":\"\xff\xfe\"}", "{\"\xe4\":1}" })
+    for (const char *body : { "", " ", "null", "true", "1", "\"text\"", "[]",
+             "[{\"statuscode\":1}]", "{", "{\"statuscode\":1", "{\"statuscode\":1}}",
+             "{\"statuscode\":1} x", "{\"statuscode\":1}{\"statuscode\":1}", "{\"statuscode\":NaN}",
+             "{\"statuscode\":1e999}", "{statuscode:1}", "{'statuscode':1}", "{\"statuscode\":1,}",
+             "<html>1</html>", "{\"a\":\"\xc3\"}", "{\"a\":\"\xff\xfe\"}", "{\"\xe4\":1}" })
         expectRefusedBody(body);
     expectRefusedBody(std::string("{\"statuscode\":1}\0", 17));
     expectRefusedBody(std::string(1100, '[') + std::string(1100, ']'));
@@ -99,7 +100,8 @@ TEST_F(NetworkReplies, WhatIsNotOneJsonObjectFails)
 
 TEST_F(NetworkReplies, OddButCompleteObjectsPass)
 {
-    for (const char *body : { "{}", " {\"statuscode\":1}\r\n", "{\"a\":1,\"a\":2}", "{\"\":\"\"}" }) {
+    for (const char *body :
+        { "{}", " {\"statuscode\":1}\r\n", "{\"a\":1,\"a\":2}", "{\"\":\"\"}" }) {
         server.handle("/kvx/service", LoopbackServer::answer(body));
         EXPECT_TRUE(post()) << body;
     }
@@ -107,9 +109,10 @@ TEST_F(NetworkReplies, OddButCompleteObjectsPass)
 
 TEST_F(NetworkReplies, GarbageInsteadOfHttpFails)
 {
-    for (const char *bytes : { "", "\r\n\r\n", "{\"statuscode\":1}", "SSH-2.0-x\r\n", "HTTP/9.9 200 OK\r\n\r\n",
-             "HTTP/1.1\r\n\r\n", "HTTP/1.1 abc OK\r\n\r\n{}", "HTTP/1.1 100 Continue\r\n\r\n",
-             "HTTP/1.1 200 OK\r\nContent-Length: -5\r\n\r\n{}", "HTTP/1.1 200 OK\r\nContent-Length: abc\r\n\r\n{}",
+    for (const char *bytes : { "", "\r\n\r\n", "{\"statuscode\":1}", "SSH-2.0-x\r\n",
+             "HTTP/9.9 200 OK\r\n\r\n", "HTTP/1.1\r\n\r\n", "HTTP/1.1 abc OK\r\n\r\n{}",
+             "HTTP/1.1 100 Continue\r\n\r\n", "HTTP/1.1 200 OK\r\nContent-Length: -5\r\n\r\n{}",
+             "HTTP/1.1 200 OK\r\nContent-Length: abc\r\n\r\n{}",
              "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n{}\r\n0\r\n\r\n",
              "HTTP/1.1 200 OK\r\nContent-Length: 99999999999999999999999\r\n\r\n{}",
              "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nContent-Length: 3\r\n\r\n{} " }) {
@@ -120,8 +123,8 @@ TEST_F(NetworkReplies, GarbageInsteadOfHttpFails)
 
 TEST_F(NetworkReplies, AnInterimResponseIsPassedOver)
 {
-    EXPECT_TRUE(postAgainst(
-        "HTTP/1.1 103 Early Hints\r\nContent-Length: 7\r\n\r\n" + LoopbackServer::response(GoodReply)));
+    EXPECT_TRUE(postAgainst("HTTP/1.1 103 Early Hints\r\nContent-Length: 7\r\n\r\n"
+        + LoopbackServer::response(GoodReply)));
 }
 
 TEST_F(NetworkReplies, EndlessHeadersAreCutOff)
@@ -136,7 +139,8 @@ TEST_F(NetworkReplies, EndlessHeadersAreCutOff)
     });
     EXPECT_FALSE(post());
     EXPECT_TRUE(error().contains("too large")) << error().toStdString();
-    EXPECT_FALSE(postAgainst("HTTP/1.1 200 OK\r\nX: " + std::string(1024 * 1024, 'y') + "\r\n\r\n{}"));
+    EXPECT_FALSE(
+        postAgainst("HTTP/1.1 200 OK\r\nX: " + std::string(1024 * 1024, 'y') + "\r\n\r\n{}"));
 }
 
 TEST_F(NetworkReplies, AnAnnouncedBodyAboveTheLimitIsNotRead)
@@ -180,7 +184,8 @@ TEST_F(NetworkReplies, ALargeHonestReplyPasses)
 {
     std::string body = "{\"statuscode\":1,\"projects\":[";
     for (int i = 0; i < 20'000; ++i)
-        body += (i ? ",{\"Description\":\"" : "{\"Description\":\"") + std::string(300, 'd') + "\"}";
+        body
+            += (i ? ",{\"Description\":\"" : "{\"Description\":\"") + std::string(300, 'd') + "\"}";
     server.handle("/kvx/service", LoopbackServer::answer(body + "]}"));
     EXPECT_TRUE(post());
     EXPECT_EQ(reply.value("projects").toArray().size(), 20'000);

@@ -6,7 +6,8 @@ namespace kvx::test {
 
 namespace {
 
-const char ServerAnswer[] = R"({"statuscode":1,"product":"kvx-server","name":"Kalkulation\n Nord","api":["1","2"]})";
+const char ServerAnswer[]
+    = R"({"statuscode":1,"product":"kvx-server","name":"Kalkulation\n Nord","api":["1","2"]})";
 const char ServerPath[] = "/kvx/v2/api/server";
 
 struct Found {
@@ -37,13 +38,15 @@ TEST_F(NetworkSearch, FindsServersAndReportsEveryAddress)
     LoopbackServer other;
     other.handle(ServerPath, LoopbackServer::answer(R"({"product":"something else","name":"x"})"));
     LoopbackServer silent;
-    silent.handle(ServerPath, [](const Request &, Connection &connection) { connection.wait(20'000); });
+    silent.handle(
+        ServerPath, [](const Request &, Connection &connection) { connection.wait(20'000); });
     const QString own = QStringLiteral("127.0.0.1:%1").arg(server.port());
     const QString foreign = QStringLiteral("127.0.0.1:%1").arg(other.port());
     const QString mute = QStringLiteral("127.0.0.1:%1").arg(silent.port());
     QElapsedTimer timer;
     timer.start();
-    network->searchServer({ "127.0.0.1", foreign, mute, "nowhere.invalid", "bad host", "a:b", "", own },
+    network->searchServer(
+        { "127.0.0.1", foreign, mute, "nowhere.invalid", "bad host", "a:b", "", own },
         server.port(), &found, &Found::add);
     EXPECT_LT(timer.elapsed(), 4000);
     EXPECT_EQ(found.texts.size(), 8);
@@ -60,7 +63,8 @@ TEST_F(NetworkSearch, FindsServersAndReportsEveryAddress)
 TEST_F(NetworkSearch, SilentAddressesAreProbedInParallel)
 {
     LoopbackServer silent;
-    silent.handle(ServerPath, [](const Request &, Connection &connection) { connection.wait(20'000); });
+    silent.handle(
+        ServerPath, [](const Request &, Connection &connection) { connection.wait(20'000); });
     QStringList addresses;
     for (int i = 1; i <= 64; ++i)
         addresses << "127.0.0.1";
@@ -102,8 +106,8 @@ TEST_F(NetworkSearch, NothingToProbeEndsAtOnce)
 
 TEST_F(NetworkSearch, ASearchCarriesNoCookie)
 {
-    server.handle("/kvx/service",
-        LoopbackServer::answer("{}", 200, "Set-Cookie: kvxsid=x; Path=/\r\n"));
+    server.handle(
+        "/kvx/service", LoopbackServer::answer("{}", 200, "Set-Cookie: kvxsid=x; Path=/\r\n"));
     EXPECT_TRUE(post("login"));
     network->searchServer({ "127.0.0.1" }, server.port(), &found, &Found::add);
     EXPECT_EQ(server.lastRequest().header("cookie"), "");
@@ -112,7 +116,8 @@ TEST_F(NetworkSearch, ASearchCarriesNoCookie)
 TEST_F(NetworkSearch, CancelEndsASearchOfAnotherThread)
 {
     LoopbackServer silent;
-    silent.handle(ServerPath, [](const Request &, Connection &connection) { connection.wait(20'000); });
+    silent.handle(
+        ServerPath, [](const Request &, Connection &connection) { connection.wait(20'000); });
     QElapsedTimer timer;
     std::thread searching([&] {
         network->searchServer({ "127.0.0.1", "127.0.0.1" }, silent.port(), &found, &Found::add);
@@ -134,11 +139,12 @@ TEST_F(NetworkSearch, CancelFromTheProgressFunctionEndsTheSearch)
         KVXNetwork *network;
         int reports = 0;
     } stop { network };
-    network->searchServer(addresses, server.port(), &stop, [](void *receiver, const QString &, int, int) {
-        auto *own = static_cast<Stop *>(receiver);
-        ++own->reports;
-        own->network->cancelSearch();
-    });
+    network->searchServer(
+        addresses, server.port(), &stop, [](void *receiver, const QString &, int, int) {
+            auto *own = static_cast<Stop *>(receiver);
+            ++own->reports;
+            own->network->cancelSearch();
+        });
     EXPECT_EQ(stop.reports, 1);
 }
 
@@ -147,7 +153,8 @@ TEST_F(NetworkSearch, PingTellsAServerOfThisProduct)
     EXPECT_TRUE(network->ping("127.0.0.1", server.port()));
     EXPECT_TRUE(network->ping("localhost", server.port()));
     EXPECT_EQ(network->serverVersion("127.0.0.1", server.port()), QStringLiteral("1,2"));
-    for (const char *answer : { "{}", "[]", "x", "{\"product\":1}", "{\"product\":\"KVX-Server\"}" }) {
+    for (const char *answer :
+        { "{}", "[]", "x", "{\"product\":1}", "{\"product\":\"KVX-Server\"}" }) {
         server.handle(ServerPath, LoopbackServer::answer(answer));
         EXPECT_FALSE(network->ping("127.0.0.1", server.port())) << answer;
         EXPECT_TRUE(error().contains("no collaboration server")) << error().toStdString();
@@ -178,7 +185,8 @@ TEST_F(NetworkSearch, Ipv6AddressesAreUnderstoodWithAndWithoutBrackets)
 
 TEST_F(NetworkSearch, PingGivesUpAtTheConnectLimit)
 {
-    server.handle(ServerPath, [](const Request &, Connection &connection) { connection.wait(10'000); });
+    server.handle(
+        ServerPath, [](const Request &, Connection &connection) { connection.wait(10'000); });
     network->setTimeouts({ 200, 0, 0, 0 });
     QElapsedTimer timer;
     timer.start();

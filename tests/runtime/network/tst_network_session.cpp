@@ -171,13 +171,15 @@ TEST_F(NetworkSession, LockAndMergeUseAFreshConnection)
 TEST_F(NetworkSession, APostOnADyingKeptConnectionIsNotRepeated)
 {
     EXPECT_TRUE(post());
-    server.handle("/kvx/service", [](const Request &, Connection &connection) { connection.close(); });
+    server.handle(
+        "/kvx/service", [](const Request &, Connection &connection) { connection.close(); });
     EXPECT_FALSE(post("newproject"));
     EXPECT_TRUE(error().contains("broke")) << error().toStdString();
     EXPECT_EQ(server.requests().size(), 2u);
     EXPECT_EQ(server.requests()[1].connection, 1);
 
-    server.handle("/kvx/service", [](const Request &, Connection &connection) { connection.reset(); });
+    server.handle(
+        "/kvx/service", [](const Request &, Connection &connection) { connection.reset(); });
     EXPECT_FALSE(post("newproject"));
     EXPECT_EQ(server.requests().size(), 3u);
 }
@@ -209,7 +211,8 @@ TEST_F(NetworkSession, AfterARestartOfTheServerRequestsGoOn)
 
 TEST_F(NetworkSession, AbortEndsWaitingRequestsAtOnce)
 {
-    server.handle("/kvx/service", [](const Request &, Connection &connection) { connection.wait(30'000); });
+    server.handle(
+        "/kvx/service", [](const Request &, Connection &connection) { connection.wait(30'000); });
     QElapsedTimer timer;
     std::thread threads[2];
     for (std::thread &thread : threads) {
@@ -232,10 +235,12 @@ TEST_F(NetworkSession, AbortEndsWaitingRequestsAtOnce)
 TEST_F(NetworkSession, AbortFromTheProgressFunctionEndsTheTransfer)
 {
     server.handle("/kvx/service", [](const Request &, Connection &connection) {
-        connection.send("HTTP/1.1 200 OK\r\nKvx-Reply: {\"statuscode\":1}\r\nContent-Length: 10000000\r\n\r\n");
+        connection.send(
+            "HTTP/1.1 200 OK\r\nKvx-Reply: {\"statuscode\":1}\r\nContent-Length: 10000000\r\n\r\n");
         while (connection.send(std::string(10'000, 'x')) && connection.wait(10)) { }
     });
-    const auto stop = [](void *receiver, qint64, qint64) { static_cast<KVXNetwork *>(receiver)->abort(); };
+    const auto stop
+        = [](void *receiver, qint64, qint64) { static_cast<KVXNetwork *>(receiver)->abort(); };
     EXPECT_FALSE(network->post(url(), { { "service", "download" }, { "LocalFileName", path("f") } },
         reply, network, stop));
     EXPECT_TRUE(filesInFolder().isEmpty());

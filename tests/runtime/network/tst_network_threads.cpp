@@ -21,9 +21,11 @@ TEST_F(NetworkThreads, EachThreadGetsTheReplyToItsOwnRequest)
     });
     runThreads(8, [this](int thread) {
         for (int i = 0; i < 50; ++i) {
-            const QJsonObject request { { "service", "echo" }, { "thread", thread }, { "number", i } };
+            const QJsonObject request { { "service", "echo" }, { "thread", thread },
+                { "number", i } };
             QJsonObject answer;
-            ASSERT_TRUE(network->post(url(), request, answer, nullptr, nullptr)) << error().toStdString();
+            ASSERT_TRUE(network->post(url(), request, answer, nullptr, nullptr))
+                << error().toStdString();
             ASSERT_EQ(answer, request);
         }
     });
@@ -92,8 +94,8 @@ TEST_F(NetworkThreads, ALoginOfOneThreadIsTheSessionOfAll)
 {
     server.handle("/kvx/service", [](const Request &request, Connection &connection) {
         const bool login = request.body.find("login") != std::string::npos;
-        connection.send(LoopbackServer::response(R"({"statuscode":1})", 200,
-            login ? "Set-Cookie: kvxsid=mine; Path=/kvx\r\n" : ""));
+        connection.send(LoopbackServer::response(
+            R"({"statuscode":1})", 200, login ? "Set-Cookie: kvxsid=mine; Path=/kvx\r\n" : ""));
     });
     EXPECT_TRUE(post("login"));
     runThreads(4, [this](int) {

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "ProgressReport.h"
+
+#include <QJsonObject>
+#include <QString>
+
+namespace kvx {
+
+/// A service request as its caller made it, split into what is sent and what stays here.
+struct ServiceCall {
+    ServiceCall(const QString &url, const QJsonObject &request, void *receiver,
+        KVXNetwork::ProgressFunction function);
+
+    bool sendsFile() const;
+    bool receivesFile() const;
+    /// True for the save lock and the merge: what a dead kept connection can cost there is worth
+    /// more than the time to make a new one.
+    bool needsFreshConnection() const;
+
+    const QString url;
+    const QString service;
+    const bool namesFile;
+    const QString localFile;
+    const bool isGet; ///< "HttpMethod" is "0"
+    QJsonObject sent; ///< the request without the local path
+    ProgressReport progress;
+};
+
+} // namespace kvx
