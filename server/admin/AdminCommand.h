@@ -36,12 +36,14 @@ public:
     User user(const std::string &email);
 
     /// A row of the audit log, in the running transaction.
-    void audit(const std::string &command, const std::string &object, const std::string &detail = {});
+    void audit(
+        const std::string &command, const std::string &object, const std::string &detail = {});
 
     /// Tells all clients that roles or their members changed, in the running transaction.
     void announceRoles(const std::vector<std::string> &emails);
 
-    /// Standard output: the sentence, or {"ok":true,…members}. `members` begins with "," or is empty.
+    /// Standard output: the sentence, or {"ok":true,…members}. `members` begins with "," or is
+    /// empty.
     int done(const std::string &sentence, const std::string &members = {});
 
 private:

@@ -65,13 +65,16 @@ void addUserCommands(CLI::App &app, Options &options)
 {
     CLI::App *user = addCommand(app, "user", "accounts");
     user->require_subcommand(1);
-    CLI::App *add = addCommand(*user, "add", "add an account; the password comes from the terminal or standard input");
+    CLI::App *add = addCommand(
+        *user, "add", "add an account; the password comes from the terminal or standard input");
     add->add_option("email", options.email)->required();
     add->add_option("--name", options.name, "name as others see it")->required();
     add->add_option("--role", options.roles, "role (may stand several times)");
     addCommand(*user, "list", "list the accounts");
-    for (const auto &[name, meaning] : { std::pair("password", "set a new password; ends the sessions"),
-             { "disable", "refuse log-ins; ends the sessions" }, { "enable", "allow log-ins again" } })
+    for (const auto &[name, meaning] :
+        { std::pair("password", "set a new password; ends the sessions"),
+            { "disable", "refuse log-ins; ends the sessions" },
+            { "enable", "allow log-ins again" } })
         addCommand(*user, name, meaning)->add_option("email", options.email)->required();
 }
 
@@ -80,8 +83,8 @@ void addRoleCommands(CLI::App &app, Options &options)
     CLI::App *role = addCommand(app, "role", "roles");
     role->require_subcommand(1);
     addCommand(*role, "list", "list the roles and their users");
-    for (const auto &[name, meaning] :
-        { std::pair("assign", "give a role to a user"), { "unassign", "take a role from a user" } }) {
+    for (const auto &[name, meaning] : { std::pair("assign", "give a role to a user"),
+             { "unassign", "take a role from a user" } }) {
         CLI::App *command = addCommand(*role, name, meaning);
         command->add_option("role", options.role)->required();
         command->add_option("email", options.email)->required();
@@ -128,7 +131,8 @@ int runCommandLine(int argc, char **argv)
         const std::string name = key.name;
         app.add_option_function<std::string>(
             "--" + name,
-            [&options, name](const std::string &value) { options.settings[name] = value; }, key.meaning);
+            [&options, name](const std::string &value) { options.settings[name] = value; },
+            key.meaning);
     }
     CLI::App *serveCommand = addCommand(app, "serve", "run the server");
     serveCommand->add_flag("--check", options.serve.checkOnly, "open everything, then stop");

@@ -14,7 +14,7 @@ void makeDataFolders(const Config &config)
 {
     for (const std::string &folder :
         { config.data, config.data + "/db", config.blobFolder(), config.temporaryFolder() }) {
-        struct stat status {};
+        struct stat status { };
         if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
             throw DataFolderError(folder + ": " + std::strerror(errno));
         if (stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
@@ -25,7 +25,8 @@ void makeDataFolders(const Config &config)
 }
 
 DataFolderLock::DataFolderLock(const Config &config)
-    : m_file(open((config.data + "/serve.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600))
+    : m_file(open(
+        (config.data + "/serve.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600))
 {
     if (m_file < 0)
         throw DataFolderError(config.data + "/serve.lock: " + std::strerror(errno));

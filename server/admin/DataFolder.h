@@ -16,8 +16,8 @@ public:
 /// Makes the folders that are missing, for the server's own user only. Throws DataFolderError.
 void makeDataFolders(const Config &config);
 
-/// Held while a server runs on a data folder; a second one is refused. The system lets go of it when
-/// the process ends, however it ends.
+/// Held while a server runs on a data folder; a second one is refused. The system lets go of it
+/// when the process ends, however it ends.
 class DataFolderLock {
 public:
     /// Throws DataFolderError when another process holds it.

@@ -26,7 +26,8 @@ void writePassword(const std::string &file, const std::string &password)
     const int out = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
     const std::string line = password + '\n';
     const bool written = out >= 0
-        && write(out, line.data(), line.size()) == static_cast<ssize_t>(line.size()) && fsync(out) == 0;
+        && write(out, line.data(), line.size()) == static_cast<ssize_t>(line.size())
+        && fsync(out) == 0;
     const int error = errno;
     if (out >= 0)
         close(out);

@@ -22,9 +22,9 @@ struct FirstAdministrator {
 std::optional<FirstAdministrator> prepareDatabase(
     Db &db, const Config &config, Time now, const std::string &passwordFile);
 
-/// What a start of the server sets right in the database: stages that no lock holds are dropped, and
-/// leases that had not run out when the last server was seen get a full term, since nobody could
-/// renew them.
+/// What a start of the server sets right in the database: stages that no lock holds are dropped,
+/// and leases that had not run out when the last server was seen get a full term, since nobody
+/// could renew them.
 void settleAfterRestart(Db &db, const Config &config, Time now, Time lastSeen);
 
 } // namespace kvx::server

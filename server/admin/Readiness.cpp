@@ -20,7 +20,7 @@ std::string storeState(const Config &config)
         if (access(folder.c_str(), W_OK | X_OK) != 0)
             return "not writable";
     }
-    struct statvfs space {};
+    struct statvfs space { };
     if (statvfs(config.blobFolder().c_str(), &space) != 0)
         return "not reachable";
     const auto left = static_cast<std::int64_t>(space.f_bavail * space.f_frsize);

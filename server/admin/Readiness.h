@@ -10,8 +10,8 @@ class DbPool;
 class Publisher;
 struct Environment;
 
-/// What /readyz says: one line each for database, store, schema, publisher and broker. A broker that
-/// is away is reported and no reason to be taken out of service.
+/// What /readyz says: one line each for database, store, schema, publisher and broker. A broker
+/// that is away is reported and no reason to be taken out of service.
 class Readiness {
 public:
     /// `publisher` is null where nothing is published.

@@ -33,7 +33,8 @@ int assignRoleCommand(
     const bool changed = assign ? assignRole(session.db(), *id, user.id)
                                 : unassignRole(session.db(), *id, user.id);
     if (!changed)
-        return session.done(user.email + (assign ? " has" : " does not have") + " that role already.");
+        return session.done(
+            user.email + (assign ? " has" : " does not have") + " that role already.");
     if (countEnabledAdministrators(session.db()) == 0)
         throw CommandRefused("at least one enabled administrator must remain");
     session.announceRoles({ user.email });

@@ -35,9 +35,11 @@ void tellPassword(const std::optional<FirstAdministrator> &made, const std::stri
     if (!made)
         return;
     if (passwordFile.empty())
-        std::cout << "First administrator: " << made->email << ", password: " << made->password << std::endl;
+        std::cout << "First administrator: " << made->email << ", password: " << made->password
+                  << std::endl;
     else
-        std::cout << "First administrator: " << made->email << ", password in " << passwordFile << std::endl;
+        std::cout << "First administrator: " << made->email << ", password in " << passwordFile
+                  << std::endl;
 }
 
 /// A broker that others reach must keep strangers out before anything is published there.
@@ -50,10 +52,12 @@ bool isBrokerTrusted(const Config &config)
 }
 
 /// The database as it must be before requests come; the clock of the runs to come.
-Time openDatabase(const Config &config, const ServeOptions &options, std::string &epoch, std::int64_t &process)
+Time openDatabase(
+    const Config &config, const ServeOptions &options, std::string &epoch, std::int64_t &process)
 {
     Db db(config.databaseFile(), Db::Mode::Create);
-    tellPassword(prepareDatabase(db, config, wallTime(), options.passwordFile), options.passwordFile);
+    tellPassword(
+        prepareDatabase(db, config, wallTime(), options.passwordFile), options.passwordFile);
     epoch = metaValue(db, "epoch").value();
     const Time lastSeen = std::stoll(metaValue(db, "clock").value_or("0"));
     const Time now = std::max(wallTime(), lastSeen);
@@ -104,8 +108,10 @@ int serve(const Config &config, const ServeOptions &options)
             publisher->wake();
     });
     const Readiness readiness(environment, *pool, publisher.get());
-    auto http = std::make_unique<HttpServer>(environment, *dispatcher,
-        [&readiness](std::function<void(HealthReport)> answer) { readiness.check(std::move(answer)); });
+    auto http = std::make_unique<HttpServer>(
+        environment, *dispatcher, [&readiness](std::function<void(HealthReport)> answer) {
+            readiness.check(std::move(answer));
+        });
     auto janitor = std::make_unique<Janitor>(
         environment, *pool, [&dispatcher](const std::string &key) { dispatcher->wakeHeld(key); });
 
@@ -166,7 +172,10 @@ int migrateOnly(const Config &config, bool dryRun, bool json)
         migrate(db, wallTime());
     std::string names;
     for (const Migration &step : pending)
-        names += (names.empty() ? "" : json ? "," : "\n") + (json ? jsonText(step.name) : step.name);
+        names += (names.empty() ? ""
+                         : json ? ","
+                                : "\n")
+            + (json ? jsonText(step.name) : step.name);
     if (json)
         std::cout << "{\"ok\":true,\"steps\":[" << names << "]}\n";
     else

@@ -44,7 +44,8 @@ const std::vector<ConfigKey> &configKeys()
     return keys;
 }
 
-void setConfig(Config &config, const std::string &key, const std::string &value, const std::string &origin)
+void setConfig(
+    Config &config, const std::string &key, const std::string &value, const std::string &origin)
 {
     for (const ConfigEntry &entry : configEntries()) {
         if (key != entry.key.name)
@@ -73,7 +74,8 @@ void readConfigFile(Config &config, const std::string &path)
         const std::size_t equals = text.find('=');
         if (equals == std::string::npos)
             throw ConfigError(origin + ": a line is \"key = value\"");
-        setConfig(config, trimmed(text.substr(0, equals)), trimmed(text.substr(equals + 1)), origin);
+        setConfig(
+            config, trimmed(text.substr(0, equals)), trimmed(text.substr(equals + 1)), origin);
     }
 }
 

@@ -98,7 +98,8 @@ const std::vector<ConfigKey> &configKeys();
 
 /// Sets one key from text; `origin` ("option", "kvx.conf:12", "KVX_LISTEN") stands in errors.
 /// Throws ConfigError for an unknown key or a value that does not fit.
-void setConfig(Config &config, const std::string &key, const std::string &value, const std::string &origin);
+void setConfig(
+    Config &config, const std::string &key, const std::string &value, const std::string &origin);
 
 /// Lines "key = value"; "#" begins a comment line. Throws ConfigError.
 void readConfigFile(Config &config, const std::string &path);

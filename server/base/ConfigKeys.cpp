@@ -45,8 +45,8 @@ Reader duration(std::int64_t Config::*field)
 Reader size(std::int64_t Config::*field)
 {
     return [field](Config &config, const std::string &text) {
-        config.*field = parsedQuantity(text,
-            { { "B", 1 }, { "KiB", 1LL << 10 }, { "MiB", 1LL << 20 }, { "GiB", 1LL << 30 } });
+        config.*field = parsedQuantity(
+            text, { { "B", 1 }, { "KiB", 1LL << 10 }, { "MiB", 1LL << 20 }, { "GiB", 1LL << 30 } });
     };
 }
 
@@ -123,7 +123,8 @@ const std::vector<ConfigEntry> &configEntries()
         { { "data", "folder of the database and the files" }, text(&Config::data) },
         { { "database", "sqlite (in the data folder)" }, choice(&Config::database, { "sqlite" }) },
         { { "listen", "address and port of the services" }, hostPort(&Config::listen) },
-        { { "admin.listen", "address and port of the health pages" }, hostPort(&Config::adminListen) },
+        { { "admin.listen", "address and port of the health pages" },
+            hostPort(&Config::adminListen) },
         { { "admin.email", "e-mail of the first administrator" }, text(&Config::adminEmail) },
         { { "server.name", "name shown by a search for servers" }, text(&Config::serverName) },
         { { "http.plain", "allow: serve plain HTTP beyond this machine" },
@@ -139,19 +140,22 @@ const std::vector<ConfigEntry> &configEntries()
             choice(&Config::brokerGuard, { "session", "address", "off" }) },
         { { "session.idle", "a session ends after this time without a request" },
             duration(&Config::sessionIdle) },
-        { { "session.absolute", "a session ends after this time" }, duration(&Config::sessionAbsolute) },
+        { { "session.absolute", "a session ends after this time" },
+            duration(&Config::sessionAbsolute) },
         { { "session.presence", "a user counts as present for this time after a request" },
             duration(&Config::sessionPresence) },
         { { "session.perUser", "sessions of one user at the same time" },
             number(&Config::sessionPerUser, 1, 1000) },
         { { "lock.lease", "a saver's lock without a request" }, duration(&Config::lockLease) },
-        { { "lock.hold", "how long a request for a taken lock waits" }, duration(&Config::lockHold) },
+        { { "lock.hold", "how long a request for a taken lock waits" },
+            duration(&Config::lockHold) },
         { { "login.products", "products served; empty: all" }, list(&Config::loginProducts) },
         { { "login.minApi", "oldest API version served" }, number(&Config::loginMinApi, 1, 1) },
         { { "company.account", "account name sent with a login" }, text(&Config::companyAccount) },
         { { "limits.upload", "largest file" }, size(&Config::uploadLimit) },
         { { "limits.request", "largest ordinary request" }, size(&Config::requestLimit) },
-        { { "limits.connections", "connections in all" }, number(&Config::connectionLimit, 1, 1'000'000) },
+        { { "limits.connections", "connections in all" },
+            number(&Config::connectionLimit, 1, 1'000'000) },
         { { "limits.perAddress", "connections from one address" },
             number(&Config::perAddressLimit, 1, 1'000'000) },
         { { "limits.headerTime", "time to send the head of a request" },
@@ -181,7 +185,8 @@ const std::vector<ConfigEntry> &configEntries()
         { { "ocr.workers", "pages recognised at a time" }, number(&Config::ocrWorkers, 0, 256) },
         { { "ocr.queue", "jobs waiting" }, number(&Config::ocrQueue, 0, 100'000) },
         { { "ocr.perUser", "jobs of one user" }, number(&Config::ocrPerUser, 1, 1000) },
-        { { "ocr.languages", "languages offered; empty: all installed" }, list(&Config::ocrLanguages) },
+        { { "ocr.languages", "languages offered; empty: all installed" },
+            list(&Config::ocrLanguages) },
         { { "disk.reserve", "space kept free; below it uploads are refused" },
             size(&Config::diskReserve) },
         { { "time.zone", "zone of the dates that users read" }, text(&Config::timeZone) },

@@ -11,9 +11,12 @@ struct Digest::State {
     ~State() { EVP_MD_CTX_free(context); }
 };
 
-Digest::Digest(Kind kind) : m_state(std::make_unique<State>())
+Digest::Digest(Kind kind)
+    : m_state(std::make_unique<State>())
 {
-    if (EVP_DigestInit_ex(m_state->context, kind == Kind::Sha256 ? EVP_sha256() : EVP_md5(), nullptr) != 1)
+    if (EVP_DigestInit_ex(
+            m_state->context, kind == Kind::Sha256 ? EVP_sha256() : EVP_md5(), nullptr)
+        != 1)
         throw std::runtime_error("the digest cannot be started");
 }
 

@@ -68,8 +68,8 @@ void openLog(const Config &config)
     jsonLines = config.logFormat == "json";
     log4cplus::Logger &log = logger();
     if (!config.logFile.empty()) {
-        log4cplus::SharedAppenderPtr appender(new log4cplus::FileAppender(
-            config.logFile, std::ios_base::app, true, false));
+        log4cplus::SharedAppenderPtr appender(
+            new log4cplus::FileAppender(config.logFile, std::ios_base::app, true, false));
         if (static_cast<log4cplus::FileAppender &>(*appender).isClosed()
             || access(config.logFile.c_str(), W_OK) != 0)
             throw ConfigError("log.file: " + config.logFile + " cannot be written");
@@ -77,7 +77,8 @@ void openLog(const Config &config)
         log.removeAllAppenders();
         log.addAppender(appender);
     }
-    for (const LogLevel level : { LogLevel::Debug, LogLevel::Info, LogLevel::Warning, LogLevel::Error }) {
+    for (const LogLevel level :
+        { LogLevel::Debug, LogLevel::Info, LogLevel::Warning, LogLevel::Error }) {
         if (config.logLevel == levelName(level))
             log.setLogLevel(native(level));
     }

@@ -25,7 +25,8 @@ icu::UnicodeString composed(const icu::UnicodeString &text)
 
 icu::UnicodeString wide(std::string_view text)
 {
-    return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int>(text.size())));
+    return icu::UnicodeString::fromUTF8(
+        icu::StringPiece(text.data(), static_cast<int>(text.size())));
 }
 
 std::string narrow(const icu::UnicodeString &text)
@@ -108,8 +109,8 @@ std::optional<std::string> displayName(std::string_view text, std::size_t maximu
 
 std::size_t characterCount(std::string_view text)
 {
-    return static_cast<std::size_t>(std::count_if(
-        text.begin(), text.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
+    return static_cast<std::size_t>(
+        std::count_if(text.begin(), text.end(), [](char byte) { return (byte & 0xC0) != 0x80; }));
 }
 
 bool isGuid(std::string_view text)

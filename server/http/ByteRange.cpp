@@ -20,8 +20,8 @@ std::optional<std::int64_t> wholeNumber(const std::string &text)
 
 } // namespace
 
-ByteRange requestedRange(
-    const std::string &range, const std::string &ifRange, const std::string &etag, std::int64_t size)
+ByteRange requestedRange(const std::string &range, const std::string &ifRange,
+    const std::string &etag, std::int64_t size)
 {
     const ByteRange whole { ByteRange::Kind::Whole, 0, size };
     if (range.rfind("bytes=", 0) != 0 || (!ifRange.empty() && ifRange != etag))

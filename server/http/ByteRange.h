@@ -15,7 +15,7 @@ struct ByteRange {
 
 /// One range "bytes=a-b", "bytes=a-" or "bytes=-n"; anything else, several ranges included, is
 /// answered with the whole file, and so is a range whose `ifRange` names other contents.
-ByteRange requestedRange(
-    const std::string &range, const std::string &ifRange, const std::string &etag, std::int64_t size);
+ByteRange requestedRange(const std::string &range, const std::string &ifRange,
+    const std::string &etag, std::int64_t size);
 
 } // namespace kvx::server

@@ -245,7 +245,8 @@ bool Connection::acceptBody(const std::string &method)
     }
     // Which service it is stands in the body; only who seems logged in may send a large one.
     m_bodyUse = BodyUse::Json;
-    m_bodyLimit = m_exchange->token.empty() ? static_cast<std::size_t>(config.requestLimit) : largestJson;
+    m_bodyLimit
+        = m_exchange->token.empty() ? static_cast<std::size_t>(config.requestLimit) : largestJson;
     if (length && *length > m_bodyLimit) {
         refuse(StatusCode::TooLarge, 413, std::to_string(m_bodyLimit) + " bytes");
         return false;
@@ -271,14 +272,15 @@ void Connection::sendContinue()
         go();
         return;
     }
-    m_context.dispatcher.findLiveSession(m_exchange->token, [self = shared_from_this(), go](bool live) {
-        asio::post(self->m_socket.get_executor(), [self, go, live] {
-            if (live)
-                go();
-            else
-                self->refuse(StatusCode::NotLoggedIn, 200, {});
+    m_context.dispatcher.findLiveSession(
+        m_exchange->token, [self = shared_from_this(), go](bool live) {
+            asio::post(self->m_socket.get_executor(), [self, go, live] {
+                if (live)
+                    go();
+                else
+                    self->refuse(StatusCode::NotLoggedIn, 200, {});
+            });
         });
-    });
 }
 
 void Connection::readBody()

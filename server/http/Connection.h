@@ -30,7 +30,8 @@ struct ConnectionContext {
 };
 
 /// One client connection: reads requests, hands them on, sends replies. All members run on the
-/// connection's strand, but for the steps given to the file threads, during which nothing else runs.
+/// connection's strand, but for the steps given to the file threads, during which nothing else
+/// runs.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     using Socket = boost::asio::ip::tcp::socket;
@@ -76,7 +77,8 @@ private:
     // ConnectionReply.cpp: sending
     void watchPeer();
     void answer(Reply reply);
-    void refuse(StatusCode code, int httpStatus, const std::string &argument, bool closeAfter = true);
+    void refuse(
+        StatusCode code, int httpStatus, const std::string &argument, bool closeAfter = true);
     void sendReply(const Reply &reply);
     void sendFile(const Reply &reply);
     void sendPlain(int status, std::string text);

@@ -31,7 +31,8 @@ std::string reprDigest(const std::string &sha256)
     std::string bytes(sha256.size() / 2, '\0');
     sodium_hex2bin(reinterpret_cast<unsigned char *>(bytes.data()), bytes.size(), sha256.data(),
         sha256.size(), nullptr, nullptr, nullptr);
-    std::string encoded(sodium_base64_encoded_len(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
+    std::string encoded(
+        sodium_base64_encoded_len(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
     sodium_bin2base64(encoded.data(), encoded.size(),
         reinterpret_cast<const unsigned char *>(bytes.data()), bytes.size(),
         sodium_base64_VARIANT_ORIGINAL);
@@ -43,8 +44,8 @@ std::string reprDigest(const std::string &sha256)
 
 void Connection::watchPeer()
 {
-    m_socket.async_wait(Socket::wait_read,
-        [self = shared_from_this(), exchange = m_exchange](ErrorCode error) {
+    m_socket.async_wait(
+        Socket::wait_read, [self = shared_from_this(), exchange = m_exchange](ErrorCode error) {
             char byte;
             if (!error
                 && recv(self->m_socket.native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0)
@@ -75,8 +76,9 @@ void Connection::refuse(
 std::string Connection::head(int status, std::int64_t length, const char *contentType) const
 {
     const auto reason = http::obsolete_reason(static_cast<http::status>(status));
-    std::string text = "HTTP/1.1 " + std::to_string(status) + ' ' + std::string(reason.data(), reason.size())
-        + "\r\nContent-Type: " + contentType + "\r\nContent-Length: " + std::to_string(length)
+    std::string text = "HTTP/1.1 " + std::to_string(status) + ' '
+        + std::string(reason.data(), reason.size()) + "\r\nContent-Type: " + contentType
+        + "\r\nContent-Length: " + std::to_string(length)
         + "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\nKvx-Epoch: "
         + m_context.environment.epoch + "\r\n";
     if (m_exchange && !m_exchange->requestId.empty())
@@ -128,14 +130,15 @@ void Connection::sendFile(const Reply &reply)
     m_outOffset = range.begin;
     m_outLeft = range.end - range.begin;
     const bool part = range.kind == ByteRange::Kind::Part;
-    std::string text = head(part ? 206 : 200, m_outLeft, "application/octet-stream") + "ETag: " + etag
-        + "\r\nAccept-Ranges: bytes\r\nRepr-Digest: " + reprDigest(file.sha256) + "\r\n";
+    std::string text = head(part ? 206 : 200, m_outLeft, "application/octet-stream") + "ETag: "
+        + etag + "\r\nAccept-Ranges: bytes\r\nRepr-Digest: " + reprDigest(file.sha256) + "\r\n";
     if (part) {
         text += "Content-Range: bytes " + std::to_string(range.begin) + '-'
             + std::to_string(range.end - 1) + '/' + std::to_string(file.size) + "\r\n";
     }
     const std::string json = asciiJson(reply.body());
-    text += "Kvx-Reply: " + (json.size() <= replyHeaderLimit ? json : "{\"statuscode\":1}") + "\r\n";
+    text
+        += "Kvx-Reply: " + (json.size() <= replyHeaderLimit ? json : "{\"statuscode\":1}") + "\r\n";
     m_outBody.clear();
     send(std::move(text));
 }

@@ -18,9 +18,8 @@ void Connection::feedUpload(std::size_t size)
             asio::post(self->m_socket.get_executor(),
                 [self, progress] { self->onUploadProgress(progress); });
         } catch (const UploadError &error) {
-            asio::post(self->m_socket.get_executor(), [self, error] {
-                self->refuseUpload(error.code, error.httpStatus, error.what());
-            });
+            asio::post(self->m_socket.get_executor(),
+                [self, error] { self->refuseUpload(error.code, error.httpStatus, error.what()); });
         }
     });
 }
@@ -83,9 +82,8 @@ void Connection::finishUpload()
         try {
             self->m_exchange->file = self->m_upload->finish();
         } catch (const UploadError &error) {
-            asio::post(self->m_socket.get_executor(), [self, error] {
-                self->refuseUpload(error.code, error.httpStatus, error.what());
-            });
+            asio::post(self->m_socket.get_executor(),
+                [self, error] { self->refuseUpload(error.code, error.httpStatus, error.what()); });
             return;
         }
         asio::post(self->m_socket.get_executor(), [self] {

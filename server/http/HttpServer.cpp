@@ -28,8 +28,9 @@ std::string tooManyConnections(const char *status)
 {
     const std::string body = "{\"statuscode\":103,\"error\":\"Busy\",\"message\":\"Too many "
                              "connections. Please try again in a moment.\"}";
-    return std::string("HTTP/1.1 ") + status + "\r\nContent-Type: application/json\r\nContent-Length: "
-        + std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n" + body;
+    return std::string("HTTP/1.1 ") + status
+        + "\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size())
+        + "\r\nConnection: close\r\n\r\n" + body;
 }
 
 } // namespace
@@ -109,7 +110,8 @@ private:
                     take(std::move(socket), kind);
                 } else if (error != asio::error::connection_aborted) {
                     // Out of descriptors: accepting at once again would only burn the processor.
-                    logLine(LogLevel::Warning, "connection not accepted", { { "cause", error.message() } });
+                    logLine(LogLevel::Warning, "connection not accepted",
+                        { { "cause", error.message() } });
                     std::this_thread::sleep_for(std::chrono::milliseconds(50));
                 }
                 accept(acceptor, kind);

@@ -64,7 +64,7 @@ UploadStream::Progress UploadStream::feed(std::string_view bytes)
 
 void UploadStream::open(std::int64_t announced)
 {
-    struct statvfs space {};
+    struct statvfs space { };
     if (statvfs(m_config.temporaryFolder().c_str(), &space) == 0) {
         const auto left = static_cast<std::int64_t>(space.f_bavail * space.f_frsize);
         if (left - announced < m_config.diskReserve)

@@ -18,7 +18,11 @@ struct Config;
 class UploadError : public std::runtime_error {
 public:
     UploadError(StatusCode code, int httpStatus, const std::string &argument)
-        : std::runtime_error(argument), code(code), httpStatus(httpStatus) {}
+        : std::runtime_error(argument)
+        , code(code)
+        , httpStatus(httpStatus)
+    {
+    }
     const StatusCode code;
     const int httpStatus;
 };
@@ -31,7 +35,8 @@ public:
     ~UploadStream(); ///< removes what was not finished
 
     enum class Progress { More, RequestReady, Complete };
-    /// With bytes: what came from the peer. After RequestReady, call `open` and then again without bytes.
+    /// With bytes: what came from the peer. After RequestReady, call `open` and then again without
+    /// bytes.
     Progress feed(std::string_view bytes);
 
     const std::string &request() const { return m_reader.request(); }

@@ -78,17 +78,23 @@ void Janitor::round()
 
     // The chores may still stand in the queue when this object has gone: they hold no part of it.
     std::vector<Chore> chores = {
-        { "clock", [now](const Environment &, Db &db) { setMetaValue(db, "clock", std::to_string(now)); } },
-        { "process", [now](const Environment &env, Db &db) { noteProcess(db, env.processId, now); } },
+        { "clock",
+            [now](
+                const Environment &, Db &db) { setMetaValue(db, "clock", std::to_string(now)); } },
+        { "process",
+            [now](const Environment &env, Db &db) { noteProcess(db, env.processId, now); } },
         { "outbox", [now](const Environment &, Db &db) { dropSentRows(db, now - day); } },
         { "throttle",
-            [now](const Environment &, Db &db) { dropFailuresBefore(db, now - longestThrottleWindow); } },
+            [now](const Environment &, Db &db) {
+                dropFailuresBefore(db, now - longestThrottleWindow);
+            } },
         { "audit",
             [now](const Environment &env, Db &db) {
                 dropAuditBefore(db, now - env.config.auditDays * day);
             } },
         { "sessions",
-            [wakeHeld = m_wakeHeld](const Environment &env, Db &db) { endSessions(env, db, wakeHeld); } },
+            [wakeHeld = m_wakeHeld](
+                const Environment &env, Db &db) { endSessions(env, db, wakeHeld); } },
     };
     chores.insert(chores.end(), allChores().begin(), allChores().end());
     for (const Chore &chore : chores) {
@@ -109,7 +115,7 @@ void sweepFolder(const std::string &folder, Time before)
 {
     std::error_code error;
     for (const auto &entry : std::filesystem::directory_iterator(folder, error)) {
-        struct stat status {};
+        struct stat status { };
         const std::string path = entry.path().string();
         if (lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)
             && static_cast<Time>(status.st_mtime) * 1000 < before)

@@ -29,9 +29,10 @@ const std::vector<Chore> &allChores();
 /// forgotten temporaries, and the chores of the services. A thread of its own.
 class Janitor {
 public:
-    /// `wakeHeld` is called for each project whose log lock a dead session held; it must be callable
-    /// as long as the pool runs.
-    Janitor(const Environment &environment, DbPool &pool, std::function<void(const std::string &)> wakeHeld);
+    /// `wakeHeld` is called for each project whose log lock a dead session held; it must be
+    /// callable as long as the pool runs.
+    Janitor(const Environment &environment, DbPool &pool,
+        std::function<void(const std::string &)> wakeHeld);
     ~Janitor();
 
 private:

@@ -9,9 +9,10 @@ namespace kvx::server {
 
 std::string messageText(const OutboxRow &row, const MessageContent &content, std::int64_t number)
 {
-    return "{\"notifymsg_type\":" + jsonText(row.type) + ",\"notifymsg_from\":" + jsonText(row.sender)
-        + ",\"notifymsg_to\":\"\",\"notifymsg_seq\":" + std::to_string(number)
-        + ",\"Command\":" + jsonText(content.command) + ",\"notifymsg_content\":" + content.json + '}';
+    return "{\"notifymsg_type\":" + jsonText(row.type)
+        + ",\"notifymsg_from\":" + jsonText(row.sender)
+        + ",\"notifymsg_to\":\"\",\"notifymsg_seq\":" + std::to_string(number) + ",\"Command\":"
+        + jsonText(content.command) + ",\"notifymsg_content\":" + content.json + '}';
 }
 
 std::vector<std::string> splitContent(const std::string &json, std::size_t limit)
@@ -63,7 +64,8 @@ std::string modifiedUtf8(const std::string &text)
             unit(0xD800U + (static_cast<unsigned>(c - 0x10000) >> 10));
             unit(0xDC00U + (static_cast<unsigned>(c - 0x10000) & 0x3FFU));
         } else {
-            result.append(text, static_cast<std::size_t>(begin), static_cast<std::size_t>(i - begin));
+            result.append(
+                text, static_cast<std::size_t>(begin), static_cast<std::size_t>(i - begin));
         }
     }
     return result;

@@ -188,7 +188,8 @@ void Publisher::disconnect(const std::string &cause)
     m_perhapsSent = std::max(m_perhapsSent, m_lastGiven);
     m_backoff = m_backoff.count() == 0 ? firstBackoff : std::min(m_backoff * 2, longestBackoff);
     if (cause != m_lastCause)
-        logLine(LogLevel::Warning, "broker away", { { "url", m_config.brokerUrl }, { "cause", cause } });
+        logLine(LogLevel::Warning, "broker away",
+            { { "url", m_config.brokerUrl }, { "cause", cause } });
     m_lastCause = cause;
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_broken = false;

@@ -38,8 +38,8 @@ public:
     /// Something was committed. Any thread.
     void wake();
 
-    /// Sends what is left for at most that long, then ends. False when the thread could not be ended
-    /// in time (a broker that accepts and never answers).
+    /// Sends what is left for at most that long, then ends. False when the thread could not be
+    /// ended in time (a broker that accepts and never answers).
     bool stop(std::chrono::milliseconds limit);
 
     bool isConnected() const { return m_connected; }

@@ -14,7 +14,8 @@ namespace kvx::server {
 
 namespace {
 
-/// What a login asks for, read once and carried through its three steps: count the try, hash, judge.
+/// What a login asks for, read once and carried through its three steps: count the try, hash,
+/// judge.
 struct LoginRequest {
     std::string email;
     std::string password;
@@ -35,9 +36,12 @@ Reply wrongPassword(Call &call, const LoginRequest &login, int left)
 {
     call.keepChanges();
     if (left == 0)
-        logLine(LogLevel::Warning, "log-in locked", { { "user", login.email }, { "address", call.address() } });
-    call.audit(static_cast<int>(StatusCode::LoginRefused), login.email, "left=" + std::to_string(left));
-    return Reply::refused(StatusCode::LoginRefused, { std::to_string(left) }).set("leftcount", left);
+        logLine(LogLevel::Warning, "log-in locked",
+            { { "user", login.email }, { "address", call.address() } });
+    call.audit(
+        static_cast<int>(StatusCode::LoginRefused), login.email, "left=" + std::to_string(left));
+    return Reply::refused(StatusCode::LoginRefused, { std::to_string(left) })
+        .set("leftcount", left);
 }
 
 std::string newToken()
@@ -63,7 +67,8 @@ std::optional<Reply> refusedAccount(Call &call, const User &user, const LoginReq
     if (!isApiServed(config, login.apiVersion))
         return Reply::refused(StatusCode::ClientTooOld, { std::to_string(config.loginMinApi) });
     const auto &products = config.loginProducts;
-    if (!products.empty() && std::find(products.begin(), products.end(), login.product) == products.end())
+    if (!products.empty()
+        && std::find(products.begin(), products.end(), login.product) == products.end())
         return Reply::refused(StatusCode::ProductNotAllowed, { login.product });
     return std::nullopt;
 }
@@ -109,7 +114,8 @@ Reply openSession(Call &call, const User &user, const LoginRequest &login)
         .setCookie(std::move(session.token));
 }
 
-Reply judgeLogin(Call &call, const LoginRequest &login, bool right, int left, const std::string &rehashed)
+Reply judgeLogin(
+    Call &call, const LoginRequest &login, bool right, int left, const std::string &rehashed)
 {
     const auto user = findUser(call.db(), login.email);
     if (!right || !user)
@@ -138,9 +144,8 @@ Reply login(Call &call)
         [login = std::move(login), hash, left = counted->left]() -> Reply::Continuation {
             const bool right = verifyPassword(hash, login.password);
             std::string rehashed = right && needsRehash(hash) ? hashPassword(login.password) : "";
-            return [login, right, left, rehashed](Call &later) {
-                return judgeLogin(later, login, right, left, rehashed);
-            };
+            return [login, right, left, rehashed](
+                       Call &later) { return judgeLogin(later, login, right, left, rehashed); };
         },
         Reply::Pool::Hashes);
 }

@@ -2,7 +2,8 @@
 
 namespace kvx::server {
 
-WorkPool::WorkPool(int threads, std::size_t queueLimit) : m_queueLimit(queueLimit)
+WorkPool::WorkPool(int threads, std::size_t queueLimit)
+    : m_queueLimit(queueLimit)
 {
     for (int i = 0; i < threads; ++i)
         m_threads.emplace_back([this] { work(); });

@@ -34,7 +34,8 @@ std::optional<ProjectAccess> findProject(Db &db, const Config &config, Time now,
         "SELECT p.id, p.guid, p.name, p.kind, p.creator_id, p.revision, p.log_version, "
         "CASE WHEN p.file_blob IS NULL THEN 0 ELSE 1 END, coalesce(m.rw, -1), "
         "coalesce(m.money, -1), coalesce(m.addendum, -1), coalesce(m.report, -1), p.plock_session "
-        "FROM project p LEFT JOIN project_permission m ON m.project_id = p.id AND m.user_id = :user "
+        "FROM project p LEFT JOIN project_permission m ON m.project_id = p.id AND m.user_id = "
+        ":user "
         "WHERE p.guid_key = :guid AND p.removed_at IS NULL",
         { { "user", userId }, { "guid", guidKey(guid) } });
     if (!row)

@@ -11,7 +11,10 @@
 namespace kvx::server {
 
 struct Db::Connection {
-    explicit Connection(const std::string &parameters) : session(soci::sqlite3, parameters) {}
+    explicit Connection(const std::string &parameters)
+        : session(soci::sqlite3, parameters)
+    {
+    }
 
     soci::session session;
     std::unordered_map<std::string, std::unique_ptr<Statement>> statements;
@@ -93,10 +96,7 @@ public:
     {
         return m_columns[column].indicator == soci::i_null;
     }
-    std::int64_t integer(std::size_t column) const override
-    {
-        return checked(column).number;
-    }
+    std::int64_t integer(std::size_t column) const override { return checked(column).number; }
     const std::string &text(std::size_t column) const override { return checked(column).text; }
 
     bool busy = false;
@@ -151,7 +151,7 @@ void Db::execute(const std::string &sql)
 std::int64_t Db::run(std::string_view sql, DbParams params)
 {
     struct : RowReader {
-        void read(const DbRow &) override {}
+        void read(const DbRow &) override { }
     } nothing;
     return select(sql, params, nullptr, 0, nothing);
 }
@@ -159,7 +159,8 @@ std::int64_t Db::run(std::string_view sql, DbParams params)
 std::int64_t Db::select(std::string_view sql, DbParams params, const DbColumn *types,
     std::size_t count, RowReader &reader)
 {
-    // The same text may be asked with other column or parameter types; each form is its own statement.
+    // The same text may be asked with other column or parameter types; each form is its own
+    // statement.
     std::string form(sql);
     for (std::size_t i = 0; i < count; ++i)
         form += types[i] == DbColumn::Text ? 't' : 'i';
@@ -188,7 +189,8 @@ std::int64_t Db::select(std::string_view sql, DbParams params, const DbColumn *t
     }
 }
 
-Transaction::Transaction(Db &db, Kind kind) : m_db(db)
+Transaction::Transaction(Db &db, Kind kind)
+    : m_db(db)
 {
     m_db.run(kind == Kind::Write ? "BEGIN IMMEDIATE" : "BEGIN");
     m_db.m_inTransaction = true;
@@ -213,7 +215,8 @@ void Transaction::commit()
     m_db.m_inTransaction = false;
 }
 
-Savepoint::Savepoint(Db &db) : m_db(db)
+Savepoint::Savepoint(Db &db)
+    : m_db(db)
 {
     m_db.run("SAVEPOINT part");
 }

@@ -19,7 +19,11 @@ namespace kvx::server {
 class DbError : public std::runtime_error {
 public:
     enum class Kind { Unique, Constraint, Busy, Full, Other };
-    DbError(Kind kind, const std::string &text) : std::runtime_error(text), m_kind(kind) {}
+    DbError(Kind kind, const std::string &text)
+        : std::runtime_error(text)
+        , m_kind(kind)
+    {
+    }
     Kind kind() const { return m_kind; }
     bool isUnique() const { return m_kind == Kind::Unique; }
 
@@ -31,14 +35,37 @@ private:
 class DbValue {
 public:
     template <class T, std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>, int> = 0>
-    DbValue(T value) : m_number(static_cast<std::int64_t>(value)), m_isText(false) {}
-    DbValue(std::string_view text) : m_text(text), m_isText(true) {}
-    DbValue(const std::string &text) : m_text(text), m_isText(true) {}
-    DbValue(std::string &&text) : m_text(std::move(text)), m_isText(true) {}
-    DbValue(const char *text) : m_text(text), m_isText(true) {}
+    DbValue(T value)
+        : m_number(static_cast<std::int64_t>(value))
+        , m_isText(false)
+    {
+    }
+    DbValue(std::string_view text)
+        : m_text(text)
+        , m_isText(true)
+    {
+    }
+    DbValue(const std::string &text)
+        : m_text(text)
+        , m_isText(true)
+    {
+    }
+    DbValue(std::string &&text)
+        : m_text(std::move(text))
+        , m_isText(true)
+    {
+    }
+    DbValue(const char *text)
+        : m_text(text)
+        , m_isText(true)
+    {
+    }
     template <class T>
     DbValue(const std::optional<T> &value)
-        : DbValue(value ? DbValue(*value) : DbValue(T {})) { m_isNull = !value; }
+        : DbValue(value ? DbValue(*value) : DbValue(T {}))
+    {
+        m_isNull = !value;
+    }
 
     std::int64_t number() const { return m_number; }
     const std::string &text() const { return m_text; }
@@ -75,7 +102,8 @@ protected:
 
 namespace detail {
 template <class T> struct ColumnOf {
-    static_assert(std::is_integral_v<T>, "a column is a whole number, bool, std::string or an optional of these");
+    static_assert(std::is_integral_v<T>,
+        "a column is a whole number, bool, std::string or an optional of these");
     static constexpr DbColumn type = DbColumn::Integer;
     static T read(const DbRow &row, std::size_t i) { return static_cast<T>(row.integer(i)); }
 };
@@ -97,14 +125,16 @@ template <class T> struct ColumnOf<std::optional<T>> {
 } // namespace detail
 
 /// One connection to the database, used by one thread at a time. Statements are literals with
-/// ":name" parameters; each is prepared once per connection. Nothing outside server/store/ writes SQL.
+/// ":name" parameters; each is prepared once per connection. Nothing outside server/store/ writes
+/// SQL.
 ///
 ///     const auto row = db.row<std::int64_t, std::string>(
 ///         "SELECT id, name FROM users WHERE email = :email", {{"email", email}});
 ///     if (!row) …
 ///     const auto &[id, name] = *row;
 ///
-/// Column types: whole numbers, bool (flag), std::string, and std::optional of these for nullable ones.
+/// Column types: whole numbers, bool (flag), std::string, and std::optional of these for nullable
+/// ones.
 class Db {
 public:
     /// Opens (and for `create` makes) the SQLite file. Throws DbError.
@@ -121,15 +151,18 @@ public:
     void execute(const std::string &sql);
 
     /// All rows, in order.
-    template <class... C> std::vector<std::tuple<C...>> rows(std::string_view sql, DbParams params = {})
+    template <class... C>
+    std::vector<std::tuple<C...>> rows(std::string_view sql, DbParams params = {})
     {
         std::vector<std::tuple<C...>> found;
-        each<C...>(sql, params, [&found](C... column) { found.emplace_back(std::move(column)...); });
+        each<C...>(
+            sql, params, [&found](C... column) { found.emplace_back(std::move(column)...); });
         return found;
     }
 
     /// The first row, if there is one.
-    template <class... C> std::optional<std::tuple<C...>> row(std::string_view sql, DbParams params = {})
+    template <class... C>
+    std::optional<std::tuple<C...>> row(std::string_view sql, DbParams params = {})
     {
         std::optional<std::tuple<C...>> found;
         each<C...>(sql, params, [&found](C... column) {
@@ -155,7 +188,10 @@ public:
     {
         const DbColumn types[] = { detail::ColumnOf<C>::type... };
         struct Reader : RowReader {
-            explicit Reader(Act &act) : act(act) {}
+            explicit Reader(Act &act)
+                : act(act)
+            {
+            }
             void read(const DbRow &row) override
             {
                 Db::pass<C...>(row, act, std::index_sequence_for<C...>());
@@ -172,6 +208,7 @@ private:
     friend class Savepoint;
     struct RowReader {
         virtual void read(const DbRow &row) = 0;
+
     protected:
         ~RowReader() = default;
     };
@@ -184,8 +221,8 @@ private:
         act(detail::ColumnOf<C>::read(row, I)...);
     }
 
-    std::int64_t select(std::string_view sql, DbParams params, const DbColumn *types, std::size_t count,
-        RowReader &reader);
+    std::int64_t select(std::string_view sql, DbParams params, const DbColumn *types,
+        std::size_t count, RowReader &reader);
 
     std::unique_ptr<Connection> m_connection;
     bool m_inTransaction = false;

@@ -69,7 +69,8 @@ int migrate(Db &db, Time now, const std::vector<Migration> &known)
         const Migration &step = pending.front();
         for (const std::string &statement : statementsOf(step.sql))
             db.execute(statement);
-        db.run("INSERT INTO migration (number, name, digest, at) VALUES (:number, :name, :digest, :at)",
+        db.run("INSERT INTO migration (number, name, digest, at) VALUES (:number, :name, :digest, "
+               ":at)",
             { { "number", step.number }, { "name", step.name }, { "digest", sha256(step.sql) },
                 { "at", now } });
         transaction.commit();

@@ -26,9 +26,10 @@ public:
 /// The steps this program knows, in order.
 const std::vector<Migration> &knownMigrations();
 
-/// The steps that the database lacks. Throws MigrationError when a recorded step's text differs from
-/// the program's, or when the schema is newer than the program.
-std::vector<Migration> pendingMigrations(Db &db, const std::vector<Migration> &known = knownMigrations());
+/// The steps that the database lacks. Throws MigrationError when a recorded step's text differs
+/// from the program's, or when the schema is newer than the program.
+std::vector<Migration> pendingMigrations(
+    Db &db, const std::vector<Migration> &known = knownMigrations());
 
 /// Applies what is missing, each step in a transaction of its own: a kill leaves the schema before
 /// or after a step, never between. Returns the number of steps applied.

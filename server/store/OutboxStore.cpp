@@ -13,13 +13,15 @@ void addAnnouncement(Db &db, Time now, const Announcement &announcement)
             "UPDATE project SET revision = revision + 1 WHERE id = :id RETURNING revision",
             { { "id", *announcement.projectId } });
         if (!revision)
-            throw DbError(DbError::Kind::Other, "an announcement names a project that does not exist");
+            throw DbError(
+                DbError::Kind::Other, "an announcement names a project that does not exist");
         seq = *revision;
     } else {
         seq = nextKey(db, "seq." + topic);
     }
-    db.run("INSERT INTO outbox (id, topic_key, seq, type, command, sender, payload, project_id, at) "
-           "VALUES (:id, :topic, :seq, :type, :command, :sender, :payload, :project, :at)",
+    db.run(
+        "INSERT INTO outbox (id, topic_key, seq, type, command, sender, payload, project_id, at) "
+        "VALUES (:id, :topic, :seq, :type, :command, :sender, :payload, :project, :at)",
         { { "id", nextKey(db, "outbox") }, { "topic", topic }, { "seq", seq },
             { "type", announcement.type }, { "command", announcement.command },
             { "sender", announcement.sender }, { "payload", announcement.content },
@@ -29,8 +31,8 @@ void addAnnouncement(Db &db, Time now, const Announcement &announcement)
 std::vector<OutboxRow> unsentRows(Db &db, std::int64_t after, int maximum)
 {
     std::vector<OutboxRow> rows;
-    db.each<std::int64_t, std::string, std::int64_t, std::string, std::string, std::string, std::string,
-        std::optional<std::int64_t>, Time, int>(
+    db.each<std::int64_t, std::string, std::int64_t, std::string, std::string, std::string,
+        std::string, std::optional<std::int64_t>, Time, int>(
         "SELECT id, topic_key, seq, type, command, sender, payload, project_id, at, attempts "
         "FROM outbox WHERE sent_at IS NULL AND id > :after ORDER BY id LIMIT :maximum",
         { { "after", after }, { "maximum", maximum } },
@@ -50,7 +52,8 @@ std::int64_t lastOutboxRow(Db &db)
 
 void markSent(Db &db, std::int64_t id, std::optional<std::int64_t> number, Time now)
 {
-    db.run("UPDATE outbox SET sent_seq = :seq, sent_at = :now, attempts = attempts + 1 WHERE id = :id",
+    db.run(
+        "UPDATE outbox SET sent_seq = :seq, sent_at = :now, attempts = attempts + 1 WHERE id = :id",
         { { "seq", number }, { "now", now }, { "id", id } });
 }
 

@@ -15,8 +15,8 @@ class Db;
 struct Announcement {
     std::string type; ///< "notifymsg_projectlist", "notifymsg_checkout", …
     std::string command; ///< "Save", "New", …
-    /// The content as JSON text, an object with "Command" in it. Empty: the record of the project is
-    /// made when the message is sent ("New", "PermissionChanged").
+    /// The content as JSON text, an object with "Command" in it. Empty: the record of the project
+    /// is made when the message is sent ("New", "PermissionChanged").
     std::string content;
     std::optional<std::int64_t> projectId; ///< set for everything that belongs to one project
     std::string topic; ///< "roles" or "templates" where no project is named

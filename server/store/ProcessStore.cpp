@@ -17,7 +17,8 @@ std::int64_t registerProcess(Db &db, Time now)
 
 void noteProcess(Db &db, std::int64_t processId, Time now)
 {
-    db.run("UPDATE process SET seen = :now WHERE id = :id", { { "now", now }, { "id", processId } });
+    db.run(
+        "UPDATE process SET seen = :now WHERE id = :id", { { "now", now }, { "id", processId } });
 }
 
 } // namespace kvx::server

@@ -10,8 +10,8 @@ namespace kvx::server {
 
 namespace {
 
-using RoleColumns = std::tuple<std::int64_t, std::string, bool, bool, bool, bool, bool, bool, bool,
-    bool, bool>;
+using RoleColumns
+    = std::tuple<std::int64_t, std::string, bool, bool, bool, bool, bool, bool, bool, bool, bool>;
 
 Role roleFrom(const RoleColumns &row)
 {
@@ -29,11 +29,12 @@ std::vector<Role> loadRoles(Db &db)
 {
     std::vector<Role> roles;
     std::map<std::int64_t, std::size_t> places;
-    for (const auto &row : db.rows<std::int64_t, std::string, bool, bool, bool, bool, bool, bool, bool,
-             bool, bool>("SELECT id, name, all_project_read_write, all_project_review, export_project, "
-                         "export_unit_rate, upload_report_setting, read_only_rate_library, "
-                         "read_write_rate_library, read_write_bq_library, administrator "
-                         "FROM role ORDER BY position, id")) {
+    for (const auto &row :
+        db.rows<std::int64_t, std::string, bool, bool, bool, bool, bool, bool, bool, bool, bool>(
+            "SELECT id, name, all_project_read_write, all_project_review, export_project, "
+            "export_unit_rate, upload_report_setting, read_only_rate_library, "
+            "read_write_rate_library, read_write_bq_library, administrator "
+            "FROM role ORDER BY position, id")) {
         places[std::get<0>(row)] = roles.size();
         roles.push_back(roleFrom(row));
     }
@@ -41,7 +42,8 @@ std::vector<Role> loadRoles(Db &db)
         "SELECT ru.role_id, u.id, u.name, u.email, u.product_version FROM role_user ru "
         "JOIN users u ON u.id = ru.user_id ORDER BY u.email",
         {},
-        [&](std::int64_t roleId, std::int64_t userId, std::string name, std::string email, int version) {
+        [&](std::int64_t roleId, std::int64_t userId, std::string name, std::string email,
+            int version) {
             roles[places.at(roleId)].members.push_back(
                 { userId, std::move(name), std::move(email), version });
         });
@@ -50,12 +52,13 @@ std::vector<Role> loadRoles(Db &db)
 
 std::optional<Role> firstRoleOf(Db &db, std::int64_t userId)
 {
-    const auto row = db.row<std::int64_t, std::string, bool, bool, bool, bool, bool, bool, bool, bool,
-        bool>("SELECT r.id, r.name, r.all_project_read_write, r.all_project_review, r.export_project, "
-              "r.export_unit_rate, r.upload_report_setting, r.read_only_rate_library, "
-              "r.read_write_rate_library, r.read_write_bq_library, r.administrator "
-              "FROM role_user ru JOIN role r ON r.id = ru.role_id WHERE ru.user_id = :user "
-              "ORDER BY r.position, r.id LIMIT 1",
+    const auto row = db.row<std::int64_t, std::string, bool, bool, bool, bool, bool, bool, bool,
+        bool, bool>(
+        "SELECT r.id, r.name, r.all_project_read_write, r.all_project_review, r.export_project, "
+        "r.export_unit_rate, r.upload_report_setting, r.read_only_rate_library, "
+        "r.read_write_rate_library, r.read_write_bq_library, r.administrator "
+        "FROM role_user ru JOIN role r ON r.id = ru.role_id WHERE ru.user_id = :user "
+        "ORDER BY r.position, r.id LIMIT 1",
         { { "user", userId } });
     return row ? std::optional(roleFrom(*row)) : std::nullopt;
 }
@@ -132,11 +135,12 @@ std::string roleJson(const Role &role, std::int64_t revision, bool withUsers)
     std::string json = "{\"RoleID\":" + std::to_string(role.id) + ",\"Name\":" + jsonText(role.name)
         + digit("AllProjectReadWrite", r.allProjectReadWrite)
         + digit("AllProjectReview", r.allProjectReview) + digit("ExportProject", r.exportProject)
-        + digit("ExportUnitRate", r.exportUnitRate) + digit("UploadReportSetting", r.uploadReportSetting)
+        + digit("ExportUnitRate", r.exportUnitRate)
+        + digit("UploadReportSetting", r.uploadReportSetting)
         + digit("ReadOnlyRateLibrary", r.readOnlyRateLibrary)
         + digit("ReadWriteRateLibrary", r.readWriteRateLibrary)
-        + digit("ReadWriteBQLibrary", r.readWriteBQLibrary) + digit("Administrator", r.administrator)
-        + ",\"Revision\":" + std::to_string(revision);
+        + digit("ReadWriteBQLibrary", r.readWriteBQLibrary)
+        + digit("Administrator", r.administrator) + ",\"Revision\":" + std::to_string(revision);
     if (withUsers) {
         json += ",\"users\":[";
         for (const RoleMember &member : role.members) {

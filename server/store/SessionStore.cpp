@@ -27,7 +27,8 @@ bool isSessionPresent(const Config &config, Time now, Time lastSeen)
     return now - lastSeen < config.sessionPresence;
 }
 
-std::optional<SessionRow> findSession(Db &db, const Config &config, Time now, const std::string &token)
+std::optional<SessionRow> findSession(
+    Db &db, const Config &config, Time now, const std::string &token)
 {
     const auto row = db.row<std::int64_t, std::int64_t, std::string, std::string, std::string, Time,
         Time, std::optional<Time>>(
@@ -49,9 +50,10 @@ std::optional<SessionRow> findSession(Db &db, const Config &config, Time now, co
 std::int64_t addSession(Db &db, const Config &config, Time now, const NewSession &session)
 {
     const std::int64_t id = nextKey(db, "session");
-    db.run("INSERT INTO session (id, token, user_id, device, address, app_version, product, created, "
-           "last_seen, ends) VALUES (:id, :token, :user, :device, :address, :version, :product, "
-           ":now, :seen, :ends)",
+    db.run(
+        "INSERT INTO session (id, token, user_id, device, address, app_version, product, created, "
+        "last_seen, ends) VALUES (:id, :token, :user, :device, :address, :version, :product, "
+        ":now, :seen, :ends)",
         { { "id", id }, { "token", sha256(session.token) }, { "user", session.userId },
             { "device", session.device }, { "address", session.address },
             { "version", session.appVersion }, { "product", session.product }, { "now", now },
@@ -96,9 +98,9 @@ EndedSession endSession(Db &db, std::int64_t sessionId)
 EndedSession endSessionsOf(Db &db, std::int64_t userId, std::int64_t except)
 {
     EndedSession all;
-    for (const auto &[id] : db.rows<std::int64_t>(
-             "SELECT id FROM session WHERE user_id = :user AND id <> :except",
-             { { "user", userId }, { "except", except } })) {
+    for (const auto &[id] :
+        db.rows<std::int64_t>("SELECT id FROM session WHERE user_id = :user AND id <> :except",
+            { { "user", userId }, { "except", except } })) {
         const EndedSession ended = endSession(db, id);
         all.unlockedProjects.insert(all.unlockedProjects.end(), ended.unlockedProjects.begin(),
             ended.unlockedProjects.end());
@@ -129,7 +131,8 @@ std::int64_t countLiveSessions(Db &db, const Config &config, Time now, std::int6
 {
     std::int64_t count = 0;
     db.each<Time, Time, std::optional<std::int64_t>>(
-        "SELECT s.last_seen, s.ends, (SELECT p.id FROM project p WHERE p.lock_session = s.id LIMIT 1) "
+        "SELECT s.last_seen, s.ends, (SELECT p.id FROM project p WHERE p.lock_session = s.id LIMIT "
+        "1) "
         "FROM session s WHERE s.user_id = :user",
         { { "user", userId } }, [&](Time lastSeen, Time ends, std::optional<std::int64_t> lock) {
             count += isSessionLive(config, now, lastSeen, ends, lock.has_value());
@@ -139,8 +142,9 @@ std::int64_t countLiveSessions(Db &db, const Config &config, Time now, std::int6
 
 void dropUnheldStages(Db &db)
 {
-    db.run("DELETE FROM stage WHERE NOT EXISTS (SELECT 1 FROM project p WHERE p.id = stage.project_id "
-           "AND p.lock_session = stage.session_id AND p.lock_gen = stage.generation)");
+    db.run(
+        "DELETE FROM stage WHERE NOT EXISTS (SELECT 1 FROM project p WHERE p.id = stage.project_id "
+        "AND p.lock_session = stage.session_id AND p.lock_gen = stage.generation)");
 }
 
 void renewOpenLeases(Db &db, Time since, Time until)

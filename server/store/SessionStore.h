@@ -34,7 +34,8 @@ struct NewSession {
 };
 
 /// The session of a token (the cookie's text), when it is live and its user enabled.
-std::optional<SessionRow> findSession(Db &db, const Config &config, Time now, const std::string &token);
+std::optional<SessionRow> findSession(
+    Db &db, const Config &config, Time now, const std::string &token);
 
 std::int64_t addSession(Db &db, const Config &config, Time now, const NewSession &session);
 
@@ -57,7 +58,8 @@ struct EndedSession {
 };
 
 /// Ends a session, whatever the cause, and frees what ends with it: log locks (with their staged
-/// uploads), project locks, open projects, global locks bound to it. Inside the caller's transaction.
+/// uploads), project locks, open projects, global locks bound to it. Inside the caller's
+/// transaction.
 EndedSession endSession(Db &db, std::int64_t sessionId);
 
 /// All sessions of a user but `except` (0: all).

@@ -17,8 +17,8 @@ constexpr std::int64_t perAddress = 30;
 std::optional<LoginTry> beginLoginTry(
     Db &db, Time now, const std::string &email, const std::string &address)
 {
-    const auto both = db.value<std::int64_t>(
-        "SELECT count(*) FROM login_failure WHERE email = :email AND address = :address AND at > :since",
+    const auto both = db.value<std::int64_t>("SELECT count(*) FROM login_failure WHERE email = "
+                                             ":email AND address = :address AND at > :since",
         { { "email", email }, { "address", address }, { "since", now - tenMinutes } });
     const auto account = db.value<std::int64_t>(
         "SELECT count(*) FROM login_failure WHERE email = :email AND at > :since",

@@ -6,7 +6,8 @@ namespace kvx::server {
 namespace {
 
 User userFrom(std::tuple<std::int64_t, std::string, std::string, std::string, bool, int, Time,
-    std::optional<Time>> row)
+    std::optional<Time>>
+        row)
 {
     User user;
     std::tie(user.id, user.email, user.name, user.password, user.disabled, user.productVersion,
@@ -20,8 +21,9 @@ User userFrom(std::tuple<std::int64_t, std::string, std::string, std::string, bo
 std::optional<User> findUser(Db &db, const std::string &email)
 {
     const auto row = db.row<std::int64_t, std::string, std::string, std::string, bool, int, Time,
-        std::optional<Time>>("SELECT id, email, name, password, disabled, product_version, created, "
-                             "last_login FROM users WHERE email = :email",
+        std::optional<Time>>(
+        "SELECT id, email, name, password, disabled, product_version, created, "
+        "last_login FROM users WHERE email = :email",
         { { "email", email } });
     return row ? std::optional(userFrom(*row)) : std::nullopt;
 }
@@ -29,8 +31,9 @@ std::optional<User> findUser(Db &db, const std::string &email)
 std::optional<User> findUser(Db &db, std::int64_t id)
 {
     const auto row = db.row<std::int64_t, std::string, std::string, std::string, bool, int, Time,
-        std::optional<Time>>("SELECT id, email, name, password, disabled, product_version, created, "
-                             "last_login FROM users WHERE id = :id",
+        std::optional<Time>>(
+        "SELECT id, email, name, password, disabled, product_version, created, "
+        "last_login FROM users WHERE id = :id",
         { { "id", id } });
     return row ? std::optional(userFrom(*row)) : std::nullopt;
 }
@@ -38,15 +41,16 @@ std::optional<User> findUser(Db &db, std::int64_t id)
 std::vector<User> loadUsers(Db &db)
 {
     std::vector<User> users;
-    for (auto &row : db.rows<std::int64_t, std::string, std::string, std::string, bool, int, Time,
-             std::optional<Time>>("SELECT id, email, name, password, disabled, product_version, "
-                                  "created, last_login FROM users ORDER BY email"))
+    for (auto &row :
+        db.rows<std::int64_t, std::string, std::string, std::string, bool, int, Time,
+            std::optional<Time>>("SELECT id, email, name, password, disabled, product_version, "
+                                 "created, last_login FROM users ORDER BY email"))
         users.push_back(userFrom(std::move(row)));
     return users;
 }
 
-std::int64_t addUser(
-    Db &db, Time now, const std::string &email, const std::string &name, const std::string &password)
+std::int64_t addUser(Db &db, Time now, const std::string &email, const std::string &name,
+    const std::string &password)
 {
     const std::int64_t id = nextKey(db, "user");
     db.run("INSERT INTO users (id, email, name, password, created) "

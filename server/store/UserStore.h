@@ -28,8 +28,8 @@ std::optional<User> findUser(Db &db, std::int64_t id);
 std::vector<User> loadUsers(Db &db);
 
 /// Throws DbError (unique) when the e-mail is in use.
-std::int64_t addUser(
-    Db &db, Time now, const std::string &email, const std::string &name, const std::string &password);
+std::int64_t addUser(Db &db, Time now, const std::string &email, const std::string &name,
+    const std::string &password);
 
 void setPassword(Db &db, std::int64_t id, const std::string &password);
 void setDisabled(Db &db, std::int64_t id, bool disabled);

@@ -21,14 +21,20 @@ namespace {
 TEST(ServerText, EmailsAreTrimmedComposedAndLowerCased)
 {
     EXPECT_EQ(canonicalEmail("  Anna@Example.COM\t"), "anna@example.com");
-    EXPECT_EQ(canonicalEmail("Zoe\xCC\x88@x"), "zo\xC3\xAB@x") << "a letter and its dots become one character";
+    EXPECT_EQ(canonicalEmail("Zoe\xCC\x88@x"), "zo\xC3\xAB@x")
+        << "a letter and its dots become one character";
     EXPECT_EQ(canonicalEmail("\xC3\x84@x"), "\xC3\xA4@x");
-    EXPECT_EQ(canonicalEmail("\xE2\x80\x83" "a@x"), "a@x") << "an em space is white space";
+    EXPECT_EQ(canonicalEmail("\xE2\x80\x83"
+                             "a@x"),
+        "a@x")
+        << "an em space is white space";
 }
 
 TEST(ServerText, NamesAreComparedWithoutRegardToCase)
 {
-    EXPECT_EQ(foldedKey("Stra\xC3\x9F" "e"), foldedKey("STRASSE"));
+    EXPECT_EQ(foldedKey("Stra\xC3\x9F"
+                        "e"),
+        foldedKey("STRASSE"));
     EXPECT_EQ(foldedKey(" School "), foldedKey("sCHOOL"));
     EXPECT_NE(foldedKey("School"), foldedKey("Schools"));
 }
@@ -46,8 +52,9 @@ TEST(ServerText, DisplayNamesRefuseControlCharactersAndLengths)
 TEST(ServerText, GuidsHaveBracesAndHexDigits)
 {
     EXPECT_TRUE(isGuid("{5E7C38FF-98c8-46ca-b40b-9397f7bc0a8f}"));
-    for (const char *text : { "", "{}", "5e7c38ff-98c8-46ca-b40b-9397f7bc0a8f", "{5e7c38ff-98c8-46ca-b40b-9397f7bc0a8g}",
-             "{5e7c38ff98c8-46ca-b40b-9397f7bc0a8f-}", "{5e7c38ff-98c8-46ca-b40b-9397f7bc0a8f} " })
+    for (const char *text : { "", "{}", "5e7c38ff-98c8-46ca-b40b-9397f7bc0a8f",
+             "{5e7c38ff-98c8-46ca-b40b-9397f7bc0a8g}", "{5e7c38ff98c8-46ca-b40b-9397f7bc0a8f-}",
+             "{5e7c38ff-98c8-46ca-b40b-9397f7bc0a8f} " })
         EXPECT_FALSE(isGuid(text)) << text;
 }
 
@@ -60,7 +67,8 @@ TEST(ServerText, Utf8IsJudgedStrictly)
 
 TEST(ServerStatusCodes, ArgumentsAreNeverReadAsPlaceholders)
 {
-    EXPECT_EQ(statusSentence(StatusCode::GlobalLockHeld, { "%2", "noon" }), "This is locked by %2 until noon.");
+    EXPECT_EQ(statusSentence(StatusCode::GlobalLockHeld, { "%2", "noon" }),
+        "This is locked by %2 until noon.");
     EXPECT_EQ(statusSentence(StatusCode::NameTaken), "\"\" exists already.");
 }
 
@@ -80,9 +88,11 @@ TEST(ServerStatusCodes, WordsAndNumbersAreDistinctAnd204IsNoneOfThem)
 TEST(ServerReply, ARefusalRepeatsItsSentenceUnderTheEmptyKeyWhereAsked)
 {
     Reply reply = Reply::refused(StatusCode::GlobalLockNotHeld);
-    EXPECT_EQ(reply.json("r"), R"({"statuscode":651,"error":"GlobalLockNotHeld","message":"This is not locked.","requestId":"r"})");
+    EXPECT_EQ(reply.json("r"),
+        R"({"statuscode":651,"error":"GlobalLockNotHeld","message":"This is not locked.","requestId":"r"})");
     reply.repeatSentence();
-    EXPECT_EQ(reply.json("r"), R"({"statuscode":651,"error":"GlobalLockNotHeld","message":"This is not locked.","":"This is not locked.","requestId":"r"})");
+    EXPECT_EQ(reply.json("r"),
+        R"({"statuscode":651,"error":"GlobalLockNotHeld","message":"This is not locked.","":"This is not locked.","requestId":"r"})");
 }
 
 TEST(ServerReply, AFaultTellsTheRequestsNumberAndNothingElse)
@@ -95,7 +105,8 @@ TEST(ServerReply, TextIsEscaped)
 {
     EXPECT_EQ(Reply::ok().set("a", "q\"\\\n\x01").set("b", true).set("c", -5).json(""),
         "{\"statuscode\":1,\"a\":\"q\\\"\\\\\\n\\u0001\",\"b\":true,\"c\":-5}");
-    EXPECT_EQ(asciiJson("{\"a\":\"\xC3\xA4\xF0\x9F\x98\x80\"}"), "{\"a\":\"\\u00e4\\ud83d\\ude00\"}");
+    EXPECT_EQ(
+        asciiJson("{\"a\":\"\xC3\xA4\xF0\x9F\x98\x80\"}"), "{\"a\":\"\\u00e4\\ud83d\\ude00\"}");
 }
 
 std::string refusal(const std::function<void(const Request &)> &read, const std::string &json)
@@ -112,10 +123,13 @@ std::string refusal(const std::function<void(const Request &)> &read, const std:
 TEST(ServerRequest, IntegersAreWholeAndInRange)
 {
     const auto read = [](const Request &request) { request.integer("n", -1, 100); };
-    const auto with = [&read](const std::string &number) { return refusal(read, R"({"service":"x","n":)" + number + "}"); };
+    const auto with = [&read](const std::string &number) {
+        return refusal(read, R"({"service":"x","n":)" + number + "}");
+    };
     for (const char *good : { "-1", "0", "100", "5.0", "1e2" })
         EXPECT_EQ(with(good), "taken") << good;
-    for (const char *bad : { "-2", "101", "1e300", "-1e300", "9223372036854775807", "18446744073709551616" })
+    for (const char *bad :
+        { "-2", "101", "1e300", "-1e300", "9223372036854775807", "18446744073709551616" })
         EXPECT_EQ(with(bad), "\"n\" must lie between -1 and 100") << bad;
     EXPECT_EQ(with("1.9"), "\"n\" must be a whole number");
     for (const char *bad : { "null", "true", "\"5\"", "[]", "{}" })
@@ -124,12 +138,16 @@ TEST(ServerRequest, IntegersAreWholeAndInRange)
 
 TEST(ServerRequest, NestedKeysAreNamedWithTheirPath)
 {
-    EXPECT_EQ(refusal([](const Request &r) { r.objects("a").at(1).flag("f"); }, R"({"service":"x","a":[{},{"f":1}]})"),
+    EXPECT_EQ(refusal([](const Request &r) { r.objects("a").at(1).flag("f"); },
+                  R"({"service":"x","a":[{},{"f":1}]})"),
         "\"a[1].f\" must be true or false");
-    EXPECT_EQ(refusal([](const Request &r) { r.texts("a"); }, R"({"service":"x","a":["b",1]})"), "\"a[1]\" must be a text");
-    EXPECT_EQ(refusal([](const Request &r) { r.object("o").text("t", 3); }, R"({"service":"x","o":{"t":"abcd"}})"),
+    EXPECT_EQ(refusal([](const Request &r) { r.texts("a"); }, R"({"service":"x","a":["b",1]})"),
+        "\"a[1]\" must be a text");
+    EXPECT_EQ(refusal([](const Request &r) { r.object("o").text("t", 3); },
+                  R"({"service":"x","o":{"t":"abcd"}})"),
         "\"o.t\" is too long");
-    EXPECT_EQ(refusal([](const Request &r) { r.guid("g"); }, R"({"service":"x","g":"{}"})"), "\"g\" must be a GUID in braces");
+    EXPECT_EQ(refusal([](const Request &r) { r.guid("g"); }, R"({"service":"x","g":"{}"})"),
+        "\"g\" must be a GUID in braces");
 }
 
 TEST(ServerRequest, LongArraysAreTakenOnlyWhereTheyBelong)
@@ -141,7 +159,8 @@ TEST(ServerRequest, LongArraysAreTakenOnlyWhereTheyBelong)
     EXPECT_THROW(Request::parse(R"({"service":"x","IDs":)" + array + "}"), BadRequest);
     EXPECT_THROW(Request::parse(R"({"service":"x","o":{"a":)" + array + "}}"), BadRequest);
     for (const char *key : { "Roles", "Projects", "Table" })
-        EXPECT_NO_THROW(Request::parse(R"({"service":"x",")" + std::string(key) + R"(":{"rows":)" + array + "}}"));
+        EXPECT_NO_THROW(Request::parse(
+            R"({"service":"x",")" + std::string(key) + R"(":{"rows":)" + array + "}}"));
 }
 
 TEST(ServerRequest, DepthIsCountedFromTheOutside)
@@ -158,8 +177,11 @@ TEST(ServerRequest, DepthIsCountedFromTheOutside)
 
 std::string formOf(const std::string &request, const std::string &data)
 {
-    return "--b\r\nContent-Disposition: form-data; name=\"jsonPart\"\r\nContent-Type: application/json\r\n\r\n" + request
-        + "\r\n--b\r\nContent-Disposition: form-data; name=\"dataPart\"; filename=\"x\"\r\n\r\n" + data + "\r\n--b--\r\n";
+    return "--b\r\nContent-Disposition: form-data; name=\"jsonPart\"\r\nContent-Type: "
+           "application/json\r\n\r\n"
+        + request
+        + "\r\n--b\r\nContent-Disposition: form-data; name=\"dataPart\"; filename=\"x\"\r\n\r\n"
+        + data + "\r\n--b--\r\n";
 }
 
 struct Form {
@@ -174,7 +196,8 @@ Form readForm(const std::string &bytes, std::size_t step)
     MultipartReader reader("b", 1000);
     for (std::size_t at = 0; at < bytes.size(); at += step) {
         reader.feed(std::string_view(bytes).substr(at, step));
-        for (auto event = reader.next(); event != MultipartReader::Event::NeedMore; event = reader.next()) {
+        for (auto event = reader.next(); event != MultipartReader::Event::NeedMore;
+             event = reader.next()) {
             if (event == MultipartReader::Event::Request)
                 form.request = reader.request();
             else if (event == MultipartReader::Event::Data)
@@ -190,7 +213,8 @@ Form readForm(const std::string &bytes, std::size_t step)
 
 TEST(ServerMultipart, IsReadTheSameHoweverItsBytesArrive)
 {
-    const std::string data = "\r\n--\r\n-b\r\n--a\r\n\r\n--" + std::string(300, '\r') + "\n--" + std::string("\0x", 2);
+    const std::string data
+        = "\r\n--\r\n-b\r\n--a\r\n\r\n--" + std::string(300, '\r') + "\n--" + std::string("\0x", 2);
     const std::string bytes = formOf("{\"service\":\"upload\"}", data);
     for (std::size_t step = 1; step <= bytes.size(); ++step) {
         const Form form = readForm(bytes, step);
@@ -237,8 +261,8 @@ TEST(ServerRanges, OneRangeIsAnsweredEverythingElseWithTheWholeFile)
     EXPECT_TRUE(isPart("bytes=90-1000", 90, 100));
     EXPECT_TRUE(isPart("bytes=-10", 90, 100));
     EXPECT_TRUE(isPart("bytes=-1000", 0, 100));
-    for (const char *whole : { "", "bytes=", "bytes=a-b", "bytes=5-2", "lines=1-2", "bytes=0-1,5-6", "bytes=--5",
-             "bytes=99999999999999999999-" })
+    for (const char *whole : { "", "bytes=", "bytes=a-b", "bytes=5-2", "lines=1-2", "bytes=0-1,5-6",
+             "bytes=--5", "bytes=99999999999999999999-" })
         EXPECT_EQ(range(whole).kind, ByteRange::Kind::Whole) << whole;
     for (const char *beyond : { "bytes=100-", "bytes=100-200", "bytes=-0" })
         EXPECT_EQ(range(beyond).kind, ByteRange::Kind::Unsatisfiable) << beyond;
@@ -250,7 +274,9 @@ TEST(ServerMessages, TextIsWrittenAsJavaReadsIt)
 {
     EXPECT_EQ(modifiedUtf8("a\xC3\xA4\xE2\x82\xAC"), "a\xC3\xA4\xE2\x82\xAC");
     EXPECT_EQ(modifiedUtf8("\xF0\x9F\x98\x80"), "\xED\xA0\xBD\xED\xB8\x80");
-    EXPECT_EQ(modifiedUtf8(std::string("a\0b", 3)), "a\xC0\x80" "b");
+    EXPECT_EQ(modifiedUtf8(std::string("a\0b", 3)),
+        "a\xC0\x80"
+        "b");
 }
 
 TEST(ServerMessages, ALongArrayIsSplitAndNothingElse)
@@ -258,7 +284,8 @@ TEST(ServerMessages, ALongArrayIsSplitAndNothingElse)
     const std::string one = "{\"a\":\"" + std::string(40, 'x') + "\"}";
     const std::string array = "[" + one + "," + one + "," + one + "]";
     EXPECT_EQ(splitContent(array, 1000).size(), 1U);
-    EXPECT_EQ(splitContent(array, 100), (std::vector<std::string> { "[" + one + "," + one + "]", "[" + one + "]" }));
+    EXPECT_EQ(splitContent(array, 100),
+        (std::vector<std::string> { "[" + one + "," + one + "]", "[" + one + "]" }));
     EXPECT_EQ(splitContent(array, 10).size(), 3U) << "a record stays whole";
     EXPECT_EQ(splitContent(one, 10), std::vector<std::string> { one });
 }
@@ -298,7 +325,8 @@ TEST(ServerPasswords, AreHashedWithTheirCostInTheText)
     EXPECT_FALSE(verifyPassword("", "secret"));
     EXPECT_NE(hash, hashPassword("secret"));
     EXPECT_FALSE(needsRehash(hash));
-    EXPECT_TRUE(needsRehash("$argon2id$v=19$m=8192,t=1,p=1$c2FsdHNhbHRzYWx0c2FsdA$YWJjZGVmZ2hpamtsbW5vcHFyc3R1dnd4eXoxMjM0NTY"));
+    EXPECT_TRUE(needsRehash("$argon2id$v=19$m=8192,t=1,p=1$c2FsdHNhbHRzYWx0c2FsdA$"
+                            "YWJjZGVmZ2hpamtsbW5vcHFyc3R1dnd4eXoxMjM0NTY"));
     EXPECT_EQ(randomPassword(20).size(), 20U);
 }
 

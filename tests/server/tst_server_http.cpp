@@ -6,10 +6,10 @@
 
 using kvx::test::HttpClient;
 using kvx::test::HttpReply;
-using kvx::test::RawConnection;
-using kvx::test::ServerProcess;
 using kvx::test::jsonObject;
 using kvx::test::jsonQuoted;
+using kvx::test::RawConnection;
+using kvx::test::ServerProcess;
 
 namespace {
 
@@ -76,7 +76,8 @@ TEST_F(ServerHttp, ARefusalCarriesWordSentenceAndRequestNumber)
 TEST_F(ServerHttp, TheServerSaysItsNameAndNothingElseToASearch)
 {
     HttpClient client(server->url());
-    for (const HttpReply &reply : { client.get("/kvx/v2/api/server"), client.postTo("/kvx/v2/api/server", "") }) {
+    for (const HttpReply &reply :
+        { client.get("/kvx/v2/api/server"), client.postTo("/kvx/v2/api/server", "") }) {
         EXPECT_EQ(reply.status, 200);
         EXPECT_EQ(reply.body,
             R"({"statuscode":1,"product":"kvx-server","name":"kvx-server","api":["1"]})");
@@ -95,19 +96,20 @@ TEST_F(ServerHttp, AnUnknownServiceIsNamed)
 TEST_F(ServerHttp, WhatIsNotARequestIsRefusedWith400)
 {
     HttpClient client(server->url());
-    const std::string deep = R"({"service":"getroles","a":)" + std::string(70, '[') + std::string(70, ']') + "}";
+    const std::string deep
+        = R"({"service":"getroles","a":)" + std::string(70, '[') + std::string(70, ']') + "}";
     std::string wide = R"({"service":"getroles","a":[)";
     for (int i = 0; i < 10'001; ++i)
         wide += i ? ",0" : "0";
     wide += "]}";
-    for (const std::string &body :
-        { std::string("{"), std::string("[]"), std::string("\"x\""), std::string(), std::string("{}"),
-            std::string(R"({"service":7})"), std::string(R"({"service":"getroles"} x)"),
-            std::string(R"({"service":"getroles","a":1,"a":2})"),
-            std::string(R"({"service":"getroles","a":{"b":1,"b":2}})"),
-            std::string("{\"service\":\"getroles\",\"a\":\"\xff\"}"),
-            std::string(R"({"service":"getroles","a":"\ud800"})"),
-            std::string(R"({"service":"getroles","a":NaN})"), deep, wide }) {
+    for (const std::string &body : { std::string("{"), std::string("[]"), std::string("\"x\""),
+             std::string(), std::string("{}"), std::string(R"({"service":7})"),
+             std::string(R"({"service":"getroles"} x)"),
+             std::string(R"({"service":"getroles","a":1,"a":2})"),
+             std::string(R"({"service":"getroles","a":{"b":1,"b":2}})"),
+             std::string("{\"service\":\"getroles\",\"a\":\"\xff\"}"),
+             std::string(R"({"service":"getroles","a":"\ud800"})"),
+             std::string(R"({"service":"getroles","a":NaN})"), deep, wide }) {
         const HttpReply reply = client.postTo("/kvx/service", body);
         EXPECT_EQ(reply.status, 400) << body.substr(0, 60);
         EXPECT_EQ(reply.statusCode(), 100) << body.substr(0, 60);
@@ -135,9 +137,11 @@ TEST_F(ServerHttp, UnknownPathsMethodsAndTypesHaveTheirStatus)
     EXPECT_EQ(client.get("/livez").status, 404) << "health stands on the other listener only";
     EXPECT_EQ(client.get("/kvx/service").status, 405);
     EXPECT_EQ(client.postTo("/kvx/service", getRoles, "text/plain").status, 415);
-    EXPECT_EQ(client.postTo("/kvx/service", getRoles, "application/json; charset=utf-8").status, 200);
+    EXPECT_EQ(
+        client.postTo("/kvx/service", getRoles, "application/json; charset=utf-8").status, 200);
     for (const char *method : { "PUT", "DELETE", "TRACE", "CONNECT", "OPTIONS", "BREW" }) {
-        const std::string reply = exchange(std::string(method) + " /kvx/service HTTP/1.1\r\nHost: a\r\n\r\n");
+        const std::string reply
+            = exchange(std::string(method) + " /kvx/service HTTP/1.1\r\nHost: a\r\n\r\n");
         EXPECT_NE(reply.find("HTTP/1.1 405"), std::string::npos) << method << ": " << reply;
     }
 }
@@ -151,11 +155,14 @@ TEST_F(ServerHttp, ARequestWithoutLengthIs411)
 
 TEST_F(ServerHttp, TwoStatementsOfTheLengthAreRefusedAndTheConnectionClosed)
 {
-    const std::string reply = exchange(postHead(
-        "Content-Length: 24\r\nTransfer-Encoding: chunked\r\n\r\n18\r\n{\"service\":\"getroles\"}\r\n0\r\n\r\n"));
+    const std::string reply
+        = exchange(postHead("Content-Length: 24\r\nTransfer-Encoding: "
+                            "chunked\r\n\r\n18\r\n{\"service\":\"getroles\"}\r\n0\r\n\r\n"));
     EXPECT_NE(reply.find("HTTP/1.1 400"), std::string::npos) << reply;
-    EXPECT_EQ(reply.find("HTTP/1.1", 5), std::string::npos) << "nothing after it is read as a request";
-    const std::string twice = exchange(postHead("Content-Length: 2\r\nContent-Length: 22\r\n\r\n{}"));
+    EXPECT_EQ(reply.find("HTTP/1.1", 5), std::string::npos)
+        << "nothing after it is read as a request";
+    const std::string twice
+        = exchange(postHead("Content-Length: 2\r\nContent-Length: 22\r\n\r\n{}"));
     EXPECT_NE(twice.find("HTTP/1.1 400"), std::string::npos) << twice;
 }
 
@@ -164,7 +171,8 @@ TEST_F(ServerHttp, GarbageIsAnswered400AndClosed)
     for (const std::string &bytes : { std::string("\x16\x03\x01\x02\x05\x01\r\n\r\n"),
              std::string("GET\r\n\r\n"), std::string("POST /kvx/service HTTP/9.9\r\n\r\n"),
              std::string("POST /kvx/service HTTP/1.1\r\nBad Header\r\n\r\n"),
-             postHead("Content-Length: -5\r\n\r\n"), postHead("Content-Length: 99999999999999999999999\r\n\r\n"),
+             postHead("Content-Length: -5\r\n\r\n"),
+             postHead("Content-Length: 99999999999999999999999\r\n\r\n"),
              postHead("Transfer-Encoding: chunked\r\n\r\nZZZ\r\n") }) {
         const std::string reply = exchange(bytes);
         EXPECT_NE(reply.find("HTTP/1.1 400"), std::string::npos) << bytes << " -> " << reply;
@@ -180,13 +188,15 @@ TEST_F(ServerHttp, ALargeHeadIs431)
 TEST_F(ServerHttp, ALargeBodyIs413WithAndWithoutStatedLength)
 {
     HttpClient client(server->url());
-    const std::string large = R"({"service":"getroles","a":")" + std::string(1'100'000, 'x') + "\"}";
+    const std::string large
+        = R"({"service":"getroles","a":")" + std::string(1'100'000, 'x') + "\"}";
     EXPECT_EQ(client.post(large).status, 413);
     EXPECT_EQ(client.login(server->adminEmail(), server->adminPassword()).statusCode(), 1);
     const HttpReply loggedIn = client.post(large);
     EXPECT_EQ(loggedIn.status, 413) << "getroles takes no large body";
     EXPECT_EQ(loggedIn.statusCode(), 102);
-    const HttpReply chunked = client.postTo("/kvx/service", large, "application/json", { "Transfer-Encoding: chunked" });
+    const HttpReply chunked = client.postTo(
+        "/kvx/service", large, "application/json", { "Transfer-Encoding: chunked" });
     EXPECT_EQ(chunked.status, 413);
     EXPECT_EQ(client.post(std::string(std::size_t { 17 } << 20, 'x')).status, 413);
     EXPECT_EQ(client.post(getRoles).statusCode(), 1) << "the server goes on";
@@ -205,9 +215,11 @@ TEST_F(ServerHttp, ChunkedRequestsAreRead)
 TEST_F(ServerHttp, RequestsSentInOneGoAreAnsweredInOrder)
 {
     RawConnection connection(server->host(), server->port());
-    const std::string one = postHead("Content-Length: " + std::to_string(getRoles.size()) + "\r\n\r\n" + getRoles);
+    const std::string one
+        = postHead("Content-Length: " + std::to_string(getRoles.size()) + "\r\n\r\n" + getRoles);
     const std::string other = R"({"service":"nosuch"})";
-    const std::string two = postHead("Content-Length: " + std::to_string(other.size()) + "\r\n\r\n" + other);
+    const std::string two
+        = postHead("Content-Length: " + std::to_string(other.size()) + "\r\n\r\n" + other);
     connection.send(one + two + one);
     std::string replies;
     for (int i = 0; i < 3; ++i)
@@ -257,7 +269,8 @@ TEST_F(ServerHttp, ABodyThatDripsIs408)
 TEST_F(ServerHttp, AnIdleConnectionIsClosedSilently)
 {
     RawConnection connection(server->host(), server->port());
-    connection.send(postHead("Content-Length: " + std::to_string(getRoles.size()) + "\r\n\r\n" + getRoles));
+    connection.send(
+        postHead("Content-Length: " + std::to_string(getRoles.size()) + "\r\n\r\n" + getRoles));
     EXPECT_NE(connection.readUntil("}").find("\"statuscode\":2"), std::string::npos);
     EXPECT_EQ(connection.readAll(5000), "");
     RawConnection silent(server->host(), server->port());
@@ -266,7 +279,8 @@ TEST_F(ServerHttp, AnIdleConnectionIsClosedSilently)
 
 TEST_F(ServerHttp, ARequestCutOffDoesNoHarm)
 {
-    const std::string whole = postHead("Content-Length: " + std::to_string(getRoles.size()) + "\r\n\r\n" + getRoles);
+    const std::string whole
+        = postHead("Content-Length: " + std::to_string(getRoles.size()) + "\r\n\r\n" + getRoles);
     for (std::size_t length = 0; length < whole.size(); length += 3) {
         RawConnection connection(server->host(), server->port());
         connection.send(whole.substr(0, length));
@@ -278,15 +292,18 @@ TEST_F(ServerHttp, ARequestCutOffDoesNoHarm)
 TEST_F(ServerHttp, AClientThatEndsItsSideStillGetsItsReply)
 {
     RawConnection connection(server->host(), server->port());
-    connection.send(postHead("Content-Length: " + std::to_string(getRoles.size()) + "\r\n\r\n" + getRoles));
+    connection.send(
+        postHead("Content-Length: " + std::to_string(getRoles.size()) + "\r\n\r\n" + getRoles));
     connection.closeSending();
     EXPECT_NE(connection.readAll().find("\"statuscode\":2"), std::string::npos);
 }
 
 TEST_F(ServerHttp, OldClientsAreServedAndClosed)
 {
-    const std::string reply = exchange("POST /kvx/service HTTP/1.0\r\nContent-Type: application/json\r\n"
-        "Content-Length: " + std::to_string(getRoles.size()) + "\r\n\r\n" + getRoles);
+    const std::string reply
+        = exchange("POST /kvx/service HTTP/1.0\r\nContent-Type: application/json\r\n"
+                   "Content-Length: "
+            + std::to_string(getRoles.size()) + "\r\n\r\n" + getRoles);
     EXPECT_NE(reply.find("200 OK"), std::string::npos);
     EXPECT_NE(reply.find("Connection: close"), std::string::npos);
 }
@@ -294,8 +311,9 @@ TEST_F(ServerHttp, OldClientsAreServedAndClosed)
 TEST_F(ServerHttp, AnUploadWithoutSessionIsRefusedBeforeItsBody)
 {
     RawConnection connection(server->host(), server->port());
-    connection.send("POST /kvx/service HTTP/1.1\r\nHost: a\r\nExpect: 100-continue\r\nContent-Length: 5000\r\n"
-                    "Content-Type: multipart/form-data; boundary=b\r\n\r\n");
+    connection.send(
+        "POST /kvx/service HTTP/1.1\r\nHost: a\r\nExpect: 100-continue\r\nContent-Length: 5000\r\n"
+        "Content-Type: multipart/form-data; boundary=b\r\n\r\n");
     const std::string reply = connection.readAll();
     EXPECT_EQ(reply.find("100 Continue"), std::string::npos);
     EXPECT_NE(reply.find("\"statuscode\":2"), std::string::npos) << reply;
@@ -305,7 +323,8 @@ TEST_F(ServerHttp, ARefusedUploadIsToldAndTheConnectionStays)
 {
     HttpClient client(server->url());
     ASSERT_EQ(client.login(server->adminEmail(), server->adminPassword()).statusCode(), 1);
-    const HttpReply bad = client.upload(R"({"service":"upload","FileName":"../x"})", std::string(900'000, 'a'));
+    const HttpReply bad
+        = client.upload(R"({"service":"upload","FileName":"../x"})", std::string(900'000, 'a'));
     EXPECT_EQ(bad.status, 200) << bad.error;
     EXPECT_EQ(bad.statusCode(), 100);
     const HttpReply notAnUpload = client.upload(getRoles, "abc");
@@ -365,11 +384,15 @@ TEST_F(ServerHttp, FormsThatAreNoUploadAre400)
     ASSERT_EQ(client.login(server->adminEmail(), server->adminPassword()).statusCode(), 1);
     const std::string type = "multipart/form-data; boundary=b";
     const std::string request = "--b\r\nContent-Disposition: form-data; name=\"jsonPart\"\r\n\r\n"
-                                R"({"service":"upload","FileName":"x.bin"})" "\r\n";
-    const std::string data = "--b\r\nContent-Disposition: form-data; name=\"dataPart\"\r\n\r\nabc\r\n";
-    for (const std::string &body : { std::string("nothing"), std::string("--b\r\n\r\n\r\n--b--\r\n"), data + request + "--b--\r\n",
+                                R"({"service":"upload","FileName":"x.bin"})"
+                                "\r\n";
+    const std::string data
+        = "--b\r\nContent-Disposition: form-data; name=\"dataPart\"\r\n\r\nabc\r\n";
+    for (const std::string &body : { std::string("nothing"),
+             std::string("--b\r\n\r\n\r\n--b--\r\n"), data + request + "--b--\r\n",
              request + "--b--\r\n", request + data, request + data + data + "--b--\r\n",
-             "--b\r\nContent-Disposition: form-data; name=\"jsonPart\"\r\n\r\n" + std::string(70'000, 'x') }) {
+             "--b\r\nContent-Disposition: form-data; name=\"jsonPart\"\r\n\r\n"
+                 + std::string(70'000, 'x') }) {
         const HttpReply reply = client.postTo("/kvx/service", body, type);
         EXPECT_EQ(reply.status, 400) << body.substr(0, 300) << " -> " << reply.body << reply.error;
         EXPECT_EQ(reply.statusCode(), 100);
@@ -384,7 +407,8 @@ TEST_F(ServerHttp, HealthPagesSayWhatIsWell)
     EXPECT_EQ(live.status, 200);
     const HttpReply ready = client.get("/readyz");
     EXPECT_EQ(ready.status, 200) << "a broker away is no reason";
-    for (const char *line : { "database: ok\n", "store: ok\n", "schema: ok\n", "publisher: ok\n", "broker: away\n" })
+    for (const char *line :
+        { "database: ok\n", "store: ok\n", "schema: ok\n", "publisher: ok\n", "broker: away\n" })
         EXPECT_NE(ready.body.find(line), std::string::npos) << ready.body;
     EXPECT_EQ(client.get("/kvx/service").status, 404);
 }
@@ -398,7 +422,9 @@ TEST_F(ServerHttp, TheLogNamesUserServiceAndStatusAndNoSecret)
     const std::size_t at = log.find("id=" + reply.header("kvx-request"));
     ASSERT_NE(at, std::string::npos);
     const std::string line = log.substr(at, log.find('\n', at) - at);
-    EXPECT_NE(line.find("user=admin@localhost service=login project=- status=1 ms="), std::string::npos) << line;
+    EXPECT_NE(
+        line.find("user=admin@localhost service=login project=- status=1 ms="), std::string::npos)
+        << line;
     EXPECT_NE(line.find(" bytes=" + std::to_string(reply.body.size())), std::string::npos) << line;
     EXPECT_EQ(log.find("not the password"), std::string::npos);
     EXPECT_EQ(log.find(server->adminPassword()), std::string::npos);
@@ -413,7 +439,9 @@ TEST(ServerHttpLimits, ConnectionsOfOneAddressAreCounted)
     std::vector<std::unique_ptr<RawConnection>> kept;
     for (int i = 0; i < 3; ++i) {
         kept.push_back(std::make_unique<RawConnection>(server.host(), server.port()));
-        kept.back()->send("POST /kvx/service HTTP/1.1\r\nHost: a\r\nContent-Type: application/json\r\nContent-Length: 22\r\n\r\n" + getRoles);
+        kept.back()->send("POST /kvx/service HTTP/1.1\r\nHost: a\r\nContent-Type: "
+                          "application/json\r\nContent-Length: 22\r\n\r\n"
+            + getRoles);
         EXPECT_NE(kept.back()->readUntil("}").find("\"statuscode\":2"), std::string::npos);
     }
     RawConnection extra(server.host(), server.port());

@@ -19,10 +19,10 @@ using kvx::server::MigrationError;
 using kvx::test::CommandResult;
 using kvx::test::HttpClient;
 using kvx::test::HttpReply;
-using kvx::test::RawConnection;
-using kvx::test::ServerProcess;
 using kvx::test::jsonObject;
 using kvx::test::jsonQuoted;
+using kvx::test::RawConnection;
+using kvx::test::ServerProcess;
 
 namespace {
 
@@ -44,21 +44,25 @@ bool waitFor(const std::function<bool()> &condition, milliseconds limit = millis
 
 std::string newProject(const std::string &email)
 {
-    return jsonObject({ { "service", "\"newproject\"" }, { "Type", "\"Tender\"" }, { "Name", "\"School\"" },
-        { "ProjectGUID", jsonQuoted(guid) }, { "CreatorName", "\"x\"" }, { "CreatorEmail", jsonQuoted(email) },
-        { "Email", jsonQuoted(email) }, { "Amount", "\"\"" }, { "ProjectState", "0" } });
+    return jsonObject({ { "service", "\"newproject\"" }, { "Type", "\"Tender\"" },
+        { "Name", "\"School\"" }, { "ProjectGUID", jsonQuoted(guid) }, { "CreatorName", "\"x\"" },
+        { "CreatorEmail", jsonQuoted(email) }, { "Email", jsonQuoted(email) }, { "Amount", "\"\"" },
+        { "ProjectState", "0" } });
 }
 
 std::string logLock(const std::string &email, bool release)
 {
     return jsonObject({ { "service", "\"loglock\"" }, { "Email", jsonQuoted(email) },
-        { "ProjectGUID", jsonQuoted(guid) }, { "LogVersion", "-1" }, { "ReleaseLock", release ? "true" : "false" } });
+        { "ProjectGUID", jsonQuoted(guid) }, { "LogVersion", "-1" },
+        { "ReleaseLock", release ? "true" : "false" } });
 }
 
 /// Two sessions of one administrator; the first holds the log lock of a project.
 struct LockedProject {
     explicit LockedProject(ServerProcess &server)
-        : holder(server.url()), waiter(server.url()), email(server.adminEmail())
+        : holder(server.url())
+        , waiter(server.url())
+        , email(server.adminEmail())
     {
         EXPECT_EQ(holder.login(email, server.adminPassword(), "one").statusCode(), 1);
         EXPECT_EQ(waiter.login(email, server.adminPassword(), "two").statusCode(), 1);
@@ -119,7 +123,8 @@ TEST(ServerStop, AnUploadOnItsWayIsLetIn)
     };
     ASSERT_TRUE(waitFor(temporary));
     server.signal(SIGTERM);
-    ASSERT_TRUE(waitFor([&] { return server.logText().find("info stopping") != std::string::npos; }));
+    ASSERT_TRUE(
+        waitFor([&] { return server.logText().find("info stopping") != std::string::npos; }));
     upload.send(tail);
     EXPECT_NE(upload.readAll().find("\"statuscode\":1"), std::string::npos);
     EXPECT_EQ(server.waitForEnd(), 0);
@@ -148,7 +153,11 @@ TEST(ServerHeldReplies, ComeWhenTheHolderLogsOut)
     HttpReply held;
     std::thread waiting([&] { held = project.waiter.post(logLock(project.email, false)); });
     std::this_thread::sleep_for(milliseconds(300));
-    EXPECT_EQ(project.holder.post(jsonObject({ { "service", "\"logout\"" }, { "Email", jsonQuoted(project.email) } })).statusCode(), 1);
+    EXPECT_EQ(project.holder
+                  .post(jsonObject(
+                      { { "service", "\"logout\"" }, { "Email", jsonQuoted(project.email) } }))
+                  .statusCode(),
+        1);
     waiting.join();
     EXPECT_EQ(held.member("Lock"), "1") << held.body;
 }
@@ -160,13 +169,15 @@ TEST(ServerHeldReplies, TakeNoLockForAClientThatHasGone)
     {
         RawConnection gone(server.host(), server.port());
         const std::string body = logLock(project.email, false);
-        gone.send("POST /kvx/service HTTP/1.1\r\nHost: a\r\nCookie: kvxsid=" + project.waiter.cookie()
-            + "\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+        gone.send("POST /kvx/service HTTP/1.1\r\nHost: a\r\nCookie: kvxsid="
+            + project.waiter.cookie() + "\r\nContent-Type: application/json\r\nContent-Length: "
+            + std::to_string(body.size()) + "\r\n\r\n" + body);
         std::this_thread::sleep_for(milliseconds(300));
     }
     std::this_thread::sleep_for(milliseconds(200));
     EXPECT_EQ(project.holder.post(logLock(project.email, true)).member("Lock"), "0");
-    EXPECT_EQ(project.holder.post(logLock(project.email, false)).member("Lock"), "1") << "nobody else has it";
+    EXPECT_EQ(project.holder.post(logLock(project.email, false)).member("Lock"), "1")
+        << "nobody else has it";
 }
 
 TEST(ServerHeldReplies, HoldManyAtATimeWhileOthersAreServed)
@@ -179,8 +190,9 @@ TEST(ServerHeldReplies, HoldManyAtATimeWhileOthersAreServed)
     std::vector<std::unique_ptr<RawConnection>> held;
     for (int i = 0; i < 200; ++i) {
         held.push_back(std::make_unique<RawConnection>(server.host(), server.port()));
-        held.back()->send("POST /kvx/service HTTP/1.1\r\nHost: a\r\nCookie: kvxsid=" + project.waiter.cookie()
-            + "\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+        held.back()->send("POST /kvx/service HTTP/1.1\r\nHost: a\r\nCookie: kvxsid="
+            + project.waiter.cookie() + "\r\nContent-Type: application/json\r\nContent-Length: "
+            + std::to_string(body.size()) + "\r\n\r\n" + body);
     }
     const auto begin = Steady::now();
     for (int i = 0; i < 50; ++i)
@@ -193,8 +205,8 @@ TEST(ServerHeldReplies, HoldManyAtATimeWhileOthersAreServed)
 TEST(ServerStart, ASecondServerOnTheSameDataIsRefused)
 {
     ServerProcess server;
-    const CommandResult second = ServerProcess::run({ "serve", "--data", server.dataFolder(), "--listen",
-        "127.0.0.1:0", "--admin.listen", "127.0.0.1:0" });
+    const CommandResult second = ServerProcess::run({ "serve", "--data", server.dataFolder(),
+        "--listen", "127.0.0.1:0", "--admin.listen", "127.0.0.1:0" });
     EXPECT_EQ(second.exitCode, 3);
     EXPECT_NE(second.err.find("another server runs on"), std::string::npos) << second.err;
     HttpClient client(server.url());
@@ -208,8 +220,9 @@ TEST(ServerStart, AnAddressInUseIsNamed)
     options.start = false;
     ServerProcess other(options);
     const std::string address = "127.0.0.1:" + std::to_string(server.port());
-    const CommandResult result = ServerProcess::run({ "serve", "--data", other.dataFolder(), "--listen", address,
-        "--admin.listen", "127.0.0.1:0", "--broker.url", "tcp://127.0.0.1:1" });
+    const CommandResult result
+        = ServerProcess::run({ "serve", "--data", other.dataFolder(), "--listen", address,
+            "--admin.listen", "127.0.0.1:0", "--broker.url", "tcp://127.0.0.1:1" });
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_NE(result.err.find(address), std::string::npos) << result.err;
 }
@@ -263,7 +276,9 @@ TEST_F(ServerSchema, AnOlderSchemaIsRaisedStepByStep)
 {
     const std::vector<Migration> first { { 1, "one", "CREATE TABLE a (x INTEGER);\n" } };
     std::vector<Migration> both = first;
-    both.push_back({ 2, "two", "-- why; with a semicolon\nCREATE TABLE b (\n    x INTEGER\n);\nINSERT INTO a (x)\nVALUES (7);\n" });
+    both.push_back({ 2, "two",
+        "-- why; with a semicolon\nCREATE TABLE b (\n    x INTEGER\n);\nINSERT INTO a (x)\nVALUES "
+        "(7);\n" });
     Db db(file, Db::Mode::Create);
     EXPECT_EQ(kvx::server::migrate(db, 1, first), 1);
     EXPECT_EQ(kvx::server::migrate(db, 1, both), 1);
@@ -291,7 +306,9 @@ TEST_F(ServerSchema, ANewerSchemaStopsTheStart)
     }
     const CommandResult serve = server->command({ "serve" });
     EXPECT_EQ(serve.exitCode, 3);
-    EXPECT_NE(serve.err.find("the schema of a newer program (step 999 \"later\")"), std::string::npos) << serve.err;
+    EXPECT_NE(
+        serve.err.find("the schema of a newer program (step 999 \"later\")"), std::string::npos)
+        << serve.err;
     EXPECT_EQ(server->command({ "user", "list" }).exitCode, 3);
 }
 
@@ -304,13 +321,16 @@ TEST_F(ServerSchema, AStepWithAnotherTextStopsTheStart)
     }
     const CommandResult serve = server->command({ "serve" });
     EXPECT_EQ(serve.exitCode, 3);
-    EXPECT_NE(serve.err.find("step 1 \"schema\" of the database's schema is not the one"), std::string::npos) << serve.err;
+    EXPECT_NE(serve.err.find("step 1 \"schema\" of the database's schema is not the one"),
+        std::string::npos)
+        << serve.err;
 }
 
 TEST_F(ServerSchema, MigrateSaysWhatItWouldDoAndDoesIt)
 {
     ASSERT_EQ(server->command({ "init" }).exitCode, 0);
-    EXPECT_NE(server->command({ "migrate", "--dry-run" }).out.find("up to date"), std::string::npos);
+    EXPECT_NE(
+        server->command({ "migrate", "--dry-run" }).out.find("up to date"), std::string::npos);
     EXPECT_EQ(server->command({ "migrate", "--json" }).out, "{\"ok\":true,\"steps\":[]}\n");
 }
 

@@ -7,9 +7,9 @@
 
 using kvx::test::HttpClient;
 using kvx::test::HttpReply;
-using kvx::test::ServerProcess;
 using kvx::test::jsonObject;
 using kvx::test::jsonQuoted;
+using kvx::test::ServerProcess;
 
 namespace {
 
@@ -123,8 +123,8 @@ TEST_F(ServerLogin, EveryLoginMakesANewTokenAndEndsTheOnePresented)
 TEST_F(ServerLogin, ATokenMadeUpOpensNothing)
 {
     HttpClient client(server->url());
-    for (const std::string &token : { std::string("x"), std::string(43, 'A'), std::string(5000, 'A'),
-             std::string("' OR 1=1 --"), std::string("%00") }) {
+    for (const std::string &token : { std::string("x"), std::string(43, 'A'),
+             std::string(5000, 'A'), std::string("' OR 1=1 --"), std::string("%00") }) {
         client.setCookie(token);
         EXPECT_EQ(client.post(getRoles).statusCode(), 2) << token.substr(0, 20);
     }
@@ -136,7 +136,10 @@ TEST_F(ServerLogin, TheLongestIdleSessionMakesRoom)
     std::vector<std::unique_ptr<HttpClient>> clients;
     for (int i = 0; i < 4; ++i) {
         clients.push_back(std::make_unique<HttpClient>(server->url()));
-        ASSERT_EQ(clients.back()->login("many@example.com", "pw", "device-" + std::to_string(i)).statusCode(), 1);
+        ASSERT_EQ(clients.back()
+                      ->login("many@example.com", "pw", "device-" + std::to_string(i))
+                      .statusCode(),
+            1);
     }
     EXPECT_EQ(clients[0]->post(getRoles).statusCode(), 2);
     for (std::size_t i = 1; i < 4; ++i)
@@ -151,7 +154,8 @@ TEST_F(ServerLogin, WrongPasswordsCountDownAndThenNoneIsLookedAt)
         const HttpReply reply = client.login("throttled@example.com", "wrong");
         EXPECT_EQ(reply.statusCode(), 235);
         EXPECT_EQ(reply.member("leftcount"), left);
-        EXPECT_EQ(reply.member("message"), std::string("E-mail or password is wrong. Tries left: ") + left + ".");
+        EXPECT_EQ(reply.member("message"),
+            std::string("E-mail or password is wrong. Tries left: ") + left + ".");
     }
     const HttpReply locked = client.login("throttled@example.com", "right");
     EXPECT_EQ(locked.statusCode(), 235) << "the right one does not help any more";
@@ -159,8 +163,10 @@ TEST_F(ServerLogin, WrongPasswordsCountDownAndThenNoneIsLookedAt)
     server->kill();
     server->start();
     HttpClient later(server->url());
-    EXPECT_EQ(later.login("throttled@example.com", "right").statusCode(), 235) << "the count survives";
-    EXPECT_EQ(later.login("ben@example.com", "ben's password").statusCode(), 1) << "others are not hindered";
+    EXPECT_EQ(later.login("throttled@example.com", "right").statusCode(), 235)
+        << "the count survives";
+    EXPECT_EQ(later.login("ben@example.com", "ben's password").statusCode(), 1)
+        << "others are not hindered";
 }
 
 TEST_F(ServerLogin, UnknownAccountsCountAlike)
@@ -230,8 +236,9 @@ TEST_F(ServerLogin, AnApiOfAnotherMajorNumberIsTooOld)
 {
     HttpClient client(server->url());
     const auto login = [&client](const std::string &api) {
-        return client.post(jsonObject({ { "service", "\"login\"" }, { "Email", "\"ben@example.com\"" },
-            { "Password", "\"ben's password\"" }, { "Version", "\"\"" }, { "FingerPrint", "\"\"" },
+        return client.post(jsonObject({ { "service", "\"login\"" },
+            { "Email", "\"ben@example.com\"" }, { "Password", "\"ben's password\"" },
+            { "Version", "\"\"" }, { "FingerPrint", "\"\"" },
             { "serverApiVersion", jsonQuoted(api) }, { "productType", "\"\"" } }));
     };
     EXPECT_EQ(login("").statusCode(), 1);
@@ -245,8 +252,8 @@ TEST_F(ServerLogin, AnApiOfAnotherMajorNumberIsTooOld)
 TEST_F(ServerLogin, TheProductVersionIsOnesOwnToSetOrAnAdministrators)
 {
     const auto set = [](const std::string &email, const std::string &version) {
-        return jsonObject({ { "service", "\"updateuserproductversion\"" }, { "Email", jsonQuoted(email) },
-            { "UserProductVersion", version } });
+        return jsonObject({ { "service", "\"updateuserproductversion\"" },
+            { "Email", jsonQuoted(email) }, { "UserProductVersion", version } });
     };
     HttpClient ben(server->url());
     ben.login("ben@example.com", "ben's password");
@@ -271,12 +278,14 @@ TEST_F(ServerLogin, RolesComeInOrderWithTheirUsersAndWithoutSecrets)
     const HttpReply reply = client.post(getRoles);
     std::size_t last = 0;
     for (const char *name : { "Administrator", "Chief estimator", "Estimator", "Reviewer" }) {
-        const std::size_t at = reply.body.find("\"Name\":" + jsonQuoted(name) + ",\"AllProjectReadWrite\":");
+        const std::size_t at
+            = reply.body.find("\"Name\":" + jsonQuoted(name) + ",\"AllProjectReadWrite\":");
         ASSERT_NE(at, std::string::npos) << name;
         EXPECT_GT(at, last);
         last = at;
     }
-    EXPECT_NE(reply.body.find(R"({"Name":"Anna Weiss","Email":"anna@example.com","UserProductVersion":0})"),
+    EXPECT_NE(reply.body.find(
+                  R"({"Name":"Anna Weiss","Email":"anna@example.com","UserProductVersion":0})"),
         std::string::npos);
     EXPECT_EQ(reply.body.find("argon2"), std::string::npos);
 }
@@ -333,9 +342,11 @@ TEST(ServerSessions, ForeignProductsAreNotServed)
     ServerProcess server(options);
     HttpClient client(server.url());
     const auto login = [&](const std::string &product) {
-        return client.post(jsonObject({ { "service", "\"login\"" }, { "Email", jsonQuoted(server.adminEmail()) },
-            { "Password", jsonQuoted(server.adminPassword()) }, { "Version", "\"\"" }, { "FingerPrint", "\"\"" },
-            { "serverApiVersion", "\"\"" }, { "productType", jsonQuoted(product) } }));
+        return client.post(
+            jsonObject({ { "service", "\"login\"" }, { "Email", jsonQuoted(server.adminEmail()) },
+                { "Password", jsonQuoted(server.adminPassword()) }, { "Version", "\"\"" },
+                { "FingerPrint", "\"\"" }, { "serverApiVersion", "\"\"" },
+                { "productType", jsonQuoted(product) } }));
     };
     EXPECT_EQ(login("Tendering").statusCode(), 1);
     const HttpReply refused = login("Other");

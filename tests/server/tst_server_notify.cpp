@@ -37,14 +37,19 @@ void awaitBroker(const ServerProcess &server)
 
 void toggleRole(const ServerProcess &server, bool assign)
 {
-    ASSERT_EQ(server.command({ "role", assign ? "assign" : "unassign", "Reviewer", "admin@localhost" }).exitCode, 0);
+    ASSERT_EQ(
+        server.command({ "role", assign ? "assign" : "unassign", "Reviewer", "admin@localhost" })
+            .exitCode,
+        0);
 }
 
 std::int64_t number(const std::string &text)
 {
     rapidjson::Document message;
     message.Parse(text.c_str());
-    return message.IsObject() && message.HasMember("notifymsg_seq") ? message["notifymsg_seq"].GetInt64() : -1;
+    return message.IsObject() && message.HasMember("notifymsg_seq")
+        ? message["notifymsg_seq"].GetInt64()
+        : -1;
 }
 
 void awaitNumber(TopicListener &listener, std::int64_t last)
@@ -85,7 +90,8 @@ TEST(ServerNotifications, ABrokerThatIsAwayDelaysThemAndLosesNone)
     for (int i = 0; i < 4; ++i)
         toggleRole(server, i % 2 == 0);
     HttpClient client(server.url());
-    EXPECT_EQ(client.login(server.adminEmail(), server.adminPassword()).statusCode(), 1) << "HTTP work goes on";
+    EXPECT_EQ(client.login(server.adminEmail(), server.adminPassword()).statusCode(), 1)
+        << "HTTP work goes on";
     const auto listenerOwner = restartUnseen(broker, server);
     const auto heard = listenerOwner->await(4);
     std::set<std::int64_t> numbers;

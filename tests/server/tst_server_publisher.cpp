@@ -24,14 +24,17 @@ protected:
     ServerPublisher()
     {
         const char *base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base && *base ? base : P_tmpdir) + "/kvx-publisher-XXXXXX";
+        std::string pattern
+            = std::string(base && *base ? base : P_tmpdir) + "/kvx-publisher-XXXXXX";
         folder = mkdtemp(pattern.data());
         config.brokerUrl = broker.uri();
         db = std::make_unique<Db>(folder + "/x.sqlite", Db::Mode::Create);
         migrate(*db, 1);
-        db->run("INSERT INTO users (id, email, name, password, created) VALUES (1, 'a@b', 'A', 'x', 0)");
+        db->run("INSERT INTO users (id, email, name, password, created) VALUES (1, 'a@b', 'A', "
+                "'x', 0)");
         for (const char *id : { "1", "2" })
-            db->run("INSERT INTO project (id, guid, guid_key, name, name_key, kind, creator_id, created, editor_id, modified) "
+            db->run("INSERT INTO project (id, guid, guid_key, name, name_key, kind, creator_id, "
+                    "created, editor_id, modified) "
                     "VALUES (:id, :guid, :key, 'n', 'n', 'Tender', 1, 0, 1, 0)",
                 { { "id", std::atoi(id) }, { "guid", id }, { "key", id } });
         pool = std::make_unique<DbPool>(folder + "/x.sqlite", 1);
@@ -47,14 +50,17 @@ protected:
     void start()
     {
         publisher = std::make_unique<Publisher>(config, clock, *pool,
-            [](Db &, Time, std::int64_t project, const std::string &command) -> std::optional<std::string> {
+            [](Db &, Time, std::int64_t project,
+                const std::string &command) -> std::optional<std::string> {
                 if (project == 2)
                     return std::nullopt; // removed meanwhile
                 const std::string record = "{\"ProjectGUID\":\"" + std::to_string(project) + "\"}";
-                return command.empty() ? record : "{\"Command\":\"" + command + "\"," + record.substr(1);
+                return command.empty() ? record
+                                       : "{\"Command\":\"" + command + "\"," + record.substr(1);
             });
     }
-    void announce(const std::string &command, std::int64_t project, Time at, const std::string &content = {})
+    void announce(
+        const std::string &command, std::int64_t project, Time at, const std::string &content = {})
     {
         Transaction transaction(*db, Transaction::Kind::Write);
         addAnnouncement(*db, at, { projectType, command, content, project, {}, "a@b" });
@@ -64,8 +70,10 @@ protected:
     }
     static std::string message(int number, const std::string &command, const std::string &content)
     {
-        return "{\"notifymsg_type\":\"notifymsg_projectlist\",\"notifymsg_from\":\"a@b\",\"notifymsg_to\":\"\","
-               "\"notifymsg_seq\":" + std::to_string(number) + ",\"Command\":\"" + command
+        return "{\"notifymsg_type\":\"notifymsg_projectlist\",\"notifymsg_from\":\"a@b\","
+               "\"notifymsg_to\":\"\","
+               "\"notifymsg_seq\":"
+            + std::to_string(number) + ",\"Command\":\"" + command
             + "\",\"notifymsg_content\":" + content + '}';
     }
     bool awaitAllMarked()
@@ -149,7 +157,8 @@ TEST_F(ServerPublisher, AProjectsMessagesKeepTheOrderOfTheirCommits)
     const auto heard = listener.await(300);
     ASSERT_EQ(heard.size(), 300U);
     for (int i = 0; i < 300; ++i)
-        EXPECT_EQ(heard[static_cast<std::size_t>(i)], message(i + 1, "Save", "{\"n\":" + std::to_string(i) + "}"));
+        EXPECT_EQ(heard[static_cast<std::size_t>(i)],
+            message(i + 1, "Save", "{\"n\":" + std::to_string(i) + "}"));
     EXPECT_TRUE(awaitAllMarked());
 }
 
@@ -164,7 +173,8 @@ TEST_F(ServerPublisher, ALongPermissionArrayIsSplitIntoNumberedMessages)
     const auto heard = listener.await(4);
     ASSERT_EQ(heard.size(), 4U);
     for (int i = 0; i < 3; ++i)
-        EXPECT_TRUE(heard[static_cast<std::size_t>(i)] == message(i + 1, "PermissionChanged", "[" + record + "]"));
+        EXPECT_TRUE(heard[static_cast<std::size_t>(i)]
+            == message(i + 1, "PermissionChanged", "[" + record + "]"));
     EXPECT_EQ(heard[3], message(4, "Save", "{}"));
 }
 

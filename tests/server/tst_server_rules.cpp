@@ -14,9 +14,9 @@
 using kvx::server::Db;
 using kvx::test::HttpClient;
 using kvx::test::HttpReply;
-using kvx::test::ServerProcess;
 using kvx::test::jsonObject;
 using kvx::test::jsonQuoted;
+using kvx::test::ServerProcess;
 
 namespace {
 
@@ -33,21 +33,23 @@ std::string guid(int n)
 std::string newProject(const std::string &email, int n)
 {
     return jsonObject({ { "service", "\"newproject\"" }, { "Type", "\"Tender\"" },
-        { "Name", jsonQuoted("Project " + std::to_string(n)) }, { "ProjectGUID", jsonQuoted(guid(n)) },
-        { "CreatorName", "\"x\"" }, { "CreatorEmail", jsonQuoted(email) }, { "Email", jsonQuoted(email) },
-        { "Amount", "\"\"" }, { "ProjectState", "0" } });
+        { "Name", jsonQuoted("Project " + std::to_string(n)) },
+        { "ProjectGUID", jsonQuoted(guid(n)) }, { "CreatorName", "\"x\"" },
+        { "CreatorEmail", jsonQuoted(email) }, { "Email", jsonQuoted(email) }, { "Amount", "\"\"" },
+        { "ProjectState", "0" } });
 }
 
 std::string logLock(const std::string &email, int n)
 {
     return jsonObject({ { "service", "\"loglock\"" }, { "Email", jsonQuoted(email) },
-        { "ProjectGUID", jsonQuoted(guid(n)) }, { "LogVersion", "-1" }, { "ReleaseLock", "false" } });
+        { "ProjectGUID", jsonQuoted(guid(n)) }, { "LogVersion", "-1" },
+        { "ReleaseLock", "false" } });
 }
 
 std::string productVersion(const std::string &email, int version)
 {
-    return jsonObject({ { "service", "\"updateuserproductversion\"" }, { "Email", jsonQuoted(email) },
-        { "UserProductVersion", std::to_string(version) } });
+    return jsonObject({ { "service", "\"updateuserproductversion\"" },
+        { "Email", jsonQuoted(email) }, { "UserProductVersion", std::to_string(version) } });
 }
 
 TEST(ServerRules, InMaintenanceReadingWorksAndChangingDoesNot)
@@ -62,7 +64,11 @@ TEST(ServerRules, InMaintenanceReadingWorksAndChangingDoesNot)
     EXPECT_EQ(client.post(productVersion(server.adminEmail(), 1)).statusCode(), 104);
     EXPECT_EQ(client.post(newProject(server.adminEmail(), 1)).statusCode(), 104);
     EXPECT_EQ(client.post("{\"service\":\"getroles\"}").statusCode(), 1);
-    EXPECT_EQ(client.post(jsonObject({ { "service", "\"logout\"" }, { "Email", jsonQuoted(server.adminEmail()) } })).statusCode(), 1);
+    EXPECT_EQ(client
+                  .post(jsonObject({ { "service", "\"logout\"" },
+                      { "Email", jsonQuoted(server.adminEmail()) } }))
+                  .statusCode(),
+        1);
     EXPECT_EQ(client.login(server.adminEmail(), server.adminPassword()).statusCode(), 1);
 }
 
@@ -72,7 +78,8 @@ TEST(ServerRules, SessionsThatAllHoldALockLeaveNoRoom)
     std::vector<std::unique_ptr<HttpClient>> clients;
     for (int i = 0; i < 3; ++i) {
         clients.push_back(std::make_unique<HttpClient>(server.url()));
-        ASSERT_EQ(clients.back()->login(server.adminEmail(), server.adminPassword()).statusCode(), 1);
+        ASSERT_EQ(
+            clients.back()->login(server.adminEmail(), server.adminPassword()).statusCode(), 1);
         ASSERT_EQ(clients.back()->post(newProject(server.adminEmail(), i)).statusCode(), 1);
         ASSERT_EQ(clients.back()->post(logLock(server.adminEmail(), i)).member("Lock"), "1");
     }
@@ -105,9 +112,13 @@ TEST(ServerRules, AnAddressIsBelievedOnlyFromATrustedProxy)
     ServerProcess other;
     const auto left = [](ServerProcess &server, const std::string &forwarded) {
         HttpClient client(server.url());
-        return client.postTo("/kvx/service", jsonObject({ { "service", "\"login\"" }, { "Email", "\"ghost@b\"" },
-            { "Password", "\"x\"" }, { "Version", "\"\"" }, { "FingerPrint", "\"\"" }, { "serverApiVersion", "\"\"" },
-            { "productType", "\"\"" } }), "application/json", { "X-Forwarded-For: " + forwarded }).member("leftcount");
+        return client
+            .postTo("/kvx/service",
+                jsonObject({ { "service", "\"login\"" }, { "Email", "\"ghost@b\"" },
+                    { "Password", "\"x\"" }, { "Version", "\"\"" }, { "FingerPrint", "\"\"" },
+                    { "serverApiVersion", "\"\"" }, { "productType", "\"\"" } }),
+                "application/json", { "X-Forwarded-For: " + forwarded })
+            .member("leftcount");
     };
     EXPECT_EQ(left(trusting, "10.0.0.1"), "4");
     EXPECT_EQ(left(trusting, "10.0.0.2"), "4");
@@ -141,7 +152,8 @@ TEST(ServerRules, TheJanitorClearsWhatIsOver)
     ASSERT_EQ(client.login(server.adminEmail(), server.adminPassword()).statusCode(), 1);
     Db db(databaseOf(server));
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (db.value<int>("SELECT count(*) FROM session") != 0 && std::chrono::steady_clock::now() < end)
+    while (db.value<int>("SELECT count(*) FROM session") != 0
+        && std::chrono::steady_clock::now() < end)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_EQ(db.value<int>("SELECT count(*) FROM session"), 0);
     EXPECT_GT(std::stoll(kvx::server::metaValue(db, "clock").value_or("0")), 1'600'000'000'000);
@@ -171,8 +183,8 @@ TEST(ServerRules, ALogFileThatCannotBeWrittenStopsTheStart)
     ServerProcess::Options options;
     options.start = false;
     const ServerProcess server(options);
-    const auto result = server.command({ "serve", "--check", "--log.file", server.folder() + "/none/own.log",
-        "--admin-password-file", server.folder() + "/pw" });
+    const auto result = server.command({ "serve", "--check", "--log.file",
+        server.folder() + "/none/own.log", "--admin-password-file", server.folder() + "/pw" });
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_NE(result.err.find("log.file: "), std::string::npos) << result.err;
 }
@@ -191,7 +203,9 @@ TEST(ServerRules, FailuresInTheDatabaseAreFaultsWithoutDetails)
     EXPECT_EQ(reply.statusCode(), 0);
     EXPECT_EQ(reply.body.find("role"), std::string::npos) << reply.body;
     EXPECT_NE(reply.member("message").find(reply.header("kvx-request")), std::string::npos);
-    EXPECT_NE(server.logText().find("id=" + reply.header("kvx-request") + " service=getroles cause="), std::string::npos);
+    EXPECT_NE(
+        server.logText().find("id=" + reply.header("kvx-request") + " service=getroles cause="),
+        std::string::npos);
     {
         Db db(databaseOf(server));
         db.execute("ALTER TABLE role_hidden RENAME TO role");

@@ -42,8 +42,10 @@ protected:
     std::string file() const { return folder + "/x.sqlite"; }
     std::int64_t project(std::int64_t id, std::int64_t creator)
     {
-        db->run("INSERT INTO project (id, guid, guid_key, name, name_key, live_name_key, kind, creator_id, created, "
-                "editor_id, modified) VALUES (:id, :guid, :key, 'n', 'n', :live, 'Tender', :creator, 0, :editor, 0)",
+        db->run("INSERT INTO project (id, guid, guid_key, name, name_key, live_name_key, kind, "
+                "creator_id, created, "
+                "editor_id, modified) VALUES (:id, :guid, :key, 'n', 'n', :live, 'Tender', "
+                ":creator, 0, :editor, 0)",
             { { "id", id }, { "guid", std::to_string(id) }, { "key", std::to_string(id) },
                 { "live", std::to_string(id) }, { "creator", creator }, { "editor", creator } });
         return id;
@@ -72,19 +74,25 @@ TEST_F(ServerStore, ReadsAndWritesEveryType)
     db->execute("CREATE TABLE t (a BIGINT, b TEXT, c SMALLINT)");
     const std::int64_t large = 9'007'199'254'740'993;
     const std::string text("q'\"; DROP TABLE t; --\xC3\xA4", 25);
-    EXPECT_EQ(db->run("INSERT INTO t (a, b, c) VALUES (:a, :b, :c)", { { "a", large }, { "b", text }, { "c", true } }), 1);
+    EXPECT_EQ(db->run("INSERT INTO t (a, b, c) VALUES (:a, :b, :c)",
+                  { { "a", large }, { "b", text }, { "c", true } }),
+        1);
     db->run("INSERT INTO t (a, b, c) VALUES (:a, :b, :c)",
-        { { "a", std::optional<std::int64_t>() }, { "b", std::optional<std::string>() }, { "c", false } });
-    const auto rows = db->rows<std::optional<std::int64_t>, std::optional<std::string>, bool>("SELECT a, b, c FROM t");
+        { { "a", std::optional<std::int64_t>() }, { "b", std::optional<std::string>() },
+            { "c", false } });
+    const auto rows = db->rows<std::optional<std::int64_t>, std::optional<std::string>, bool>(
+        "SELECT a, b, c FROM t");
     ASSERT_EQ(rows.size(), 2U);
     EXPECT_EQ(std::get<0>(rows[0]), large);
     EXPECT_EQ(std::get<1>(rows[0]), text);
     EXPECT_TRUE(std::get<2>(rows[0]));
     EXPECT_FALSE(std::get<0>(rows[1]));
     EXPECT_FALSE(std::get<1>(rows[1]));
-    EXPECT_THROW(db->rows<std::int64_t>("SELECT a FROM t"), DbError) << "null where none was expected";
+    EXPECT_THROW(db->rows<std::int64_t>("SELECT a FROM t"), DbError)
+        << "null where none was expected";
     EXPECT_EQ(db->value<std::int64_t>("SELECT count(*) FROM t"), 2);
-    EXPECT_EQ(db->value<std::string>("SELECT count(*) FROM t"), "2") << "the same text asked in another type";
+    EXPECT_EQ(db->value<std::string>("SELECT count(*) FROM t"), "2")
+        << "the same text asked in another type";
 }
 
 TEST_F(ServerStore, AStatementMayRunWithinItself)
@@ -93,7 +101,8 @@ TEST_F(ServerStore, AStatementMayRunWithinItself)
     for (int i = 0; i < 3; ++i)
         db->run("INSERT INTO t (a) VALUES (:a)", { { "a", i } });
     int inner = 0;
-    db->each<int>("SELECT a FROM t", {}, [&](int) { db->each<int>("SELECT a FROM t", {}, [&](int) { ++inner; }); });
+    db->each<int>("SELECT a FROM t", {},
+        [&](int) { db->each<int>("SELECT a FROM t", {}, [&](int) { ++inner; }); });
     EXPECT_EQ(inner, 9);
 }
 
@@ -101,7 +110,8 @@ TEST_F(ServerStore, ErrorsSayWhatKindTheyAre)
 {
     db->execute("CREATE TABLE t (a BIGINT PRIMARY KEY, b BIGINT NOT NULL UNIQUE)");
     db->run("INSERT INTO t (a, b) VALUES (1, 1)");
-    for (const char *sql : { "INSERT INTO t (a, b) VALUES (1, 2)", "INSERT INTO t (a, b) VALUES (2, 1)" }) {
+    for (const char *sql :
+        { "INSERT INTO t (a, b) VALUES (1, 2)", "INSERT INTO t (a, b) VALUES (2, 1)" }) {
         try {
             db->run(sql);
             FAIL();
@@ -211,27 +221,34 @@ TEST_F(ServerStore, TheEndOfASessionFreesWhatWasBoundToIt)
     const std::int64_t user = addUser(*db, 1, "a@b", "A", "x");
     const std::int64_t first = addSession(*db, config, 1, { user, "t1", "d", "a", "v", "p" });
     const std::int64_t other = addSession(*db, config, 1, { user, "t2", "d", "a", "v", "p" });
-    for (const auto &[id, session] : { std::pair(project(1, user), first), { project(2, user), other } }) {
-        db->run("UPDATE project SET lock_session = :s, lock_user = :u, lock_until = 99, lock_gen = 5, plock_session = :s2, "
+    for (const auto &[id, session] :
+        { std::pair(project(1, user), first), { project(2, user), other } }) {
+        db->run("UPDATE project SET lock_session = :s, lock_user = :u, lock_until = 99, lock_gen = "
+                "5, plock_session = :s2, "
                 "plock_user = :u2 WHERE id = :id",
             { { "s", session }, { "u", user }, { "s2", session }, { "u2", user }, { "id", id } });
-        db->run("INSERT INTO project_open (project_id, user_id, session_id, since) VALUES (:p, :u, :s, 0)",
+        db->run("INSERT INTO project_open (project_id, user_id, session_id, since) VALUES (:p, :u, "
+                ":s, 0)",
             { { "p", id }, { "u", user }, { "s", session } });
-        db->run("INSERT INTO blob (sha256, size, created) VALUES (:b, 1, 0)", { { "b", std::to_string(id) } });
+        db->run("INSERT INTO blob (sha256, size, created) VALUES (:b, 1, 0)",
+            { { "b", std::to_string(id) } });
         db->run("INSERT INTO stage (project_id, part, generation, session_id, blob, md5, size, at) "
                 "VALUES (:p, 'log', 5, :s, :b, '', 1, 0)",
             { { "p", id }, { "s", session }, { "b", std::to_string(id) } });
     }
-    db->run("INSERT INTO global_lock (type, user_id, name, email, session_id, at, until) VALUES (1, :u, '', '', :s, 0, 9)",
+    db->run("INSERT INTO global_lock (type, user_id, name, email, session_id, at, until) VALUES "
+            "(1, :u, '', '', :s, 0, 9)",
         { { "u", user }, { "s", first } });
-    db->run("INSERT INTO global_lock (type, user_id, name, email, session_id, at, until) VALUES (2, :u, '', '', NULL, 0, 9)",
+    db->run("INSERT INTO global_lock (type, user_id, name, email, session_id, at, until) VALUES "
+            "(2, :u, '', '', NULL, 0, 9)",
         { { "u", user } });
 
     EXPECT_EQ(endSession(*db, first).unlockedProjects, std::vector<std::int64_t> { 1 });
     EXPECT_EQ(db->value<int>("SELECT count(*) FROM session"), 1);
     EXPECT_EQ(db->value<int>("SELECT count(*) FROM project WHERE lock_session IS NOT NULL"), 1);
     EXPECT_EQ(db->value<int>("SELECT count(*) FROM project WHERE plock_session IS NOT NULL"), 1);
-    EXPECT_EQ(db->value<int>("SELECT lock_gen FROM project WHERE id = 1"), 5) << "the next holder raises it";
+    EXPECT_EQ(db->value<int>("SELECT lock_gen FROM project WHERE id = 1"), 5)
+        << "the next holder raises it";
     EXPECT_EQ(db->value<int>("SELECT project_id FROM project_open"), 2);
     EXPECT_EQ(db->value<int>("SELECT project_id FROM stage"), 2);
     EXPECT_EQ(db->value<int>("SELECT type FROM global_lock"), 2) << "a lock without the flag stays";
@@ -250,7 +267,8 @@ TEST_F(ServerStore, ASessionThatHoldsALogLockOutlivesItsAbsoluteEnd)
     touchSession(*db, config, late, session);
     EXPECT_FALSE(findSession(*db, config, late, "t"));
     EXPECT_EQ(expiredSessions(*db, config, late, 9).size(), 1U);
-    db->run("UPDATE project SET lock_session = :s, lock_until = :t WHERE id = 1", { { "s", session }, { "t", late + 1 } });
+    db->run("UPDATE project SET lock_session = :s, lock_until = :t WHERE id = 1",
+        { { "s", session }, { "t", late + 1 } });
     EXPECT_TRUE(findSession(*db, config, late, "t"));
     EXPECT_TRUE(expiredSessions(*db, config, late, 9).empty());
     EXPECT_EQ(longestIdleSession(*db, user), std::nullopt) << "nor is it ended to make room";
@@ -270,7 +288,8 @@ TEST_F(ServerStore, ATouchIsRareAndRenewsLeases)
     EXPECT_FALSE(isTouchDue(config, 1000 + 29 * second, *row));
     EXPECT_TRUE(isTouchDue(config, 1000 + 31 * second, *row)) << "less than 90 s are left";
     touchSession(*db, config, 1000 + 31 * second, session);
-    EXPECT_EQ(db->value<Time>("SELECT lock_until FROM project WHERE id = 1"), 1000 + 31 * second + config.lockLease);
+    EXPECT_EQ(db->value<Time>("SELECT lock_until FROM project WHERE id = 1"),
+        1000 + 31 * second + config.lockLease);
 }
 
 TEST_F(ServerStore, ATokenIsStoredOnlyAsItsDigest)
@@ -313,7 +332,8 @@ TEST_F(ServerStore, TheAuditChainShowsAnAlteredRow)
     addAudit(*db, 1, 5, entry);
     addAudit(*db, 1, 5, entry);
     addAudit(*db, 2, 5, entry);
-    const auto chains = db->rows<std::string>("SELECT chain FROM audit ORDER BY process_id, number");
+    const auto chains
+        = db->rows<std::string>("SELECT chain FROM audit ORDER BY process_id, number");
     ASSERT_EQ(chains.size(), 3U);
     EXPECT_NE(chains[0], chains[1]) << "each link depends on the one before";
     EXPECT_EQ(db->value<int>("SELECT max(number) FROM audit WHERE process_id = 1"), 2);
@@ -348,7 +368,8 @@ TEST(ServerHeld, AreTakenInTheOrderOfTheirNumbersAndEndInTime)
     const auto second = held.takeNumber();
     held.hold("a", 0, second, later, std::make_shared<int>(2));
     held.hold("a", 0, first, later, std::make_shared<int>(1));
-    held.hold("b", 0, held.takeNumber(), std::chrono::steady_clock::now() + std::chrono::milliseconds(20), std::make_shared<int>(3));
+    held.hold("b", 0, held.takeNumber(),
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(20), std::make_shared<int>(3));
     held.hold("c", 0, held.takeNumber(), later, std::make_shared<int>(4));
     const auto taken = held.take("a");
     ASSERT_EQ(taken.size(), 2U);
@@ -356,7 +377,8 @@ TEST(ServerHeld, AreTakenInTheOrderOfTheirNumbersAndEndInTime)
     EXPECT_EQ(*taken[1], 2);
     EXPECT_TRUE(held.take("a").empty());
     std::unique_lock<std::mutex> lock(mutex);
-    EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds(10), [&] { return over == std::vector<int> { 3 }; }));
+    EXPECT_TRUE(changed.wait_for(
+        lock, std::chrono::seconds(10), [&] { return over == std::vector<int> { 3 }; }));
     lock.unlock();
     held.releaseAll();
     held.hold("d", 0, held.takeNumber(), later, std::make_shared<int>(5));

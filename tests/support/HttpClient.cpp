@@ -89,7 +89,8 @@ struct HttpClient::State {
     curl_mime *form = nullptr;
 };
 
-HttpClient::HttpClient(std::string url) : m_state(std::make_unique<State>())
+HttpClient::HttpClient(std::string url)
+    : m_state(std::make_unique<State>())
 {
     static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
     m_state->url = std::move(url);
@@ -170,7 +171,8 @@ HttpReply HttpClient::uploadFile(const std::string &requestJson, const std::stri
     return reply;
 }
 
-HttpReply HttpClient::download(const std::string &requestJson, const std::vector<std::string> &headers)
+HttpReply HttpClient::download(
+    const std::string &requestJson, const std::vector<std::string> &headers)
 {
     return postTo("/kvx/service", requestJson, "application/json", headers);
 }
@@ -255,7 +257,8 @@ bool RawConnection::send(const std::string &bytes)
 {
     std::size_t sent = 0;
     while (sent < bytes.size()) {
-        const ssize_t count = ::send(m_socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        const ssize_t count
+            = ::send(m_socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
         if (count <= 0)
             return false;
         sent += static_cast<std::size_t>(count);

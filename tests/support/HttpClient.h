@@ -15,7 +15,8 @@ struct HttpReply {
     std::map<std::string, std::string> headers;
     std::string body;
 
-    /// The body, or of a download the header "Kvx-Reply", is a JSON object: its "statuscode", else -1.
+    /// The body, or of a download the header "Kvx-Reply", is a JSON object: its "statuscode", else
+    /// -1.
     int statusCode() const;
     /// A member of that object: text as it is, numbers and flags as JSON, objects and arrays as
     /// compact JSON; empty when it is missing.
@@ -36,7 +37,8 @@ public:
     /// POST of JSON text to /kvx/service.
     HttpReply post(const std::string &json);
     HttpReply postTo(const std::string &path, const std::string &body,
-        const std::string &contentType = "application/json", const std::vector<std::string> &headers = {});
+        const std::string &contentType = "application/json",
+        const std::vector<std::string> &headers = {});
     HttpReply get(const std::string &path, const std::vector<std::string> &headers = {});
 
     /// The form of an upload: request part, then the file's bytes.
@@ -44,7 +46,8 @@ public:
     /// The same from a file, as a stream.
     HttpReply uploadFile(const std::string &requestJson, const std::string &path);
     /// POST whose reply may be a file.
-    HttpReply download(const std::string &requestJson, const std::vector<std::string> &headers = {});
+    HttpReply download(
+        const std::string &requestJson, const std::vector<std::string> &headers = {});
 
     /// "login" with the usual keys; the reply.
     HttpReply login(const std::string &email, const std::string &password,

@@ -74,9 +74,13 @@ int exitCodeOf(int status)
 
 } // namespace
 
-ServerProcess::ServerProcess() : ServerProcess(Options {}) {}
+ServerProcess::ServerProcess()
+    : ServerProcess(Options {})
+{
+}
 
-ServerProcess::ServerProcess(Options options) : m_options(std::move(options))
+ServerProcess::ServerProcess(Options options)
+    : m_options(std::move(options))
 {
     const char *base = std::getenv("TMPDIR");
     std::string pattern = std::string(base && *base ? base : P_tmpdir) + "/kvx-server-XXXXXX";
@@ -119,7 +123,8 @@ std::string ServerProcess::logText() const
 
 std::vector<std::string> ServerProcess::settingArguments() const
 {
-    std::map<std::string, std::string> settings { { "data", dataFolder() }, { "disk.reserve", "1MiB" },
+    std::map<std::string, std::string> settings { { "data", dataFolder() },
+        { "disk.reserve", "1MiB" },
         { "broker.url", m_options.brokerUrl.empty() ? "tcp://127.0.0.1:1" : m_options.brokerUrl },
         { "listen", "127.0.0.1:" + std::to_string(m_port) },
         { "admin.listen", "127.0.0.1:" + std::to_string(m_adminPort) },
@@ -251,8 +256,8 @@ void ServerProcess::addUser(const std::string &email, const std::string &name,
         throw std::runtime_error("user add: " + result.out + result.err);
 }
 
-CommandResult ServerProcess::run(const std::vector<std::string> &arguments, const std::string &input,
-    const std::map<std::string, std::string> &environment)
+CommandResult ServerProcess::run(const std::vector<std::string> &arguments,
+    const std::string &input, const std::map<std::string, std::string> &environment)
 {
     int in[2];
     int out[2];

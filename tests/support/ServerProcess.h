@@ -23,7 +23,8 @@ struct CommandResult {
 class ServerProcess {
 public:
     struct Options {
-        std::map<std::string, std::string> settings; ///< "session.idle" → "2s"; laid over the harness's
+        std::map<std::string, std::string>
+            settings; ///< "session.idle" → "2s"; laid over the harness's
         std::string brokerUrl; ///< empty: a port where nobody listens
         bool start = true;
     };
@@ -63,15 +64,16 @@ public:
     void set(const std::string &key, const std::string &value);
 
     /// Runs `kvx-server` with these arguments on this server's data; `input` is its standard input.
-    CommandResult command(const std::vector<std::string> &arguments, const std::string &input = {}) const;
+    CommandResult command(
+        const std::vector<std::string> &arguments, const std::string &input = {}) const;
 
     /// "user add"; throws when it is refused.
     void addUser(const std::string &email, const std::string &name, const std::string &password,
         const std::vector<std::string> &roles = { "Estimator" }) const;
 
     /// Runs any arguments, without this server's settings.
-    static CommandResult run(const std::vector<std::string> &arguments, const std::string &input = {},
-        const std::map<std::string, std::string> &environment = {});
+    static CommandResult run(const std::vector<std::string> &arguments,
+        const std::string &input = {}, const std::map<std::string, std::string> &environment = {});
 
 private:
     std::vector<std::string> settingArguments() const;

@@ -66,7 +66,10 @@ private:
     std::unique_ptr<cms::MessageConsumer> m_consumer;
 };
 
-TopicListener::TopicListener(const std::string &brokerUrl) : m_impl(std::make_unique<Impl>(brokerUrl)) {}
+TopicListener::TopicListener(const std::string &brokerUrl)
+    : m_impl(std::make_unique<Impl>(brokerUrl))
+{
+}
 
 TopicListener::~TopicListener() = default;
 
