@@ -403,11 +403,19 @@ TEST_F(CheckOut, whatAReceiverCreatesBelongsToTheNextSave)
         once = false;
     });
     EXPECT_TRUE(items->checkOutNewItems());
-    EXPECT_EQ(items->checkState(4, 1500, holder), 1);
     host.network.takeRequests();
     EXPECT_TRUE(items->checkOutNewItems());
     EXPECT_EQ(takeRequests("checkout").first().value(QLatin1String("IDs")).toString(),
         QStringLiteral("1500;"));
+}
+
+TEST_F(CheckOut, whatAReceiverCreatesStaysHisOwn)
+{
+    items->registerCreatedItems(4, { 1001 });
+    QObject::connect(
+        items, &KVXCWIDManager::changed, [&] { items->registerCreatedItems(4, { 1500 }); });
+    EXPECT_TRUE(items->checkOutNewItems());
+    EXPECT_EQ(items->checkState(4, 1500, holder), 1);
 }
 
 TEST_F(CheckOut, aReceiverMayCallBack)

@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <vector>
 
 namespace kvx::test {
 
@@ -605,7 +606,10 @@ TEST_F(Save, closingTheProjectWhileItWaitsEndsTheSave)
 {
     open(6);
     answerLock(2);
-    project->setPause([this](int) { close(); });
+    project->setPause([this, copy = std::vector<char>(100, 'x')](int) {
+        close();
+        EXPECT_EQ(copy.at(99), 'x'); // the function outlives the project
+    });
     EXPECT_EQ(save(), KVXCWProjectData::SaveCancelled);
     EXPECT_EQ(host.network.postCount(QStringLiteral("loglock")), 1);
 }
