@@ -141,6 +141,22 @@ int sync(Context &context, const Arguments &arguments)
         { { QStringLiteral("version"), version } });
 }
 
+int discard(Context &context, const Arguments &arguments)
+{
+    host::OpenProject *project = useProject(context, arguments.project);
+    if (!project)
+        return Refused;
+    if (project->database().pendingCount() == 0)
+        return context.output.done(QStringLiteral("There are no unsaved edits."));
+    QString where;
+    host::OpenProject::Failure failure;
+    if (!context.client.discard(QString(project->guid()), &where, &failure))
+        return context.output.failed(Refused, failure.text);
+    return context.output.done(
+        QStringLiteral("Your copy is the server's again; the edits are kept in %1").arg(where),
+        { { QStringLiteral("kept"), where } });
+}
+
 /// Runs the host's loop until a pushed notification has brought the version.
 int waitForVersion(Context &context, const Arguments &arguments)
 {
@@ -203,6 +219,7 @@ void addDataCommands(CLI::App &app, Action &action)
     in->add_flag("--all", arguments->all, "All your items of the project")->excludes(items);
     addSides(add("save", "Publish your edits", save));
     addSides(add("sync", "Fetch and apply what colleagues saved", sync));
+    add("discard", "Give up your unsaved edits; they are kept in a file", discard);
     CLI::App *waiting = add("wait", "Wait until a pushed save has arrived", waitForVersion);
     waiting->add_option("version", arguments->version, "Version to wait for")->required();
     waiting->add_option("--seconds", arguments->seconds, "How long at most");

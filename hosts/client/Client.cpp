@@ -270,4 +270,14 @@ bool Client::close(const QString &guid)
     return closed;
 }
 
+OpenProject *Client::discard(const QString &guid, QString *where, OpenProject::Failure *failure)
+{
+    close(guid);
+    if (!OpenProject::putAside(folderOf(guid), where)) {
+        *failure = { 0, QStringLiteral("the local copy cannot be renamed") };
+        return nullptr;
+    }
+    return use(guid, failure);
+}
+
 } // namespace kvx::host

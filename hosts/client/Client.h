@@ -59,6 +59,9 @@ public:
         OpenProject::Failure *failure);
     bool isOpen(const QString &guid) const { return m_open.count(guid) > 0; }
     bool close(const QString &guid);
+    /// Opens the project anew without its unsaved edits; the copy that holds them is put aside as
+    /// where.
+    OpenProject *discard(const QString &guid, QString *where, OpenProject::Failure *failure);
 
 Q_SIGNALS:
     /// Something a user may want to see: "projectSaved", "connectionLost" …; the data name the

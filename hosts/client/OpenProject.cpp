@@ -24,6 +24,8 @@ namespace {
 
 using DatabaseFailure = kvx::sqlite::Failure;
 
+constexpr const char *copyName = "/project.kvx";
+
 KVXCollaborator *registry()
 {
     return KVXCollaborator::getInstance();
@@ -48,7 +50,7 @@ OpenProject::~OpenProject() = default;
 
 QString OpenProject::projectFile() const
 {
-    return m_folder + QLatin1String("/project.kvx");
+    return m_folder + QLatin1String(copyName);
 }
 
 KVXCWProjectData *OpenProject::synchronizer() const
@@ -148,7 +150,7 @@ bool OpenProject::openLocalCopy(Failure *failure)
     const bool unsaved = !m_database || m_database->pendingCount() > 0;
     m_database.reset();
     QString where;
-    if (!putAside(&where)) {
+    if (!putAside(m_folder, &where)) {
         *failure = { 0, QStringLiteral("%1 cannot be renamed").arg(projectFile()) };
     } else if (unsaved) {
         m_notice = QStringLiteral("The local copy could not be brought up to date; it is kept with "
@@ -181,17 +183,18 @@ bool OpenProject::catchUp(int version)
     return true;
 }
 
-bool OpenProject::putAside(QString *where) const
+bool OpenProject::putAside(const QString &folder, QString *where)
 {
-    *where = m_folder + QLatin1String("/unsaved-")
+    const QString file = folder + QLatin1String(copyName);
+    *where = folder + QLatin1String("/unsaved-")
         + QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-hhmmss-zzz"))
         + QLatin1String(".kvx");
     for (const char *suffix : { "-wal", "-shm" }) {
-        const QString file = projectFile() + QLatin1String(suffix);
-        if (QFile::exists(file) && !QFile::rename(file, *where + QLatin1String(suffix)))
+        const QString beside = file + QLatin1String(suffix);
+        if (QFile::exists(beside) && !QFile::rename(beside, *where + QLatin1String(suffix)))
             return false;
     }
-    return QFile::rename(projectFile(), *where);
+    return QFile::rename(file, *where);
 }
 
 bool OpenProject::fetch(const QString &name, Failure *failure)

@@ -56,6 +56,9 @@ public:
     const QString &notice() const { return m_notice; }
 
     static QString textOf(KVXCWProjectData::ErrorCode code);
+    /// Renames the local copy in the folder of a project that is not open; where receives its new
+    /// path. The next opening fetches a fresh one.
+    static bool putAside(const QString &folder, QString *where);
 
 private:
     OpenProject(const QString &guid, const QString &folder);
@@ -65,7 +68,6 @@ private:
     bool fetch(const QString &name, Failure *failure);
     void attach();
     QString projectFile() const;
-    bool putAside(QString *where) const;
 
     QString m_guid;
     QString m_folder;

@@ -47,9 +47,11 @@ void end(QProcess &process)
 
 } // namespace
 
-Site::Site(const QString &buildFolder, const QString &brokerScript)
+Site::Site(const QString &buildFolder, const QString &brokerScript,
+    const QStringList &serverOptions)
     : m_build(buildFolder)
     , m_brokerScript(brokerScript)
+    , m_serverOptions(serverOptions)
 {
 }
 
@@ -69,9 +71,26 @@ void Site::stop()
     end(m_broker);
 }
 
+void Site::stopBroker()
+{
+    end(m_broker);
+}
+
+void Site::stopServer()
+{
+    end(m_server);
+}
+
+void Site::killServer()
+{
+    m_server.kill();
+    m_server.waitForFinished();
+}
+
 bool Site::startBroker()
 {
-    m_brokerPort = freePort();
+    if (m_brokerPort == 0)
+        m_brokerPort = freePort();
     m_broker.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     m_broker.start(m_brokerScript,
         { QStringLiteral("--port"), QString::number(m_brokerPort), QStringLiteral("--data"),
@@ -86,16 +105,18 @@ bool Site::startBroker()
 
 bool Site::startServer()
 {
-    m_port = freePort();
+    if (m_port == 0)
+        m_port = freePort();
     m_server.setProcessChannelMode(QProcess::MergedChannels);
     m_server.setStandardOutputFile(path(QStringLiteral("server.out")));
     m_server.start(m_build + QLatin1String("/server/kvx-server"),
-        { QStringLiteral("serve"), QStringLiteral("--data"), path(QStringLiteral("data")),
+        QStringList { QStringLiteral("serve"), QStringLiteral("--data"), path(QStringLiteral("data")),
             QStringLiteral("--listen"), local(m_port), QStringLiteral("--admin.listen"),
             local(freePort()), QStringLiteral("--broker.url"),
             QLatin1String("tcp://") + local(m_brokerPort), QStringLiteral("--broker.publicPort"),
             QString::number(m_brokerPort), QStringLiteral("--admin-password-file"),
-            path(QStringLiteral("admin.password")) });
+            path(QStringLiteral("admin.password")) }
+            + m_serverOptions);
     QElapsedTimer timer;
     timer.start();
     while (timer.elapsed() < 30000 && m_server.state() != QProcess::NotRunning) {

@@ -13,11 +13,20 @@ namespace kvx::demo {
 /// that goes at the end.
 class Site {
 public:
-    Site(const QString &buildFolder, const QString &brokerScript);
+    /// serverOptions are added to those of "kvx-server serve".
+    Site(const QString &buildFolder, const QString &brokerScript,
+        const QStringList &serverOptions = {});
     ~Site();
 
     bool start();
     void stop();
+    /// The broker alone; it comes back on the same port.
+    bool startBroker();
+    void stopBroker();
+    /// The server alone, with the same data on the same port. kill: without a chance to tidy up.
+    bool startServer();
+    void stopServer();
+    void killServer();
     /// Makes an account with a random password.
     bool addUser(const QString &email, const QString &name);
 
@@ -27,12 +36,11 @@ public:
     const QString &error() const { return m_error; }
 
 private:
-    bool startBroker();
-    bool startServer();
     QString path(const QString &name) const { return m_folder.filePath(name); }
 
     QString m_build;
     QString m_brokerScript;
+    QStringList m_serverOptions;
     QTemporaryDir m_folder;
     QProcess m_broker;
     QProcess m_server;

@@ -254,8 +254,8 @@ void KVXCWProjectListImpl::applyPermissions(const QJsonObject &object, Notified 
             const int oldValue = administrator ? newValue : currentUserPermission(*open, type);
             notified.permissionChanges.insert(type, { oldValue, newValue });
         }
-        notified.permissionsChanged = true;
     }
+    notified.permissionsChanged = true;
     record->setUserPermissions(fresh->userPermissions());
 }
 

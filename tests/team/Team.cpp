@@ -1,0 +1,68 @@
+#include "Team.h"
+
+#include <QDir>
+#include <QFile>
+#include <gtest/gtest.h>
+
+namespace kvx::test {
+
+demo::Site &site()
+{
+    // Ended by the destructor at the program's end.
+    // A killed host's save lock is free after its lease, which need not take two minutes here.
+    static demo::Site instance(QStringLiteral(KVX_BUILD_FOLDER), QStringLiteral(KVX_BROKER_SCRIPT),
+        { QStringLiteral("--lock.lease"), QStringLiteral("5s") });
+    static const bool started = instance.start();
+    EXPECT_TRUE(started) << instance.error().toStdString();
+    return instance;
+}
+
+Team::Team(int size)
+{
+    static int made = 0;
+    for (int i = 0; i < size; ++i) {
+        const QString email = QStringLiteral("user%1@example.com").arg(++made);
+        m_emails.append(email);
+        EXPECT_TRUE(site().addUser(email, QStringLiteral("User %1").arg(made)))
+            << site().error().toStdString();
+        m_members.push_back(std::make_unique<host::ShellProcess>());
+        EXPECT_TRUE(m_members.back()->start(site().kvx(), site().server(), site().account(email)))
+            << m_members.back()->error().toStdString();
+    }
+}
+
+bool Team::restart(int index)
+{
+    auto &slot = m_members.at(static_cast<std::size_t>(index));
+    slot = std::make_unique<host::ShellProcess>();
+    return slot->start(site().kvx(), site().server(), account(index));
+}
+
+int exitOf(const QJsonObject &result)
+{
+    return result.value(QLatin1String("exit")).toInt(-1);
+}
+
+QString errorOf(const QJsonObject &result)
+{
+    return result.value(QLatin1String("error")).toString();
+}
+
+QString freshName(const QString &stem)
+{
+    static int used = 0;
+    return QStringLiteral("%1-%2").arg(stem).arg(++used);
+}
+
+QString billFile(int items)
+{
+    const QString path = QDir::tempPath() + QStringLiteral("/bill-%1.csv").arg(items);
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("number;text;unit;quantity;rate\n01;Works;;;\n");
+    for (int i = 1; i <= items; ++i)
+        file.write(QStringLiteral("01.%1;Item %1;m2;%1;2,50\n").arg(i).toUtf8());
+    return path;
+}
+
+} // namespace kvx::test

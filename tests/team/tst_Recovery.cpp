@@ -1,0 +1,200 @@
+#include "Team.h"
+#include "support/Watchdog.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <gtest/gtest.h>
+#include <random>
+#include <thread>
+
+using namespace kvx::test;
+
+namespace {
+
+/// Two members with one shared project that both have open.
+class SharedProject : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        const QJsonObject made = anna().run(
+            QStringLiteral("new %1 --from %2").arg(freshName(QStringLiteral("shared")), billFile(30)));
+        ASSERT_EQ(exitOf(made), 0) << errorOf(made).toStdString();
+        guid = made.value(QLatin1String("guid")).toString();
+        ASSERT_EQ(exitOf(anna().run(
+                      QStringLiteral("permissions %1 --set %2=1").arg(guid, team.email(1)))),
+            0);
+        ASSERT_TRUE(ben().waitForEvent(QStringLiteral("projectNew")));
+        ASSERT_EQ(exitOf(ben().run(QStringLiteral("open ") + guid)), 0);
+    }
+
+    kvx::host::ShellProcess &anna() { return team.member(0); }
+    kvx::host::ShellProcess &ben() { return team.member(1); }
+    QJsonObject status(kvx::host::ShellProcess &shell)
+    {
+        return shell.run(QStringLiteral("status ") + guid);
+    }
+    int pending(kvx::host::ShellProcess &shell)
+    {
+        return status(shell).value(QLatin1String("pending")).toInt(-1);
+    }
+    int version(kvx::host::ShellProcess &shell)
+    {
+        return status(shell).value(QLatin1String("version")).toInt(-99);
+    }
+    QString digest(kvx::host::ShellProcess &shell)
+    {
+        return status(shell).value(QLatin1String("digest")).toString();
+    }
+    void edit(kvx::host::ShellProcess &shell, int item, int rate)
+    {
+        const QJsonObject result = shell.run(
+            QStringLiteral("edit %1 01.%2 rate=%3").arg(guid).arg(item).arg(rate));
+        ASSERT_EQ(exitOf(result), 0) << errorOf(result).toStdString();
+    }
+    void save(kvx::host::ShellProcess &shell)
+    {
+        const QJsonObject result = shell.run(QStringLiteral("save ") + guid, 180000);
+        ASSERT_EQ(exitOf(result), 0) << errorOf(result).toStdString();
+    }
+    void expectEqualCopies()
+    {
+        ASSERT_EQ(exitOf(anna().run(QStringLiteral("sync ") + guid)), 0);
+        ASSERT_EQ(exitOf(ben().run(QStringLiteral("sync ") + guid)), 0);
+        EXPECT_EQ(version(anna()), version(ben()));
+        EXPECT_EQ(digest(anna()).toStdString(), digest(ben()).toStdString());
+    }
+
+    Team team { 2 };
+    QString guid;
+};
+
+} // namespace
+
+TEST_F(SharedProject, UnsavedEditsSurviveAKilledHost)
+{
+    edit(anna(), 1, 11);
+    edit(anna(), 2, 12);
+    anna().kill();
+    ASSERT_TRUE(team.restart(0)) << anna().error().toStdString();
+    EXPECT_EQ(pending(anna()), 2);
+    save(anna());
+    expectEqualCopies();
+}
+
+TEST_F(SharedProject, UnsavedEditsSurviveWhileColleaguesSaveMeanwhile)
+{
+    edit(anna(), 1, 11);
+    anna().kill();
+    edit(ben(), 5, 55);
+    save(ben());
+    edit(ben(), 6, 66);
+    save(ben());
+    ASSERT_TRUE(team.restart(0)) << anna().error().toStdString();
+    EXPECT_EQ(pending(anna()), 1);
+    EXPECT_EQ(version(anna()), 1);
+    save(anna());
+    expectEqualCopies();
+}
+
+TEST_F(SharedProject, AHostKilledAtAnyMomentOfASaveLosesAndRepeatsNothing)
+{
+    kvx::test::Watchdog::allow(300);
+    std::mt19937 random(7);
+    for (int round = 0; round < 8; ++round) {
+        edit(anna(), 1 + round, 100 + round);
+        const int before = version(anna());
+        anna().send(QStringLiteral("save ") + guid);
+        std::this_thread::sleep_for(std::chrono::milliseconds(random() % 60));
+        anna().kill();
+        ASSERT_TRUE(team.restart(0)) << anna().error().toStdString();
+        // Published or not: after the next save it is there exactly once.
+        ASSERT_GE(version(anna()), before);
+        ASSERT_LE(version(anna()), before + 1);
+        if (pending(anna()) > 0)
+            save(anna());
+        expectEqualCopies();
+        const QJsonObject item = ben().run(QStringLiteral("show %1 01").arg(guid));
+        const QJsonObject row
+            = item.value(QLatin1String("list")).toArray().at(round).toObject();
+        EXPECT_EQ(row.value(QLatin1String("rate")).toString(),
+            QStringLiteral("%1.00").arg(100 + round));
+    }
+}
+
+TEST_F(SharedProject, AServerKilledAtAnyMomentOfASaveLosesAndRepeatsNothing)
+{
+    kvx::test::Watchdog::allow(300);
+    std::mt19937 random(8);
+    for (int round = 0; round < 8; ++round) {
+        edit(anna(), 1 + round, 200 + round);
+        anna().send(QStringLiteral("save ") + guid);
+        std::this_thread::sleep_for(std::chrono::milliseconds(random() % 60));
+        site().killServer();
+        ASSERT_TRUE(site().startServer()) << site().error().toStdString();
+        anna().result(180000); // whatever it says
+        if (pending(anna()) > 0)
+            save(anna());
+        expectEqualCopies();
+    }
+}
+
+TEST_F(SharedProject, BothSavingAtOnceGetVersionsOneAfterTheOther)
+{
+    kvx::test::Watchdog::allow(300);
+    for (int round = 0; round < 10; ++round) {
+        edit(anna(), 1 + round, 300 + round);
+        edit(ben(), 15 + round, 400 + round);
+        anna().send(QStringLiteral("save ") + guid);
+        ben().send(QStringLiteral("save ") + guid);
+        const QJsonObject first = anna().result(180000);
+        const QJsonObject second = ben().result(180000);
+        EXPECT_TRUE(first.value(QLatin1String("published")).toBool()) << errorOf(first).toStdString();
+        EXPECT_TRUE(second.value(QLatin1String("published")).toBool()) << errorOf(second).toStdString();
+        EXPECT_NE(first.value(QLatin1String("version")), second.value(QLatin1String("version")));
+    }
+    expectEqualCopies();
+    EXPECT_EQ(version(anna()), 19);
+}
+
+TEST_F(SharedProject, WithoutABrokerWorkOverHttpGoesOn)
+{
+    kvx::test::Watchdog::allow(120);
+    site().stopBroker();
+    EXPECT_TRUE(anna().waitForEvent(QStringLiteral("connectionLost")));
+    edit(anna(), 1, 11);
+    save(anna());
+    expectEqualCopies();
+    ASSERT_TRUE(site().startBroker()) << site().error().toStdString();
+    EXPECT_TRUE(anna().waitForEvent(QStringLiteral("connected"), 60000));
+    EXPECT_TRUE(ben().waitForEvent(QStringLiteral("connected"), 60000));
+    // And pushes arrive again.
+    edit(anna(), 2, 12);
+    save(anna());
+    EXPECT_EQ(exitOf(ben().run(QStringLiteral("wait %1 1").arg(guid))), 0);
+}
+
+TEST_F(SharedProject, ADamagedLocalCopyIsPutAsideAndFetchedAnew)
+{
+    const QString path
+        = anna().run(QStringLiteral("open ") + guid).value(QLatin1String("path")).toString();
+    ASSERT_TRUE(anna().stop());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    file.write(QByteArray(4096, 'x'));
+    file.close();
+    ASSERT_TRUE(team.restart(0)) << anna().error().toStdString();
+    const QJsonObject opened = anna().run(QStringLiteral("open ") + guid);
+    EXPECT_EQ(exitOf(opened), 0) << errorOf(opened).toStdString();
+    EXPECT_FALSE(opened.value(QLatin1String("notice")).toString().isEmpty());
+    expectEqualCopies();
+}
+
+TEST_F(SharedProject, DiscardedEditsAreKeptInAFile)
+{
+    edit(anna(), 1, 11);
+    const QJsonObject discarded = anna().run(QStringLiteral("discard ") + guid);
+    ASSERT_EQ(exitOf(discarded), 0) << errorOf(discarded).toStdString();
+    EXPECT_TRUE(QFile::exists(discarded.value(QLatin1String("kept")).toString()));
+    EXPECT_EQ(pending(anna()), 0);
+    expectEqualCopies();
+}
