@@ -1,11 +1,14 @@
 #include "MessagingFixture.h"
 
+#include "messaging/CallGate.h"
+
 #include <QElapsedTimer>
 #include <cms/ConnectionFactory.h>
 #include <cms/DeliveryMode.h>
 #include <cms/TextMessage.h>
 #include <cstdlib>
 #include <iostream>
+#include <map>
 #include <thread>
 #include <unistd.h>
 
@@ -35,6 +38,28 @@ public:
 
 [[maybe_unused]] testing::Environment *const environment
     = testing::AddGlobalTestEnvironment(new BrokerEnvironment);
+
+/// What a receiver calls; outlives it while a call is under way.
+struct Target {
+    CallGate gate;
+    Receiver::Function function;
+};
+
+std::mutex targetsMutex;
+std::map<const Receiver *, std::shared_ptr<Target>> targets; // guarded by targetsMutex
+
+std::shared_ptr<Target> findTarget(const Receiver *receiver)
+{
+    const std::lock_guard<std::mutex> lock(targetsMutex);
+    const auto found = targets.find(receiver);
+    return found == targets.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<Target> takeTarget(const Receiver *receiver)
+{
+    const std::lock_guard<std::mutex> lock(targetsMutex);
+    return targets.extract(receiver).mapped();
+}
 
 QString unique(const char *prefix)
 {
@@ -83,15 +108,36 @@ void Publisher::sendPlain()
 }
 
 Receiver::Receiver(const KVXCWMessage *messager, Qt::ConnectionType type, Function function)
+    : m_type(type)
 {
     if (type == Qt::BlockingQueuedConnection)
         addBlockingReceiver(this);
-    connect(messager, &KVXCWMessage::notify, this, std::move(function), type);
+    const auto target = std::make_shared<Target>();
+    target->function = std::move(function);
+    {
+        const std::lock_guard<std::mutex> lock(targetsMutex);
+        targets.emplace(this, target);
+    }
+    connect(messager, &KVXCWMessage::notify, this, &Receiver::onNotify, type);
 }
 
 Receiver::~Receiver()
 {
     removeBlockingReceiver(this);
+    const std::shared_ptr<Target> target = takeTarget(this);
+    target->gate.close();
+    if (m_type == Qt::DirectConnection)
+        target->gate.waitUntilEmpty();
+}
+
+void Receiver::onNotify(const QJsonObject &message)
+{
+    // A broker thread may come here when the receiver is gone already.
+    const std::shared_ptr<Target> target = findTarget(this);
+    if (!target)
+        return;
+    if (const CallGate::Pass pass { target->gate })
+        target->function(message);
 }
 
 Recorder::Recorder(const KVXCWMessage *messager, Qt::ConnectionType type)

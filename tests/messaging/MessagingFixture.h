@@ -43,12 +43,18 @@ private:
 };
 
 /// Calls a function with each notification, as the type of connection says. As a blocking queued
-/// one it is entered as the module's own receivers are.
+/// one it is entered as the module's own receivers are. Once destroyed it calls no more; a call
+/// under way on a broker thread is waited for.
 class Receiver : public QObject {
 public:
     using Function = std::function<void(const QJsonObject &)>;
     Receiver(const KVXCWMessage *messager, Qt::ConnectionType type, Function function);
     ~Receiver() override;
+
+private:
+    void onNotify(const QJsonObject &message);
+
+    const Qt::ConnectionType m_type;
 };
 
 /// Collects notifications from any thread.
