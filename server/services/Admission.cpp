@@ -49,7 +49,7 @@ std::optional<Reply> Dispatcher::admit(Db &db, Exchange &exchange, Call &call, b
         && metaValue(db, "read_only") == "1")
         return Reply::refused(StatusCode::ReadOnly);
     if (hasRule(rules, ProjectReader))
-        return admitToProject(rules, exchange, call);
+        return admitToProject(rules, call);
     return std::nullopt;
 }
 
@@ -94,10 +94,9 @@ std::optional<Reply> Dispatcher::admitIdentity(ServiceRule rules, Call &call)
     return std::nullopt;
 }
 
-std::optional<Reply> Dispatcher::admitToProject(ServiceRule rules, Exchange &exchange, Call &call)
+std::optional<Reply> Dispatcher::admitToProject(ServiceRule rules, Call &call)
 {
     const std::string guid = call.request().guid("ProjectGUID");
-    exchange.projectGuid = guid;
     call.m_project = call.findProject(guid);
     if (!call.m_project)
         return Reply::refused(StatusCode::NoSuchProject);

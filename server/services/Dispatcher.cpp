@@ -185,6 +185,9 @@ bool Dispatcher::prepare(const ExchangePtr &exchange, const Completion &done)
             Reply::refused(StatusCode::BadRequest, { error.what() }).setHttpStatus(400));
         return false;
     }
+    const Json *guid = exchange->request->find("ProjectGUID");
+    if (guid && guid->IsString() && isGuid({ guid->GetString(), guid->GetStringLength() }))
+        exchange->projectGuid = guid->GetString();
     const std::string &name = exchange->request->service();
     exchange->service = findService(*exchange->endpoint, name);
     if (!exchange->service) {
@@ -315,7 +318,11 @@ void Dispatcher::settle(const std::shared_ptr<Run> &run, Reply reply)
             finish(exchange, run->done, busy(503));
         return;
     }
-    if (!reply.heldKey().empty() && !exchange->patienceOver) {
+    if (!reply.heldKey().empty() && exchange->patienceOver) {
+        finish(exchange, run->done, busy(503)); // it had to answer and did not
+        return;
+    }
+    if (!reply.heldKey().empty()) {
         if (exchange->heldNumber == 0)
             exchange->heldNumber = m_held->takeNumber();
         exchange->holdEnd = exchange->firstAsked + reply.patience();

@@ -99,7 +99,7 @@ private:
     std::optional<Reply> admit(Db &db, Exchange &exchange, Call &call, bool &touchDue);
     std::optional<Reply> admitSession(Db &db, Exchange &exchange, Call &call, bool &touchDue);
     static std::optional<Reply> admitIdentity(ServiceRule rules, Call &call);
-    static std::optional<Reply> admitToProject(ServiceRule rules, Exchange &exchange, Call &call);
+    static std::optional<Reply> admitToProject(ServiceRule rules, Call &call);
 
     const Environment &m_environment;
     DbPool &m_pool;

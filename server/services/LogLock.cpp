@@ -37,9 +37,8 @@ Reply getLogVersion(Call &call)
 /// What the upload would refuse. The answer is "Mine" then and no lock is taken: the client goes on
 /// to its upload, hears the real reason there and reports a failed save. After any other answer it
 /// would wait, or report success with nothing published.
-bool maySave(Call &call)
+bool maySave(Call &call, const ProjectAccess &project)
 {
-    const ProjectAccess &project = call.project();
     return project.canWrite() && project.lockedBy.empty() && !refuseOpenElsewhere(call, project.id)
         && !isInMaintenance(call) && hasSpace(call.config());
 }
@@ -56,9 +55,8 @@ Reply busy(Call &call, const Project &project)
 }
 
 /// Holds the request back until the lock is free or a version is published, or says who has it.
-Reply wait(Call &call)
+Reply wait(Call &call, std::int64_t id)
 {
-    const std::int64_t id = call.project().id;
     LogLockPlaces &places = call.memory().lockPlaces;
     const std::int64_t session = call.caller().sessionId;
     const auto place = places.of(id, session, call.now());
@@ -72,9 +70,8 @@ Reply wait(Call &call)
     return busy(call, *project);
 }
 
-Reply takeLogLock(Call &call, std::int64_t clientVersion)
+Reply takeLogLock(Call &call, const ProjectAccess &project, std::int64_t clientVersion)
 {
-    const ProjectAccess &project = call.project();
     const Caller &caller = call.caller();
     LogLockPlaces &places = call.memory().lockPlaces;
     // Only then: the client synchronises and asks again without a pause.
@@ -82,27 +79,37 @@ Reply takeLogLock(Call &call, std::int64_t clientVersion)
         places.keep(project.id, caller.sessionId, call.now() - call.firstAsked(), call.now());
         return answer(Stale);
     }
-    if (!maySave(call))
+    if (!maySave(call, project))
         return answer(Mine);
     LogStore logs(call.db());
     const Time until = call.now() + call.config().lockLease;
     if (!logs.renew(project.id, caller.sessionId, until)
         && !logs.take(project.id, caller.sessionId, caller.userId, call.now(), until))
-        return wait(call);
+        return wait(call, project.id);
     places.leave(project.id, caller.sessionId);
     return answer(Mine);
 }
 
+// Not behind the table's project rule: a release must reach the lock of a holder who has lost his
+// access meanwhile, or it would stay with his session.
 Reply logLock(Call &call)
 {
+    const std::string guid = call.request().guid("ProjectGUID");
     const std::int64_t version
         = call.request().integer("LogVersion", -1, std::numeric_limits<std::int32_t>::max());
-    if (!call.request().flag("ReleaseLock"))
-        return takeLogLock(call, version);
-    const std::int64_t project = call.project().id;
-    call.memory().lockPlaces.leave(project, call.caller().sessionId);
-    if (LogStore(call.db()).release(project, call.caller().sessionId))
-        call.wakeHeld(logLockKey(project));
+    const bool release = call.request().flag("ReleaseLock");
+    const auto access = call.findProject(guid);
+    if (!release)
+        return access ? takeLogLock(call, *access, version) : Reply::refused(StatusCode::NoSuchProject);
+
+    const auto project = ProjectStore(call.db()).find(guid);
+    const std::int64_t session = call.caller().sessionId;
+    const bool held = project && LogStore(call.db()).release(project->id, session);
+    if (!held && !access)
+        return Reply::refused(StatusCode::NoSuchProject);
+    call.memory().lockPlaces.leave(project->id, session);
+    if (held)
+        call.wakeHeld(logLockKey(project->id));
     return answer(Stale);
 }
 
@@ -110,7 +117,7 @@ Reply logLock(Call &call)
 
 const ServiceTable logLockServices = {
     { "getlogversion", getLogVersion, ProjectReader | NamesCaller },
-    { "loglock", logLock, ProjectReader | NamesCaller | Writes | InMaintenance },
+    { "loglock", logLock, NeedsUser | NamesCaller | Writes | InMaintenance },
 };
 
 } // namespace kvx::server

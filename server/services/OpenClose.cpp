@@ -19,7 +19,7 @@ Reply openProject(Call &call)
     OpenStore opens(call.db());
     const auto open = opens.of(project.id, caller.userId);
     if (!open || open->sessionId != caller.sessionId)
-        opens.set(project.id, caller.userId, caller.sessionId, call.now());
+        opens.set(project.id, caller.userId, caller.sessionId, wallTime());
     return Reply::ok().set("LogVersion", project.logVersion).set("Epoch", call.environment().epoch);
 }
 

@@ -12,7 +12,7 @@ namespace kvx::server {
 
 namespace {
 
-constexpr int byRole = 9;
+constexpr int byRoleLevel = 9;
 
 struct Wanted {
     std::int64_t userId = 0;
@@ -22,13 +22,13 @@ struct Wanted {
 
 int levelIn(const JsonObject &entry, const char *key)
 {
-    return static_cast<int>(entry.optionalInteger(key, -1, byRole).value_or(-1));
+    return static_cast<int>(entry.optionalInteger(key, -1, byRoleLevel).value_or(-1));
 }
 
 /// Entries that a client sends back as they stand in a record for users who see it by role.
 bool isByRole(const Levels &levels)
 {
-    return levels.money == byRole && levels.addendum == byRole && levels.report == byRole;
+    return levels.money == byRoleLevel && levels.addendum == byRoleLevel && levels.report == byRoleLevel;
 }
 
 /// The rows that the request asks for. Throws BadRequest; an unknown user refuses.
@@ -47,7 +47,7 @@ std::optional<Reply> readWanted(Call &call, std::vector<Wanted> &wanted)
         if (isByRole(levels))
             continue;
         for (const int level : { levels.projectRw, levels.money, levels.addendum, levels.report }) {
-            if (level == byRole) {
+            if (level == byRoleLevel) {
                 throw BadRequest("\"userperms\" gives " + email
                     + " the level 9, which stands for rights by role and cannot be given");
             }

@@ -13,7 +13,7 @@ namespace kvx::server {
 
 namespace {
 
-constexpr Time repeatWindow = 24 * 3'600'000;
+constexpr Time removalRepeatWindow = 24 * 3'600'000;
 constexpr std::size_t maximumInfo = 256 * 1024;
 
 std::string joined(const std::vector<OpenStore::Editor> &editors)
@@ -33,7 +33,7 @@ Reply removeProject(Call &call)
     if (!project) {
         const auto removed = projects.find(guid);
         const bool repeat = removed && removed->removedBy == call.caller().userId
-            && call.now() - removed->removedAt.value_or(0) < repeatWindow;
+            && call.now() - removed->removedAt.value_or(0) < removalRepeatWindow;
         return repeat ? Reply::ok() : Reply::refused(StatusCode::NoSuchProject);
     }
     if (!project->owner)
@@ -62,7 +62,7 @@ Reply updateProject(Call &call)
     fields.amount = amountOf(request);
     fields.state = numberOf(request, "ProjectState");
     fields.bidStatus = numberOf(request, "BidStatus");
-    ProjectStore(call.db()).update(call.project().id, fields, call.caller().userId, call.now());
+    ProjectStore(call.db()).update(call.project().id, fields, call.caller().userId, wallTime());
     announceRecord(call, call.project().id, "Update");
     return Reply::ok();
 }
@@ -79,7 +79,7 @@ Reply renameProject(Call &call)
     if (isInnerLibraryName(newName) || isInnerLibraryGuid(project.guid))
         return Reply::refused(StatusCode::NotAllowed);
     try {
-        ProjectStore(call.db()).rename(project.id, newName, call.caller().userId, call.now());
+        ProjectStore(call.db()).rename(project.id, newName, call.caller().userId, wallTime());
     } catch (const DbError &error) {
         if (!error.isUnique())
             throw;

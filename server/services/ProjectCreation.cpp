@@ -10,7 +10,7 @@ namespace kvx::server {
 
 namespace {
 
-constexpr Time repeatWindow = 10 * 60'000;
+constexpr Time creationRepeatWindow = 10 * 60'000;
 
 /// What both services refuse, in their order; the project's fields are filled in.
 std::optional<Reply> refuseNew(Call &call, ProjectStore::New &project)
@@ -20,7 +20,7 @@ std::optional<Reply> refuseNew(Call &call, ProjectStore::New &project)
     project.name = nameOf(request, "Name", 200);
     project.guid = request.guid("ProjectGUID");
     project.creatorId = call.caller().userId;
-    project.now = call.now();
+    project.now = wallTime();
     project.amount = amountOf(request).value_or("");
     project.state = numberOf(request, "ProjectState").value_or(0);
     if (canonicalEmail(request.text("CreatorEmail", 1000)) != call.caller().email)
@@ -42,7 +42,7 @@ bool isRepeat(const Project &existing, const ProjectStore::New &project)
 {
     return !existing.isRemoved() && existing.name == project.name
         && existing.creatorId == project.creatorId && existing.logVersion == -1
-        && project.now - existing.created < repeatWindow;
+        && project.now - existing.created < creationRepeatWindow;
 }
 
 /// Creates the project, or refuses. `source` is the amended project of an addendum.

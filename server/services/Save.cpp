@@ -86,9 +86,9 @@ Reply sendServerToMerge(Call &call)
     publication.fileBlob = file->blob;
     publication.fileMd5 = file->md5;
     publication.amount = savedAmount(request);
-    publication.now = call.now();
+    publication.now = wallTime();
     publication.chain = chainDigest({ project->chain, project->guid, version, log->blob, file->blob,
-        caller.userId, call.now() });
+        caller.userId, publication.now });
     if (!logs.publish(publication))
         return Reply::refused(StatusCode::LockNotHeld);
     logs.forgetFiles(project->id, version - call.config().keepFiles);

@@ -14,7 +14,7 @@ std::optional<std::int64_t> LogStore::take(
         "UPDATE project SET lock_session = :session, lock_user = :user, lock_gen = lock_gen + 1,"
         " lock_since = :since, lock_until = :until WHERE id = :id AND removed_at IS NULL"
         " AND (lock_session IS NULL OR lock_until < :now) RETURNING lock_gen",
-        { { "session", sessionId }, { "user", userId }, { "since", now }, { "until", until },
+        { { "session", sessionId }, { "user", userId }, { "since", wallTime() }, { "until", until },
             { "id", projectId }, { "now", now } });
     if (generation)
         StageStore(m_db).drop(projectId);

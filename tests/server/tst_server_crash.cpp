@@ -78,7 +78,9 @@ struct Crash : testing::Test {
     void expectWhole(int v)
     {
         if (v >= 0) {
-            EXPECT_EQ(download(guid + ".KVX").body, fileBytes(v));
+            const HttpReply file = download(guid + ".KVX");
+            EXPECT_EQ(file.body, fileBytes(v));
+            EXPECT_EQ(file.member("LogVersion"), std::to_string(v));
         }
         for (int i = 0; i <= v; ++i)
             EXPECT_EQ(download(guid + "_log" + std::to_string(i)).body, logBytes(i));

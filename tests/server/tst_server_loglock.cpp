@@ -264,6 +264,18 @@ TEST_F(LogLock, LosingAccessEndsTheWait)
     EXPECT_EQ(waiting.get().status(), 310);
 }
 
+TEST_F(LogLock, AHolderWithoutAccessCanStillReleaseIt)
+{
+    const Session chief = harness.join("chief@example.com", "Everything");
+    ASSERT_EQ(lock(chief, -1), 1);
+    harness.db().run("DELETE FROM role_user WHERE user_id = :id", { { "id", chief.userId } });
+    EXPECT_EQ(chief.ask(acquire(-1)).status(), 310);
+    EXPECT_TRUE(isTaken());
+    release(chief, -1);
+    EXPECT_FALSE(isTaken());
+    EXPECT_EQ(chief.ask(on("loglock").set("LogVersion", -1).set("ReleaseLock", true)).status(), 310);
+}
+
 TEST_F(LogLock, AStoppingServerAnswersWhoWaits)
 {
     ASSERT_EQ(lock(anna, -1), 1);
