@@ -22,12 +22,12 @@ constexpr std::size_t longestPassword = 1024;
 
 std::string askHidden(const char *question)
 {
-    std::cerr << question << std::flush;
     termios shown {};
     tcgetattr(STDIN_FILENO, &shown);
     termios hidden = shown;
     hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     tcsetattr(STDIN_FILENO, TCSANOW, &hidden);
+    std::cerr << question << std::flush;
     std::string line;
     std::getline(std::cin, line);
     tcsetattr(STDIN_FILENO, TCSANOW, &shown);

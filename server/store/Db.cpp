@@ -22,30 +22,22 @@ struct Db::Connection {
 
 namespace {
 
-DbError translated(soci::session &session, const std::exception &error)
+DbError translated(const std::exception &error)
 {
+    const std::string text = error.what();
+    const auto *refused = dynamic_cast<const soci::sqlite3_soci_error *>(&error);
+    const int code = refused ? refused->result() & 0xff : 0;
     DbError::Kind kind = DbError::Kind::Other;
-    if (const auto *refused = dynamic_cast<const soci::sqlite3_soci_error *>(&error)) {
-        auto *backend = static_cast<soci::sqlite3_session_backend *>(session.get_backend());
-        const int extended = sqlite_api::sqlite3_extended_errcode(backend->conn_);
-        switch (refused->result() & 0xff) {
-        case SQLITE_CONSTRAINT:
-            kind = extended == SQLITE_CONSTRAINT_UNIQUE || extended == SQLITE_CONSTRAINT_PRIMARYKEY
-                ? DbError::Kind::Unique
-                : DbError::Kind::Constraint;
-            break;
-        case SQLITE_BUSY:
-        case SQLITE_LOCKED:
-            kind = DbError::Kind::Busy;
-            break;
-        case SQLITE_FULL:
-            kind = DbError::Kind::Full;
-            break;
-        default:
-            break;
-        }
+    if (code == SQLITE_CONSTRAINT) {
+        // Only the engine's own words tell which constraint it was; a primary key reads the same.
+        const bool unique = text.find("UNIQUE constraint failed") != std::string::npos;
+        kind = unique ? DbError::Kind::Unique : DbError::Kind::Constraint;
+    } else if (code == SQLITE_BUSY || code == SQLITE_LOCKED) {
+        kind = DbError::Kind::Busy;
+    } else if (code == SQLITE_FULL) {
+        kind = DbError::Kind::Full;
     }
-    return DbError(kind, error.what());
+    return DbError(kind, text);
 }
 
 } // namespace
@@ -144,7 +136,7 @@ void Db::execute(const std::string &sql)
     try {
         m_connection->session << sql;
     } catch (const std::exception &error) {
-        throw translated(m_connection->session, error);
+        throw translated(error);
     }
 }
 
@@ -180,7 +172,7 @@ std::int64_t Db::select(std::string_view sql, DbParams params, const DbColumn *t
         statement.busy = false;
         return statement.touched();
     } catch (const soci::soci_error &error) {
-        const DbError refused = translated(m_connection->session, error);
+        const DbError refused = translated(error);
         used.reset(); // a half-read statement would keep its snapshot open
         throw DbError(refused);
     } catch (...) {

@@ -1,3 +1,4 @@
+#include "base/Clock.h"
 #include "base/Config.h"
 #include "base/Digest.h"
 #include "base/Text.h"
@@ -11,6 +12,8 @@
 #include "services/StatusCode.h"
 #include "store/OutboxStore.h"
 
+#include <cstdlib>
+#include <ctime>
 #include <gtest/gtest.h>
 #include <set>
 
@@ -328,6 +331,27 @@ TEST(ServerPasswords, AreHashedWithTheirCostInTheText)
     EXPECT_TRUE(needsRehash("$argon2id$v=19$m=8192,t=1,p=1$c2FsdHNhbHRzYWx0c2FsdA$"
                             "YWJjZGVmZ2hpamtsbW5vcHFyc3R1dnd4eXoxMjM0NTY"));
     EXPECT_EQ(randomPassword(20).size(), 20U);
+}
+
+TEST(ServerClock, NeverGoesBelowTheHighestTimeOfEarlierRuns)
+{
+    const Time ahead = wallTime() + 3'600'000;
+    const Clock clock(ahead);
+    EXPECT_GE(clock.now(), ahead);
+    EXPECT_LT(clock.now(), ahead + 60'000);
+    const Clock plain(5);
+    EXPECT_GE(plain.now(), wallTime() - 60'000);
+}
+
+TEST(ServerClock, WritesDatesInTheZoneOfTheProcess)
+{
+    setenv("TZ", "Asia/Tokyo", 1);
+    tzset();
+    EXPECT_EQ(minuteText(1'763'703'589'123), "2025-11-21 14:39");
+    EXPECT_EQ(secondText(1'763'703'589'123), "2025-11-21 14:39:49");
+    EXPECT_EQ(utcText(1'763'703'589'123), "2025-11-21T05:39:49.123Z");
+    unsetenv("TZ");
+    tzset();
 }
 
 TEST(ServerDigests, MatchTheKnownOnes)

@@ -174,7 +174,7 @@ TEST(ServerNotifications, AFrozenBrokerDoesNotHoldUpTheServersEnd)
     broker.thaw();
     TopicListener listener(broker.uri());
     server.start();
-    EXPECT_GE(listener.await(1).size(), 1U) << "and nothing is lost";
+    EXPECT_GE(listener.await(1).size(), 1U) << "and nothing is lost: " << server.logText();
 }
 
 TEST(ServerNotifications, AReachableBrokerWithoutGuardGetsNothing)

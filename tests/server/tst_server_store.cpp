@@ -73,7 +73,7 @@ TEST_F(ServerStore, ReadsAndWritesEveryType)
 {
     db->execute("CREATE TABLE t (a BIGINT, b TEXT, c SMALLINT)");
     const std::int64_t large = 9'007'199'254'740'993;
-    const std::string text("q'\"; DROP TABLE t; --\xC3\xA4", 25);
+    const std::string text = "q'\"; DROP TABLE t; --\xC3\xA4";
     EXPECT_EQ(db->run("INSERT INTO t (a, b, c) VALUES (:a, :b, :c)",
                   { { "a", large }, { "b", text }, { "c", true } }),
         1);
