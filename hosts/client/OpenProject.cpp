@@ -108,6 +108,10 @@ std::unique_ptr<OpenProject> OpenProject::createBase(const QString &name, const 
             transferError(QStringLiteral("the server did not accept the project file")) };
         return nullptr;
     }
+    // The manager that numbered the rows takes them for unsaved creations of this user. The base is
+    // published: new managers see them as free.
+    registry()->reset(true, guid);
+    project->attach();
     return project;
 }
 
@@ -219,6 +223,11 @@ void OpenProject::attach()
     synchronizer()->setProjectDatabase(m_database.get());
     ids()->setProjectDatabase(m_database.get());
     ids()->attachDatabase(m_database.get());
+    // The first question about a module reads its whole picture. Asked now: a check-out would enter
+    // its own items only, and the others would count as free.
+    KVXItemCheckState holder;
+    for (const int module : { content::ItemModule, content::ChapterModule })
+        ids()->checkState(module, 0, holder);
 }
 
 OpenProject::SaveResult OpenProject::save()

@@ -4,20 +4,26 @@
 
 QString KVXServerInfo::serviceUrl()
 {
-    m_serviceUrl = baseUrl() + QLatin1String("/kvx/service");
-    return m_serviceUrl;
+    return keep(m_serviceUrl, baseUrl() + QLatin1String("/kvx/service"));
 }
 
 QString KVXServerInfo::ocrUrl()
 {
-    m_ocrUrl = baseUrl() + QLatin1String("/kvx/ocr");
-    return m_ocrUrl;
+    return keep(m_ocrUrl, baseUrl() + QLatin1String("/kvx/ocr"));
 }
 
 QString KVXServerInfo::brokerUrl()
 {
-    m_brokerUrl = QLatin1String("tcp://") + m_host + QLatin1Char(':') + m_brokerPort;
-    return m_brokerUrl;
+    return keep(m_brokerUrl,
+        QLatin1String("tcp://") + m_host + QLatin1Char(':') + m_brokerPort);
+}
+
+/// Several threads may post at the same time; each returns the URL that it formed itself.
+QString KVXServerInfo::keep(QString &last, const QString &url)
+{
+    const std::lock_guard<std::mutex> lock(m_urlMutex);
+    last = url;
+    return url;
 }
 
 QString KVXServerInfo::baseUrl() const

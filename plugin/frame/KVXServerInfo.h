@@ -3,9 +3,10 @@
 #include <KVXCollaboration/IKVXSingleton.h>
 #include <KVXNetwork/KVXNetworkProxy.h>
 #include <QString>
+#include <mutex>
 
 /// The server address of the process and the URLs formed from it. Written by the login manager
-/// only; never reset. Host thread (creation is safe from any).
+/// only, on the host thread; never reset. The URLs may be asked for from any thread.
 class KVXServerInfo : public IKVXSingleton<KVXServerInfo> {
 public:
     const QString &host() const { return m_host; }
@@ -34,6 +35,8 @@ private:
     KVXServerInfo() = default;
     ~KVXServerInfo() = default;
 
+    QString keep(QString &last, const QString &url);
+
     QString m_host;
     QString m_port;
     QString m_brokerPort = QStringLiteral("61616");
@@ -41,4 +44,5 @@ private:
     QString m_ocrUrl;
     QString m_brokerUrl;
     KVXNetworkProxy m_proxy;
+    std::mutex m_urlMutex; // of the last URLs
 };

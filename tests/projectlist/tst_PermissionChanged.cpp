@@ -44,7 +44,7 @@ QStringList bracketed(std::initializer_list<const char *> between = {})
 TEST_F(PermissionChanged, OfAClosedProjectReplacesItsPermissions)
 {
     EXPECT_EQ(permissionsChanged({ changed("{a}", { collaborator("anna@example.com", 0, -1) }) }),
-        bracketed());
+        bracketed({ "permissionChanged {a}" }));
     EXPECT_EQ(record("{a}")->permission(anna, KVXProjectInfo::ProjectRW), 0);
     EXPECT_EQ(record("{a}")->permission(anna, KVXProjectInfo::Money), -1);
     EXPECT_EQ(record("{a}")->userPermissions().size(), 1);

@@ -198,3 +198,19 @@ TEST_F(SharedProject, DiscardedEditsAreKeptInAFile)
     EXPECT_EQ(pending(anna()), 0);
     expectEqualCopies();
 }
+
+TEST_F(SharedProject, TheCreatorHoldsNoItemOfThePublishedBase)
+{
+    const QJsonArray items = anna()
+                                 .run(QStringLiteral("show ") + guid)
+                                 .value(QLatin1String("list"))
+                                 .toArray();
+    ASSERT_EQ(items.size(), 30);
+    for (const QJsonValue &item : items)
+        EXPECT_EQ(item.toObject().value(QLatin1String("state")).toInt(), 0);
+    // So two who want the same item meet at the server.
+    edit(ben(), 3, 33);
+    const QJsonObject refused = anna().run(QStringLiteral("edit %1 01.3 rate=44").arg(guid));
+    EXPECT_EQ(exitOf(refused), 1);
+    EXPECT_EQ(refused.value(QLatin1String("holder")).toString(), team.email(1));
+}

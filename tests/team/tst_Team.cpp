@@ -228,7 +228,8 @@ void RandomTeam::expectSameProjects(int member, const View &expected)
         ASSERT_EQ(seen.size(), truth.size());
         for (int i = 0; i < seen.size(); ++i) {
             const QJsonObject mine = seen.at(i).toObject();
-            EXPECT_EQ(mine.value(QLatin1String("state")), truth.at(i).toObject().value(QLatin1String("state")))
+            EXPECT_EQ(mine.value(QLatin1String("state")).toInt(),
+                truth.at(i).toObject().value(QLatin1String("state")).toInt())
                 << guid.toStdString() << " item "
                 << mine.value(QLatin1String("number")).toString().toStdString();
         }
