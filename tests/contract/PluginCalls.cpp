@@ -1,0 +1,431 @@
+#include "PluginCalls.h"
+
+#include "frame/KVXServerInfo.h"
+#include "login/KVXCWLoginImpl.h"
+#include "projectdata/KVXCWIDManagerImpl.h"
+#include "projectdata/KVXCWProjectDataImpl.h"
+#include "projectdata/ProjectFixture.h"
+#include "projectlist/KVXCWProjectListImpl.h"
+#include "projectlist/KVXCWProjectPermissionImpl.h"
+#include "resources/KVXCWFileServiceImpl.h"
+#include "support/FakeHost.h"
+
+#include <KVXCollaboration/KVXCollaborator.h>
+#include <KVXCollaboration/KVXRole.h>
+#include <KVXCommon/KVXZipFile.h>
+#include <KVXSQLite/KVXProjectDatabase.h>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTemporaryDir>
+#include <functional>
+#include <memory>
+
+namespace kvx::test {
+
+namespace {
+
+QJsonObject objectOf(const rapidjson::Value &value)
+{
+    return QJsonDocument::fromJson(QByteArray::fromStdString(filledJson(value))).object();
+}
+
+/// A project database without content, a change log of it, and the managers under test.
+class PluginBench {
+public:
+    explicit PluginBench(const Exchange &exchange)
+        : m_exchange(exchange)
+        , m_call(exchange["call"])
+    {
+        arguments = QJsonDocument::fromJson(
+            QByteArray::fromStdString(compactJson(m_call["arguments"])))
+                          .array();
+        KVXCollaborator::getInstance()->setFileService(new KVXCWFileServiceImpl);
+        if (m_call.HasMember("others")) {
+            for (const auto &other : m_call["others"].GetObject())
+                host.network.answer(
+                    QString::fromStdString(textOf(other.name)), objectOf(other.value));
+        }
+    }
+
+    FakeDatabase database; // outlives the managers, which the host's registry destroys
+    FakeInfo info;
+    FakeHost host;
+    QJsonArray arguments;
+
+    QString text(int i) const { return arguments.at(i).toString(); }
+    int number(int i) const { return arguments.at(i).toInt(); }
+    bool flag(int i) const { return arguments.at(i).toBool(); }
+    TProjectsType kind(int i) const { return static_cast<TProjectsType>(number(i)); }
+    QList<int> numbers(int i) const
+    {
+        QList<int> list;
+        const QJsonArray array = arguments.at(i).toArray();
+        for (const QJsonValue &value : array)
+            list.append(value.toInt());
+        return list;
+    }
+
+    /// The managers are made; from here on the exchange's reply waits for its request.
+    void begin()
+    {
+        const QString service = QString::fromStdString(m_exchange.service);
+        const QJsonObject reply = objectOf(m_exchange["reply"]);
+        const int occurrence = m_call.HasMember("occurrence") ? m_call["occurrence"].GetInt() : 1;
+        for (int i = 1; i < occurrence; ++i)
+            host.network.answerOnce(service, objectOf(m_call["others"][m_exchange.service.c_str()]));
+        if (service == QLatin1String("download"))
+            host.network.handle(service, [this, reply](const QJsonObject &request, QJsonObject &out) {
+                out = reply;
+                receive(request.value(QLatin1String("LocalFileName")).toString());
+                return true;
+            });
+        else
+            host.network.answerOnce(service, reply);
+        host.network.takeRequests();
+    }
+
+    KVXCWProjectListImpl &projectList()
+    {
+        host.network.answerOnce(QStringLiteral("projectlistsynctolocal"),
+            { { QStringLiteral("statuscode"), 1 } });
+        m_projectList = std::make_unique<KVXCWProjectListImpl>();
+        begin();
+        return *m_projectList;
+    }
+
+    /// The record of one of the arguments; the bid status is set by hosts and not read from a record.
+    std::unique_ptr<KVXProjectInfo> record(int i)
+    {
+        const QJsonObject json = arguments.at(i).toObject();
+        std::unique_ptr<KVXProjectInfo> record(m_projectList->readProjectInfo(json));
+        record->setBidStatus(json.value(QLatin1String("BidStatus")).toInt());
+        return record;
+    }
+
+    KVXCWLoginImpl &login()
+    {
+        auto *manager = new KVXCWLoginImpl;
+        KVXCollaborator::getInstance()->setLoginManager(manager);
+        host.login = nullptr;
+        begin();
+        return *manager;
+    }
+
+    KVXCWFileService &fileService()
+    {
+        begin();
+        return *KVXCollaborator::getInstance()->fileService();
+    }
+
+    /// The managers of the open project whose GUID is the first argument, at that log version.
+    void openProject(int version)
+    {
+        KVXCollaborator *registry = KVXCollaborator::getInstance();
+        host.network.answerOnce(QStringLiteral("getlogversion"),
+            { { QStringLiteral("statuscode"), 1 }, { QStringLiteral("LogVersion"), version } });
+        m_projectData = new KVXCWProjectDataImpl;
+        registry->setProjectDataSynchronizer(text(0), m_projectData);
+        m_projectData->setProjectGuid(text(0));
+        m_projectData->setProjectDatabase(&database);
+        m_projectData->setPause([](int) { });
+        m_idManager = new KVXCWIDManagerImpl;
+        registry->setIdManager(text(0), m_idManager);
+        m_idManager->setProjectGuid(text(0));
+    }
+
+    KVXCWProjectDataImpl &projectData()
+    {
+        openProject(number(1));
+        begin();
+        return *m_projectData;
+    }
+
+    KVXCWIDManagerImpl &idManager()
+    {
+        openProject(-1);
+        begin();
+        return *m_idManager;
+    }
+
+    QJsonObject itemStates(int moduleType, const QList<int> &ids) const
+    {
+        QJsonObject states;
+        for (const int id : ids)
+            states.insert(QString::number(id), m_idManager->itemState(moduleType, id));
+        return states;
+    }
+
+    /// A file of the client's with the exchange's content.
+    QString localFile() const
+    {
+        const QString path = m_folder.filePath(QStringLiteral("local"));
+        const QByteArray content = m_exchange.has("file")
+            ? QByteArray::fromStdString(textOf(m_exchange["file"]["content"]))
+            : QByteArray("project file");
+        writeFile(path, content);
+        return path;
+    }
+
+    /// A change log that can be loaded and changes nothing.
+    QString changeLog() const
+    {
+        const QString path = m_folder.filePath(QStringLiteral("changes"));
+        QString error;
+        const auto file = KVXProjectDatabase::create(m_folder.filePath(QStringLiteral("made")), text(0),
+            QStringLiteral("CREATE TABLE item(id INTEGER PRIMARY KEY)"), &error);
+        if (!file || !file->sealBase()
+            || !file->prepareSave(path, QStringLiteral("anna@example.com")) || !file->close())
+            throw std::runtime_error(error.toStdString());
+        return path;
+    }
+
+private:
+    /// What the transport does with the body of a download.
+    void receive(const QString &path)
+    {
+        if (!m_exchange.has("file"))
+            return;
+        const rapidjson::Value &file = m_exchange["file"];
+        if (file.HasMember("entry"))
+            KVXZipFile::compressFiles(
+                path, { { QString::fromStdString(textOf(file["entry"])), changeLog() } }, QString());
+        else
+            writeFile(path, QByteArray::fromStdString(textOf(file["content"])));
+    }
+
+    const Exchange &m_exchange;
+    const rapidjson::Value &m_call;
+    QTemporaryDir m_folder;
+    std::unique_ptr<KVXCWProjectListImpl> m_projectList;
+    KVXCWProjectDataImpl *m_projectData = nullptr; // owned by the registry
+    KVXCWIDManagerImpl *m_idManager = nullptr; // owned by the registry
+};
+
+QJsonObject withStatus(bool returned, double status)
+{
+    return { { QStringLiteral("returned"), returned }, { QStringLiteral("statuscode"), status } };
+}
+
+QJsonValue logIn(PluginBench &bench)
+{
+    KVXCWLoginImpl &login = bench.login();
+    const int code
+        = login.login(bench.text(0), bench.text(1), bench.text(2), bench.text(3), bench.text(4));
+    QJsonObject result { { QStringLiteral("returned"), code } };
+    if (code == KVXLoginRefused)
+        result.insert(QStringLiteral("leftCount"), login.leftCount());
+    if (const KVXUser *user = login.currentUser()) {
+        result.insert(QStringLiteral("name"), user->name());
+        result.insert(QStringLiteral("email"), user->email());
+        result.insert(QStringLiteral("role"), user->role() ? user->role()->name() : QString());
+        result.insert(QStringLiteral("brokerUrl"), KVXServerInfo::getInstance()->brokerUrl());
+    }
+    return result;
+}
+
+QJsonValue syncProjectList(PluginBench &bench)
+{
+    KVXCWProjectListImpl &list = bench.projectList();
+    QJsonObject result { { QStringLiteral("returned"), list.syncProjectList() } };
+    QJsonArray names;
+    for (const auto &records : list.projects()) {
+        for (const KVXProjectInfo *record : records)
+            names.append(record->name());
+    }
+    result.insert(QStringLiteral("projects"), names);
+    return result;
+}
+
+QJsonValue fetchProject(PluginBench &bench)
+{
+    KVXCWProjectListImpl &list = bench.projectList();
+    QJsonObject result { { QStringLiteral("returned"), list.fetchProject(bench.text(0)) } };
+    if (const KVXProjectInfo *record = list.getProjectInfoByGUID(bench.text(0)))
+        result.insert(QStringLiteral("record"), record->toJson());
+    return result;
+}
+
+QJsonValue newProject(PluginBench &bench)
+{
+    double status = -1;
+    const bool made
+        = bench.projectList().newProject(bench.kind(0), bench.text(1), bench.text(2), &status);
+    return withStatus(made, status);
+}
+
+/// Arguments: kind, and the record of the new project.
+QJsonValue addendumProject(PluginBench &bench)
+{
+    KVXCWProjectListImpl &list = bench.projectList();
+    double status = -1;
+    const bool made = list.addendumProject(bench.kind(0), *bench.record(1), &status);
+    return withStatus(made, status);
+}
+
+QJsonValue updateProject(PluginBench &bench)
+{
+    KVXCWProjectListImpl &list = bench.projectList();
+    return list.updateProject(bench.record(0).get());
+}
+
+QJsonValue renameProject(PluginBench &bench)
+{
+    double status = -1;
+    const bool renamed = bench.projectList().renameProject(
+        bench.text(0), bench.text(1), bench.text(2), &status);
+    return withStatus(renamed, status);
+}
+
+QJsonValue updatePermissions(PluginBench &bench)
+{
+    bench.projectList();
+    KVXCWProjectPermissionImpl permissions;
+    return permissions.updatePermissions(bench.record(0).get());
+}
+
+/// Arguments: GUID, own log version, amount. The host's part of the save is ready.
+QJsonValue saveProject(PluginBench &bench)
+{
+    bench.info.map = { { QStringLiteral("ProjectLogFile"), bench.changeLog() },
+        { QStringLiteral("ProjectFile"), bench.localFile() },
+        { QStringLiteral("Amount"), bench.text(2) } };
+    return int(bench.projectData().saveProject(&bench.info));
+}
+
+/// Arguments: name on the server, the caller's own keys, whether with digest.
+QJsonValue uploadFile(PluginBench &bench)
+{
+    QJsonObject request = bench.arguments.at(1).toObject();
+    return bench.fileService().upload(
+        QString(), bench.localFile(), bench.text(0), request, bench.flag(2), nullptr);
+}
+
+/// Arguments: GUID, module, items. States: 0 free, 1 the user's, 2 somebody else's.
+QJsonValue checkOut(PluginBench &bench)
+{
+    const bool done = bench.idManager().checkOut(bench.number(1), bench.numbers(2));
+    return QJsonObject { { QStringLiteral("returned"), done },
+        { QStringLiteral("states"), bench.itemStates(bench.number(1), bench.numbers(2)) } };
+}
+
+QJsonValue checkIn(PluginBench &bench)
+{
+    const bool done = bench.idManager().checkIn(bench.number(1), bench.numbers(2));
+    return QJsonObject { { QStringLiteral("returned"), done },
+        { QStringLiteral("states"), bench.itemStates(bench.number(1), bench.numbers(2)) } };
+}
+
+/// Reads a module for the first time. Arguments: GUID, module, items to look at.
+QJsonValue readModule(PluginBench &bench)
+{
+    KVXItemCheckState holder;
+    bench.idManager().checkState(bench.number(1), 0, holder);
+    return bench.itemStates(bench.number(1), bench.numbers(2));
+}
+
+/// Arguments: GUID, how many numbers.
+QJsonValue newItemIds(PluginBench &bench)
+{
+    KVXCWIDManagerImpl &items = bench.idManager();
+    QJsonArray ids;
+    for (int i = 0; i < bench.number(1); ++i)
+        ids.append(items.newItemId(&bench.database));
+    return ids;
+}
+
+/// What is told when nothing was created: arguments: GUID, module.
+QJsonValue checkOutNewItems(PluginBench &bench)
+{
+    KVXCWIDManagerImpl &items = bench.idManager();
+    items.registerCreatedItems(bench.number(1), { 1 });
+    return items.checkOutNewItems();
+}
+
+using Operation = std::function<QJsonValue(PluginBench &)>;
+
+const QMap<QString, Operation> &operations()
+{
+    using B = PluginBench;
+    static const QMap<QString, Operation> all {
+        { QStringLiteral("login"), logIn },
+        { QStringLiteral("logout"), [](B &b) { return b.login().logout(b.text(0)); } },
+        { QStringLiteral("syncProjectList"), syncProjectList },
+        { QStringLiteral("fetchProject"), fetchProject },
+        { QStringLiteral("genProjectName"), [](B &b) { return b.projectList().genProjectName(); } },
+        { QStringLiteral("newProject"), newProject },
+        { QStringLiteral("addendumProject"), addendumProject },
+        { QStringLiteral("removeProject"),
+            [](B &b) { return b.projectList().removeProject(b.text(0)); } },
+        { QStringLiteral("updateProject"), updateProject },
+        { QStringLiteral("renameProject"), renameProject },
+        { QStringLiteral("existsProject"),
+            [](B &b) { return b.projectList().existsProject(b.text(0)); } },
+        { QStringLiteral("openProject"), [](B &b) { return b.projectList().openProject(b.text(0)); } },
+        { QStringLiteral("closeProject"),
+            [](B &b) { return b.projectList().closeProject(b.text(0)); } },
+        { QStringLiteral("lockProject"),
+            [](B &b) { return b.projectList().lockProject(b.text(0), b.flag(1)); } },
+        { QStringLiteral("onlineEditors"),
+            [](B &b) {
+                return QJsonArray::fromStringList(b.projectList().onlineEditors(b.text(0)));
+            } },
+        { QStringLiteral("updateProjectAdditionalInfo"),
+            [](B &b) {
+                return b.projectList().updateProjectAdditionalInfo(
+                    b.text(0), b.arguments.at(1).toObject());
+            } },
+        { QStringLiteral("newProjectGroup"),
+            [](B &b) { return b.projectList().newProjectGroup(b.kind(0), b.text(1)); } },
+        { QStringLiteral("removeProjectGroup"),
+            [](B &b) { return b.projectList().removeProjectGroup(b.text(0)); } },
+        { QStringLiteral("renameProjectGroup"),
+            [](B &b) { return b.projectList().renameProjectGroup(b.text(0), b.text(1)); } },
+        { QStringLiteral("existsProjectGroup"),
+            [](B &b) { return b.projectList().existsProjectGroup(b.text(0)); } },
+        { QStringLiteral("updatePermissions"), updatePermissions },
+        { QStringLiteral("syncLogs"), [](B &b) { return int(b.projectData().syncLogs()); } },
+        { QStringLiteral("saveProject"), saveProject },
+        { QStringLiteral("downloadProject"),
+            [](B &b) {
+                return b.fileService().download(b.text(0), b.text(1), b.localFile());
+            } },
+        { QStringLiteral("uploadProject"),
+            [](B &b) {
+                return b.fileService().upload(b.text(0), b.text(1), b.localFile(), {});
+            } },
+        { QStringLiteral("uploadFile"), uploadFile },
+        { QStringLiteral("hasUpload"),
+            [](B &b) { return b.fileService().hasUpload(b.localFile(), b.text(0), b.flag(1)); } },
+        { QStringLiteral("checkOut"), checkOut },
+        { QStringLiteral("checkIn"), checkIn },
+        { QStringLiteral("checkInAll"), [](B &b) { return b.idManager().checkInAll(); } },
+        { QStringLiteral("readModule"), readModule },
+        { QStringLiteral("checkOutNewItems"), checkOutNewItems },
+        { QStringLiteral("copyCheckState"),
+            [](B &b) { return b.idManager().copyCheckState(b.text(0), b.text(1)); } },
+        { QStringLiteral("newItemIds"), newItemIds },
+    };
+    return all;
+}
+
+} // namespace
+
+CallOutcome performCall(const Exchange &exchange)
+{
+    const QString name = QString::fromStdString(textOf(exchange["call"]["operation"]));
+    const Operation operation = operations().value(name);
+    if (!operation)
+        throw std::runtime_error("there is no operation " + name.toStdString());
+    PluginBench bench(exchange);
+    CallOutcome outcome;
+    outcome.result = operation(bench);
+    outcome.requests = bench.host.network.takeRequests();
+    return outcome;
+}
+
+QStringList knownOperations()
+{
+    return operations().keys();
+}
+
+} // namespace kvx::test

@@ -1,0 +1,184 @@
+#include "ServerState.h"
+
+#include "base/Config.h"
+#include "base/Digest.h"
+#include "base/Text.h"
+#include "services/Password.h"
+#include "services/ServiceTable.h"
+#include "store/MetaStore.h"
+#include "store/UserStore.h"
+
+#include <fstream>
+#include <functional>
+#include <future>
+
+namespace kvx::test {
+
+using namespace kvx::server;
+
+namespace {
+
+using Step = std::vector<std::string>;
+
+const std::map<std::string, std::string> fullNames { { "anna", "Anna Weiss" }, { "ben", "Ben Ito" },
+    { "carla", "Carla Ruiz" }, { "dana", "Dana Cole" } };
+
+std::string firstWord(const std::string &who)
+{
+    return who.substr(0, who.find(' '));
+}
+
+std::string emailOf(const std::string &who)
+{
+    return firstWord(who) + "@example.com";
+}
+
+void require(const Answer &answer, const std::string &what)
+{
+    if (answer.status() != 1)
+        throw std::runtime_error("the state cannot be brought about: " + what + ": " + answer.json());
+}
+
+} // namespace
+
+ServerState::ServerState()
+    // A request for a taken lock waits so long; the exchange itself is the same.
+    : m_harness([](Config &config) { config.lockHold = 100; })
+{
+    for (const auto &[who, name] : fullNames) {
+        const char *role = who == "carla" ? "Administrator" : who == "dana" ? "" : "Estimator";
+        m_harness.addUser(emailOf(who), name, role);
+    }
+}
+
+Session &ServerState::session(const std::string &who)
+{
+    auto found = m_sessions.find(who);
+    if (found == m_sessions.end()) {
+        const char *device = who == firstWord(who) ? "'s desk" : "'s laptop";
+        found = m_sessions.emplace(who, m_harness.login(emailOf(who), firstWord(who) + device)).first;
+    }
+    return found->second;
+}
+
+std::string ServerState::tokenOf(const std::string &who)
+{
+    return who == "nobody" ? std::string() : session(who).token;
+}
+
+void ServerState::ask(const std::string &who, const Message &message)
+{
+    require(session(who).ask(message), message.json());
+}
+
+void ServerState::bring(const rapidjson::Value &json)
+{
+    Step step;
+    for (const auto &word : json.GetArray())
+        step.push_back(textOf(word));
+    const auto user = [&] { return findUser(m_harness.db(), emailOf(step.at(1)))->id; };
+    const auto about = [&](const char *service) {
+        return Message(service).set("ProjectGUID", step.at(2));
+    };
+    const auto logLock = [&] {
+        return about("loglock").raw("LogVersion", step.at(3)).set("ReleaseLock", false);
+    };
+    const std::map<std::string, std::function<void()>> steps {
+        // [name, user, …]
+        { "password", [&] { setPassword(m_harness.db(), user(), hashPassword(step.at(2))); } },
+        { "account disabled", [&] { setDisabled(m_harness.db(), user(), true); } },
+        { "session ended", [&] { ask(step.at(1), Message("logout")); } },
+        // [name, user, GUID, …]
+        { "project",
+            [&] {
+                const Session &creator = session(step.at(1));
+                ask(step.at(1), newProject(creator, step.at(2), step.at(3)));
+            } },
+        { "permission",
+            [&] {
+                require(permit(session(step.at(1)), step.at(2), { { step.at(3), step.at(4) } }),
+                    "permission");
+            } },
+        { "information",
+            [&] {
+                ask(step.at(1),
+                    about("updateprojectadditionalinfo").raw("AdditionalInfo", step.at(3)));
+            } },
+        { "saved",
+            [&] {
+                require(save(session(step.at(1)), step.at(2), std::stoll(step.at(3))), "saved");
+            } },
+        { "open", [&] { ask(step.at(1), about("openproject")); } },
+        { "project lock", [&] { ask(step.at(1), about("projectlock").set("ReleaseLock", false)); } },
+        { "save lock", [&] { ask(step.at(1), logLock()); } },
+        { "uploaded",
+            [&] {
+                const bool log = step.size() > 4;
+                const std::string bytes = log ? logArchive(step.at(3), step.at(4)) : "project file";
+                require(session(step.at(1)).upload(step.at(3), bytes), "uploaded");
+            } },
+        { "own file",
+            [&] { require(session(step.at(1)).upload(step.at(2), step.at(3)), "own file"); } },
+        { "checked out",
+            [&] {
+                ask(step.at(1),
+                    about("checkout").raw("ModuleType", step.at(3)).set("NotifyOther", false).set(
+                        "IDs", step.at(4)));
+            } },
+        { "checked in",
+            [&] {
+                ask(step.at(1),
+                    about("checkin").raw("ModuleType", step.at(3)).set("IDs", step.at(4)));
+            } },
+        { "numbers", [&] { ask(step.at(1), about("allocateidrange").set("NewRange", false)); } },
+        // [name, user, group, kind]
+        { "group",
+            [&] {
+                ask(step.at(1),
+                    Message("newprojectgroup").set("Name", step.at(2)).set("Type", step.at(3)));
+            } },
+        // [name, value]: settings of the server
+        { "products served", [&] { m_harness.config().loginProducts = { step.at(1) }; } },
+        { "sessions of one user", [&] { m_harness.config().sessionPerUser = std::stoi(step.at(1)); } },
+        { "maintenance", [&] { setMetaValue(m_harness.db(), "read_only", "1"); } },
+    };
+    const auto found = steps.find(step.at(0));
+    if (found == steps.end())
+        throw std::runtime_error("there is no step \"" + step.at(0) + '"');
+    found->second();
+}
+
+Reply ServerState::post(const std::string &who, const std::string &request, const std::string *file)
+{
+    const auto exchange = std::make_shared<server::Exchange>();
+    exchange->endpoint = &allEndpoints().front();
+    exchange->body = request;
+    exchange->address = "127.0.0.1";
+    exchange->token = tokenOf(who);
+    exchange->connectionId = who == "nobody" ? 1'000'000 : session(who).connection;
+    Dispatcher &dispatcher = m_harness.dispatcher();
+    const auto wait = [&](void (Dispatcher::*step)(const ExchangePtr &, Completion)) {
+        std::promise<Reply> promise;
+        (dispatcher.*step)(
+            exchange, [&promise](Reply reply) { promise.set_value(std::move(reply)); });
+        return promise.get_future().get();
+    };
+    if (!file)
+        return wait(&Dispatcher::dispatch);
+    Reply decided = wait(&Dispatcher::beginUpload);
+    if (!decided.isOk())
+        return decided;
+    const std::string path = m_harness.folder() + "/tmp/" + newUuid();
+    std::ofstream(path, std::ios::binary) << *file;
+    exchange->file = std::make_shared<ReceivedFile>(
+        path, static_cast<std::int64_t>(file->size()), sha256(*file), md5(*file));
+    return wait(&Dispatcher::finishUpload);
+}
+
+std::string bytesOf(const rapidjson::Value &file)
+{
+    const std::string content = textOf(file["content"]);
+    return file.HasMember("entry") ? logArchive(textOf(file["entry"]), content) : content;
+}
+
+} // namespace kvx::test
