@@ -78,11 +78,11 @@ void withdraw(Call &call, std::int64_t projectId, const std::string &guid, std::
     if (!mayRead)
         OpenStore(call.db()).closeAll(projectId, userId);
     for (const std::int64_t module : ItemStore(call.db()).checkInAll(projectId, userId, call.now()))
-        announceItems(call, projectId, guid, "CheckIn", module);
+        announceItems(call, projectId, guid, "CheckIn", module, Call::Sender::Server);
 }
 
 void announceItems(Call &call, std::int64_t projectId, const std::string &guid,
-    const std::string &command, std::int64_t module)
+    const std::string &command, std::int64_t module, Call::Sender sender)
 {
     Announcement announcement;
     announcement.type = "notifymsg_checkout";
@@ -90,7 +90,7 @@ void announceItems(Call &call, std::int64_t projectId, const std::string &guid,
     announcement.content = "{\"Command\":" + jsonText(command) + ",\"ProjectGUID\":" + jsonText(guid)
         + ",\"ModuleType\":" + std::to_string(module) + '}';
     announcement.projectId = projectId;
-    call.announce(std::move(announcement));
+    call.announce(std::move(announcement), sender);
 }
 
 void announceRecord(Call &call, std::int64_t projectId, const std::string &command)

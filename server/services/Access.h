@@ -34,7 +34,7 @@ void withdraw(Call &call, std::int64_t projectId, const std::string &guid, std::
 
 /// "CheckOut" or "CheckIn" of a module's items.
 void announceItems(Call &call, std::int64_t projectId, const std::string &guid,
-    const std::string &command, std::int64_t module);
+    const std::string &command, std::int64_t module, Call::Sender sender = Call::Sender::Caller);
 
 /// A project-list notification with the short record.
 void announceRecord(Call &call, std::int64_t projectId, const std::string &command);

@@ -123,8 +123,10 @@ TEST_F(Permissions, WhoLosesWriteLosesLocksStageAndCheckOuts)
     ASSERT_EQ(sent.size(), 3u);
     EXPECT_EQ(sent[0].content, "{\"Command\":\"CheckIn\",\"ProjectGUID\":\"" + guid + "\",\"ModuleType\":1}");
     EXPECT_EQ(sent[0].type, "notifymsg_checkout");
+    EXPECT_EQ(sent[0].sender, "") << "clients of the acting user do not know of it either";
     EXPECT_EQ(sent[1].command, "CheckIn");
     EXPECT_EQ(sent[2].command, "PermissionChanged");
+    EXPECT_EQ(sent[2].sender, "anna@example.com");
 
     ASSERT_EQ(permit(anna, guid, {}).status(), 1);
     EXPECT_EQ(count("SELECT count(*) FROM project_open"), 0);
