@@ -1,0 +1,157 @@
+#include "ChangeLogs.h"
+#include "Memory.h"
+#include "Report.h"
+#include "Stand.h"
+#include "Workloads.h"
+
+#include "KVXSQLite/KVXProjectDatabase.h"
+#include "content/Schema.h"
+
+#include <KVXCollaboration/KVXCWProjectData.h>
+#include <KVXCollaboration/KVXCollaborator.h>
+#include <KVXSQLite/IKVXSQLiteModel.h>
+#include <KVXSQLite/IKVXSQLiteModelCommandFile.h>
+#include <QFile>
+#include <sqlite3.h>
+
+namespace kvx::bench {
+
+namespace {
+
+/// The version that a synchroniser believes to be at: told anew for a copy that was put back.
+struct Standing : KVXCWProjectData {
+    using KVXCWProjectData::m_logVersion;
+};
+
+QString freshCopy(Stand &stand, const QString &of)
+{
+    const QString path = stand.path(QStringLiteral("behind.kvx"));
+    for (const char *suffix : { "", "-wal", "-shm" })
+        QFile::remove(path + QLatin1String(suffix));
+    require(QFile::copy(of, path), of);
+    return path;
+}
+
+int giveWay(void *, int, sqlite3_changeset_iter *)
+{
+    return SQLITE_CHANGESET_ABORT;
+}
+
+/// All changesets in one transaction with one sync, and nothing checked.
+double applyBarely(const QString &path, const QList<QByteArray> &changesets)
+{
+    sqlite3 *connection = nullptr;
+    const auto run = [&](const char *sql) {
+        require(sqlite3_exec(connection, sql, nullptr, nullptr, nullptr) == SQLITE_OK,
+            QLatin1String(sql));
+    };
+    require(sqlite3_open(path.toUtf8().constData(), &connection) == SQLITE_OK, path);
+    run("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA wal_autocheckpoint=0");
+    const double time = milliseconds([&] {
+        run("BEGIN IMMEDIATE");
+        for (const QByteArray &changeset : changesets)
+            require(sqlite3changeset_apply(connection, changeset.size(),
+                        const_cast<char *>(changeset.constData()), nullptr, giveWay, nullptr)
+                    == SQLITE_OK,
+                QStringLiteral("the changeset does not fit"));
+        run("COMMIT");
+    });
+    sqlite3_close(connection);
+    return time;
+}
+
+std::unique_ptr<KVXProjectDatabase> openBehind(const QString &path, const QString &guid)
+{
+    QString error;
+    auto database = KVXProjectDatabase::open(
+        path, guid, KVXProjectDatabase::Origin::Local, content::projectSchema(), &error);
+    require(database != nullptr, error);
+    return database;
+}
+
+double executeLogs(KVXProjectDatabase &database, const QStringList &files)
+{
+    return milliseconds([&] {
+        for (const QString &file : files) {
+            const std::unique_ptr<IKVXSQLiteModelCommandFile> log(CreateSQLiteModelCommandFile());
+            require(log->loadFromFile(file) && database.model()->execute(log.get(), 0) != 0,
+                database.errorText());
+        }
+        require(database.checkpoint(), database.errorText());
+    });
+}
+
+double synchronise(KVXProjectDatabase &database, const QString &guid, int from)
+{
+    KVXCWProjectData *synchronizer = KVXCollaborator::getInstance()->projectDataSynchronizer(guid);
+    synchronizer->setProjectDatabase(&database);
+    synchronizer->*(&Standing::m_logVersion) = from;
+    KVXCWProjectData::ErrorCode code = KVXCWProjectData::Success;
+    const double time = milliseconds([&] { code = synchronizer->syncLogs(); });
+    synchronizer->setProjectDatabase(nullptr);
+    require(
+        code == KVXCWProjectData::Success && database.logVersion() == synchronizer->logVersion(),
+        QStringLiteral("the synchronisation ended with %1 at version %2")
+            .arg(static_cast<int>(code))
+            .arg(database.logVersion()));
+    return time;
+}
+
+void measureBehind(Stand &stand, Report &report, const ChangeLogs &logs, int from, double limit)
+{
+    const QStringList files = logs.files.mid(from + 1);
+    QList<QByteArray> changesets;
+    for (const QString &file : files)
+        changesets.append(changesetOf(file));
+    std::vector<double> floor;
+    std::vector<double> executed;
+    std::vector<double> synchronised;
+    double memory = 0;
+    for (int i = 0; i < stand.repeats(files.size() > 100 ? 5 : 9); ++i) {
+        floor.push_back(applyBarely(freshCopy(stand, logs.copies[from]), changesets));
+        executed.push_back(
+            executeLogs(*openBehind(freshCopy(stand, logs.copies[from]), logs.guid), files));
+        const auto database = openBehind(freshCopy(stand, logs.copies[from]), logs.guid);
+        const MemoryPeak peak;
+        synchronised.push_back(synchronise(*database, logs.guid, from));
+        memory = std::max(memory, peak.growth());
+    }
+    const QString what = QStringLiteral("catch-up, logs: %1, changeset bytes each: %2")
+                             .arg(files.size())
+                             .arg(changesets.first().size());
+    report.note(what);
+    const QString count = QString::number(files.size());
+    report.addRatio(
+        QStringLiteral("catch-up by applying, logs: %1").arg(count), median(floor), median(executed), limit);
+    report.addRatio(QStringLiteral("catch-up by synchronising, logs: %1").arg(count), median(floor),
+        median(synchronised), limit);
+    report.add({ QStringLiteral("catch-up by synchronising, logs: %1, memory").arg(count), 0, memory,
+        QStringLiteral("at most 32 MB"), memory <= 32, QStringLiteral("MB") });
+}
+
+void publishAll(Stand &stand, const ChangeLogs &logs)
+{
+    const QString file = openForPublishing(stand, logs);
+    for (int version = 0; version < logs.files.size(); ++version)
+        stand.publish(logs.guid, version - 1, logs.files.at(version), file);
+}
+
+} // namespace
+
+void measureCatchUp(Stand &stand, Report &report)
+{
+    const ChangeLogs large
+        = writeChangeLogs(stand, QStringLiteral("large-log"), mediumTender, 1, 1'000, { -1 });
+    publishAll(stand, large);
+    measureBehind(stand, report, large, -1, 1.3);
+
+    const int count = stand.isQuick() ? 200 : 1'000;
+    const QList<int> marks { count - 2, count - 101, -1 };
+    const ChangeLogs small
+        = writeChangeLogs(stand, QStringLiteral("small-logs"), mediumTender, count, 10, marks);
+    publishAll(stand, small);
+    for (const int from : marks)
+        measureBehind(stand, report, small, from, from == count - 2 ? 1.3 : 3);
+}
+
+} // namespace kvx::bench

@@ -1,0 +1,93 @@
+#include "Memory.h"
+#include "Report.h"
+#include "Stand.h"
+#include "Workloads.h"
+
+#include <KVXCollaboration/KVXCWProjectList.h>
+#include <KVXCollaboration/KVXCollaborator.h>
+#include <QJsonDocument>
+#include <QUuid>
+#include <exception>
+#include <mutex>
+#include <thread>
+
+namespace kvx::bench {
+
+namespace {
+
+void createProjects(Stand &stand, int count)
+{
+    constexpr int sessions = 16;
+    std::vector<std::thread> threads;
+    std::mutex mutex;
+    std::exception_ptr failure;
+    for (int session = 0; session < sessions; ++session) {
+        threads.emplace_back([&, session, wire = stand.newSession(), email = stand.email()] {
+            try {
+                for (int i = session; i < count; i += sessions)
+                    wire->call({ { QStringLiteral("service"), QStringLiteral("newproject") },
+                        { QStringLiteral("Type"), KVXCWProjectList::getProjectType(Tender) },
+                        { QStringLiteral("Name"), QStringLiteral("Town hall, lot %1").arg(i) },
+                        { QStringLiteral("ProjectGUID"), QUuid::createUuid().toString() },
+                        { QStringLiteral("CreatorName"), QStringLiteral("Bench") },
+                        { QStringLiteral("CreatorEmail"), email },
+                        { QStringLiteral("Email"), email },
+                        { QStringLiteral("Amount"), QStringLiteral("0.00") },
+                        { QStringLiteral("ProjectState"), 0 } });
+            } catch (...) {
+                const std::lock_guard<std::mutex> lock(mutex);
+                failure = std::current_exception();
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+} // namespace
+
+/// The floor is the time that QJsonDocument takes to parse the same reply.
+void measureProjectList(Stand &stand, Report &report)
+{
+    const int count = stand.isQuick() ? 1'000 : 10'000;
+    createProjects(stand, count);
+
+    const QByteArray request = QJsonDocument(
+        QJsonObject { { QStringLiteral("service"), QStringLiteral("projectlistsynctolocal") },
+            { QStringLiteral("Email"),
+                stand.email() } }).toJson(QJsonDocument::Compact);
+    const auto wire = stand.newSession();
+    KVXCWProjectList *list = KVXCollaborator::getInstance()->projectListManager();
+    double size = 0;
+    std::vector<double> parsed;
+    std::vector<double> fetched;
+    std::vector<double> applied;
+    double memory = 0;
+    require(list->syncProjectList(), QStringLiteral("the list was refused"));
+    for (int i = 0; i < stand.repeats(); ++i) {
+        {
+            QByteArray body;
+            fetched.push_back(milliseconds([&] { body = wire->post(request); }));
+            size = body.size() / 1e6;
+            QJsonDocument document;
+            parsed.push_back(milliseconds([&] { document = QJsonDocument::fromJson(body); }));
+            require(document.isObject(), QStringLiteral("the list is no JSON object"));
+        }
+        const MemoryPeak peak;
+        applied.push_back(milliseconds(
+            [&] { require(list->syncProjectList(), QStringLiteral("the list was refused")); }));
+        memory = std::max(memory, peak.growth());
+    }
+    const double floor = median(parsed);
+    const QString name = QStringLiteral("project list, projects: %1, ").arg(count);
+    report.note(QStringLiteral("%1 MB of JSON").arg(size, 0, 'f', 1));
+    report.addRatio(name + QLatin1String("applied"), floor, median(applied) - median(fetched), 1.5);
+    report.add({ name + QLatin1String("server and way"), floor, median(fetched), QString() });
+    report.add({ name + QLatin1String("in all"), floor, median(applied), QString() });
+    report.add({ name + QLatin1String("memory"), size, memory,
+        QStringLiteral("at most 4 times the JSON"), memory <= 4 * size, QStringLiteral("MB") });
+}
+
+} // namespace kvx::bench

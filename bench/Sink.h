@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QString>
+#include <list>
+#include <thread>
+#include <vector>
+
+namespace kvx::bench {
+
+/// The least that a server can do with a request, as a floor for the real one: a thread a
+/// connection, no parsing beyond the head. What is posted to "/store" is written to a file and
+/// synced, anything else thrown away; the answer is one small JSON object.
+class Sink {
+public:
+    /// Listens on a free port of this machine. Throws std::runtime_error.
+    explicit Sink(const QString &folder);
+    ~Sink();
+    Sink(const Sink &) = delete;
+    Sink &operator=(const Sink &) = delete;
+
+    /// "127.0.0.1:port".
+    QString address() const;
+
+private:
+    void accept();
+    void serve(int connection, int number);
+
+    QString m_folder;
+    int m_listener = -1;
+    int m_port = 0;
+    std::thread m_acceptor;
+    std::vector<int> m_connections; // touched by the acceptor alone until it has ended
+    std::list<std::thread> m_threads;
+};
+
+} // namespace kvx::bench

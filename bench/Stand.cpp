@@ -1,0 +1,121 @@
+#include "Stand.h"
+
+#include <KVXCollaboration/KVXCWFileService.h>
+#include <KVXCollaboration/KVXCWProjectList.h>
+#include <KVXCollaboration/KVXCollaborator.h>
+#include <KVXCommon/KVXZipFile.h>
+#include <KVXNetwork/KVXNetwork.h>
+#include <QCoreApplication>
+#include <QFile>
+#include <QUuid>
+#include <stdexcept>
+
+namespace kvx::bench {
+
+namespace {
+
+QString buildFolder()
+{
+    return QCoreApplication::applicationDirPath() + QLatin1String("/..");
+}
+
+} // namespace
+
+void require(bool condition, const QString &otherwise)
+{
+    if (!condition)
+        throw std::runtime_error(otherwise.toStdString());
+}
+
+Stand::Stand(bool quick)
+    : m_quick(quick)
+    , m_site(buildFolder(), QStringLiteral(KVX_BROKER_SCRIPT))
+{
+    // All clients of this run share one address, and one user has many sessions.
+    qputenv("KVX_SESSION_PERUSER", "100");
+    qputenv("KVX_LIMITS_PERADDRESS", "1000");
+    require(m_site.start(), m_site.error());
+    require(m_site.addUser(m_email, QStringLiteral("Bench")), m_site.error());
+
+    host::ClientOptions options;
+    options.host = m_site.server().section(QLatin1Char(':'), 0, 0);
+    options.port = m_site.server().section(QLatin1Char(':'), 1);
+    options.email = m_email;
+    options.password = password();
+    options.plugin = buildFolder() + QLatin1String("/plugin/libKVXNetCollaboration.so");
+    options.home = path(QStringLiteral("home"));
+    m_client = std::make_unique<host::Client>(options);
+    QString error;
+    require(m_client->begin(&error) == KVXOk && m_client->brokerError().isEmpty(),
+        QStringLiteral("the login failed: %1 %2").arg(error, m_client->brokerError()));
+}
+
+Stand::~Stand() = default;
+
+QString Stand::password() const
+{
+    QFile file(m_site.account(m_email).passwordFile);
+    require(file.open(QIODevice::ReadOnly), file.errorString());
+    return QString::fromUtf8(file.readLine()).remove(QLatin1Char('\n'));
+}
+
+QJsonObject Stand::service(const char *name, QJsonObject keys)
+{
+    keys.insert(QStringLiteral("service"), QLatin1String(name));
+    keys.insert(QStringLiteral("Email"), m_email);
+    QJsonObject reply;
+    const QString url = QStringLiteral("http://%1/kvx/service").arg(m_site.server());
+    const bool carried = KVXNetwork::getInstance()->post(url, keys, reply, nullptr, nullptr);
+    require(carried && reply.value(QLatin1String("statuscode")).toInt() == 1,
+        QStringLiteral("%1 failed: %2 %3")
+            .arg(QLatin1String(name), KVXNetwork::getInstance()->lastError(),
+                reply.value(QLatin1String("message")).toString()));
+    return reply;
+}
+
+std::unique_ptr<Wire> Stand::newSession()
+{
+    auto wire = std::make_unique<Wire>(m_site.server());
+    wire->login(m_email, password());
+    return wire;
+}
+
+QString Stand::share(const QString &name, const TenderSize &size, QString *base)
+{
+    const QString guid = QUuid::createUuid().toString();
+    *base = path(name + QLatin1String(".kvx"));
+    writeTender(*base, guid, size);
+    KVXCollaborator *managers = KVXCollaborator::getInstance();
+    KVXCWProjectList *list = managers->projectListManager();
+    require(list->newProject(Tender, name, guid) && list->openProject(guid) == 1
+            && managers->fileService()->upload(name, guid, *base, {}) && list->closeProject(guid),
+        QStringLiteral("the project %1 could not be made").arg(name));
+    return guid;
+}
+
+std::chrono::steady_clock::time_point Stand::publish(
+    const QString &guid, int before, const QString &logFile, const QString &projectFile)
+{
+    const QString name = guid + QLatin1String("_log") + QString::number(before + 1);
+    const QString archive = path(QStringLiteral("publish.zip"));
+    require(KVXZipFile::compressFiles(archive, { { name, logFile } }, QString()),
+        QStringLiteral("%1 cannot be packed").arg(logFile));
+    const QString project = QStringLiteral("ProjectGUID");
+    const QString version = QStringLiteral("LogVersion");
+    const QString local = QStringLiteral("LocalFileName");
+    const QString file = QStringLiteral("FileName");
+    const QString release = QStringLiteral("ReleaseLock");
+    service("loglock", { { project, guid }, { version, before }, { release, false } });
+    service("upload", { { local, archive }, { file, name } });
+    service("upload",
+        { { local, projectFile }, { file, QString(guid + QLatin1String(".KVX")) },
+            { project, guid }, { QStringLiteral("md5"), KVXCWFileService::md5(projectFile) } });
+    service("sendservertomerge",
+        { { project, guid }, { version, before }, { QStringLiteral("LogFilename"), name },
+            { QStringLiteral("Amount"), QStringLiteral("1.00") } });
+    const auto merged = std::chrono::steady_clock::now();
+    service("loglock", { { project, guid }, { version, before + 1 }, { release, true } });
+    return merged;
+}
+
+} // namespace kvx::bench

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "Tender.h"
+#include "Wire.h"
+#include "client/Client.h"
+#include "demo/Site.h"
+
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <chrono>
+#include <memory>
+
+namespace kvx::bench {
+
+/// Throws std::runtime_error with this text unless the condition holds.
+void require(bool condition, const QString &otherwise);
+
+/// What all workloads stand on: a real server with its broker, and one user who is logged in
+/// through the plug-in in this process. Host thread.
+class Stand {
+public:
+    /// Throws std::runtime_error when something does not start.
+    explicit Stand(bool quick);
+    ~Stand();
+
+    demo::Site &site() { return m_site; }
+    host::Client &client() { return *m_client; }
+    const QString &email() const { return m_email; }
+    QString password() const;
+    /// A path in a folder that goes at the end.
+    QString path(const QString &name) const { return m_folder.filePath(name); }
+
+    /// How often a figure is taken; at least five unless it is to be quick.
+    int repeats(int usual = 7) const { return m_quick ? 3 : usual; }
+    bool isQuick() const { return m_quick; }
+
+    /// One service request over the session of the plug-in; must succeed.
+    QJsonObject service(const char *name, QJsonObject keys);
+    /// A session of its own for the same user.
+    std::unique_ptr<Wire> newSession();
+    /// Makes a project of this size and uploads its base. The file stays at base.
+    QString share(const QString &name, const TenderSize &size, QString *base);
+    /// Publishes the next version of a project, as a save does, with this change log. Gives the
+    /// moment at which the server had agreed to the merge.
+    std::chrono::steady_clock::time_point publish(
+        const QString &guid, int before, const QString &logFile, const QString &projectFile);
+
+private:
+    QTemporaryDir m_folder;
+    bool m_quick;
+    QString m_email = QStringLiteral("bench@example.com");
+    demo::Site m_site;
+    std::unique_ptr<host::Client> m_client;
+};
+
+} // namespace kvx::bench

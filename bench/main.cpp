@@ -1,0 +1,80 @@
+// What the product's main jobs cost, each beside the least that the same work can cost on this
+// machine, in one run.
+
+#include "Report.h"
+#include "Stand.h"
+#include "Workloads.h"
+#include "client/TemporaryFolder.h"
+
+#include <CLI/CLI.hpp>
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
+#include <csignal>
+
+namespace {
+
+using namespace kvx::bench;
+
+struct Workload {
+    const char *name;
+    void (*measure)(Stand &, Report &);
+};
+
+constexpr Workload workloads[] = {
+    { "login", measureLogin },
+    { "requests", measureRequests },
+    { "lock", measureLockHandOver },
+    { "checkout", measureCheckOut },
+    { "save", measureSave },
+    { "catchup", measureCatchUp },
+    { "notify", measureNotify },
+    { "list", measureProjectList },
+};
+
+/// Takes in what the broker has sent meanwhile.
+void settle()
+{
+    QEventLoop loop;
+    QTimer::singleShot(300, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const kvx::host::TemporaryFolder temporary;
+    std::signal(SIGPIPE, SIG_IGN);
+    const QCoreApplication application(argc, argv);
+
+    CLI::App app("Measures the product's main jobs against floors of the same run", "kvx-bench");
+    std::vector<std::string> names;
+    for (const Workload &workload : workloads)
+        names.emplace_back(workload.name);
+    std::vector<std::string> only;
+    bool quick = false;
+    bool json = false;
+    app.add_option("--only", only, "Only these workloads")->check(CLI::IsMember(names));
+    app.add_flag(
+        "--quick", quick, "Fewer repeats, smaller crowds: for trying out, not for figures");
+    app.add_flag("--json", json, "One JSON object a line, for programs");
+    CLI11_PARSE(app, argc, argv);
+
+    try {
+        Report report(json);
+        Stand stand(quick);
+        report.begin();
+        for (const Workload &workload : workloads) {
+            if (!only.empty() && std::find(only.begin(), only.end(), workload.name) == only.end())
+                continue;
+            workload.measure(stand, report);
+            settle();
+        }
+        report.end();
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "kvx-bench: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}
