@@ -21,8 +21,8 @@ namespace {
 using rapidjson::Value;
 
 /// A misspelt key would silently test less.
-const std::set<std::string> exchangeKeys { "title", "state", "caller", "request", "reply", "repeated",
-    "file", "arrived", "announces", "call" };
+const std::set<std::string> exchangeKeys { "title", "state", "caller", "request", "reply",
+    "repeated", "file", "arrived", "announces", "call" };
 const std::set<std::string> callKeys { "operation", "arguments", "result", "others", "occurrence" };
 
 struct Placeholder {
@@ -35,7 +35,8 @@ bool hasShape(const Value &value, const std::string &shape)
     if (!value.IsString() || value.GetStringLength() != shape.size())
         return false;
     return std::equal(shape.begin(), shape.end(), value.GetString(), [](char wanted, char found) {
-        return wanted == '9' ? std::isdigit(static_cast<unsigned char>(found)) != 0 : wanted == found;
+        return wanted == '9' ? std::isdigit(static_cast<unsigned char>(found)) != 0
+                             : wanted == found;
     });
 }
 
@@ -83,7 +84,8 @@ void compare(const Value &expected, const Value &actual, const std::string &path
     const std::string place = path.empty() ? "the whole" : path;
     if (const Placeholder *any = placeholder(expected)) {
         if (!any->matches(actual))
-            lines.push_back(place + ": expected " + textOf(expected) + ", found " + compactJson(actual));
+            lines.push_back(
+                place + ": expected " + textOf(expected) + ", found " + compactJson(actual));
         return;
     }
     if (typeOf(expected) != typeOf(actual)) {
@@ -100,13 +102,13 @@ void compare(const Value &expected, const Value &actual, const std::string &path
         }
         for (const auto &member : actual.GetObject()) {
             if (!expected.HasMember(member.name))
-                lines.push_back(path + '/' + textOf(member.name) + ": is not in the contract, found "
-                    + compactJson(member.value));
+                lines.push_back(path + '/' + textOf(member.name)
+                    + ": is not in the contract, found " + compactJson(member.value));
         }
     } else if (expected.IsArray()) {
         if (expected.Size() != actual.Size())
-            lines.push_back(place + ": expected " + std::to_string(expected.Size()) + " elements, found "
-                + compactJson(actual));
+            lines.push_back(place + ": expected " + std::to_string(expected.Size())
+                + " elements, found " + compactJson(actual));
         for (rapidjson::SizeType i = 0; i < std::min(expected.Size(), actual.Size()); ++i)
             compare(expected[i], actual[i], path + '/' + std::to_string(i), lines);
     } else if (expected != actual) {

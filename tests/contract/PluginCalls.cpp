@@ -36,9 +36,9 @@ public:
         : m_exchange(exchange)
         , m_call(exchange["call"])
     {
-        arguments = QJsonDocument::fromJson(
-            QByteArray::fromStdString(compactJson(m_call["arguments"])))
-                          .array();
+        arguments
+            = QJsonDocument::fromJson(QByteArray::fromStdString(compactJson(m_call["arguments"])))
+                  .array();
         KVXCollaborator::getInstance()->setFileService(new KVXCWFileServiceImpl);
         if (m_call.HasMember("others")) {
             for (const auto &other : m_call["others"].GetObject())
@@ -72,13 +72,15 @@ public:
         const QJsonObject reply = objectOf(m_exchange["reply"]);
         const int occurrence = m_call.HasMember("occurrence") ? m_call["occurrence"].GetInt() : 1;
         for (int i = 1; i < occurrence; ++i)
-            host.network.answerOnce(service, objectOf(m_call["others"][m_exchange.service.c_str()]));
+            host.network.answerOnce(
+                service, objectOf(m_call["others"][m_exchange.service.c_str()]));
         if (service == QLatin1String("download"))
-            host.network.handle(service, [this, reply](const QJsonObject &request, QJsonObject &out) {
-                out = reply;
-                receive(request.value(QLatin1String("LocalFileName")).toString());
-                return true;
-            });
+            host.network.handle(
+                service, [this, reply](const QJsonObject &request, QJsonObject &out) {
+                    out = reply;
+                    receive(request.value(QLatin1String("LocalFileName")).toString());
+                    return true;
+                });
         else
             host.network.answerOnce(service, reply);
         host.network.takeRequests();
@@ -86,14 +88,15 @@ public:
 
     KVXCWProjectListImpl &projectList()
     {
-        host.network.answerOnce(QStringLiteral("projectlistsynctolocal"),
-            { { QStringLiteral("statuscode"), 1 } });
+        host.network.answerOnce(
+            QStringLiteral("projectlistsynctolocal"), { { QStringLiteral("statuscode"), 1 } });
         m_projectList = std::make_unique<KVXCWProjectListImpl>();
         begin();
         return *m_projectList;
     }
 
-    /// The record of one of the arguments; the bid status is set by hosts and not read from a record.
+    /// The record of one of the arguments; the bid status is set by hosts and not read from a
+    /// record.
     std::unique_ptr<KVXProjectInfo> record(int i)
     {
         const QJsonObject json = arguments.at(i).toObject();
@@ -127,7 +130,7 @@ public:
         registry->setProjectDataSynchronizer(text(0), m_projectData);
         m_projectData->setProjectGuid(text(0));
         m_projectData->setProjectDatabase(&database);
-        m_projectData->setPause([](int) { });
+        m_projectData->setPause([](int) {});
         m_idManager = new KVXCWIDManagerImpl;
         registry->setIdManager(text(0), m_idManager);
         m_idManager->setProjectGuid(text(0));
@@ -171,8 +174,8 @@ public:
     {
         const QString path = m_folder.filePath(QStringLiteral("changes"));
         QString error;
-        const auto file = KVXProjectDatabase::create(m_folder.filePath(QStringLiteral("made")), text(0),
-            QStringLiteral("CREATE TABLE item(id INTEGER PRIMARY KEY)"), &error);
+        const auto file = KVXProjectDatabase::create(m_folder.filePath(QStringLiteral("made")),
+            text(0), QStringLiteral("CREATE TABLE item(id INTEGER PRIMARY KEY)"), &error);
         if (!file || !file->sealBase()
             || !file->prepareSave(path, QStringLiteral("anna@example.com")) || !file->close())
             throw std::runtime_error(error.toStdString());
@@ -187,8 +190,8 @@ private:
             return;
         const rapidjson::Value &file = m_exchange["file"];
         if (file.HasMember("entry"))
-            KVXZipFile::compressFiles(
-                path, { { QString::fromStdString(textOf(file["entry"])), changeLog() } }, QString());
+            KVXZipFile::compressFiles(path,
+                { { QString::fromStdString(textOf(file["entry"])), changeLog() } }, QString());
         else
             writeFile(path, QByteArray::fromStdString(textOf(file["content"])));
     }
@@ -271,8 +274,8 @@ QJsonValue updateProject(PluginBench &bench)
 QJsonValue renameProject(PluginBench &bench)
 {
     double status = -1;
-    const bool renamed = bench.projectList().renameProject(
-        bench.text(0), bench.text(1), bench.text(2), &status);
+    const bool renamed
+        = bench.projectList().renameProject(bench.text(0), bench.text(1), bench.text(2), &status);
     return withStatus(renamed, status);
 }
 
@@ -360,7 +363,8 @@ const QMap<QString, Operation> &operations()
         { QStringLiteral("renameProject"), renameProject },
         { QStringLiteral("existsProject"),
             [](B &b) { return b.projectList().existsProject(b.text(0)); } },
-        { QStringLiteral("openProject"), [](B &b) { return b.projectList().openProject(b.text(0)); } },
+        { QStringLiteral("openProject"),
+            [](B &b) { return b.projectList().openProject(b.text(0)); } },
         { QStringLiteral("closeProject"),
             [](B &b) { return b.projectList().closeProject(b.text(0)); } },
         { QStringLiteral("lockProject"),
@@ -386,13 +390,9 @@ const QMap<QString, Operation> &operations()
         { QStringLiteral("syncLogs"), [](B &b) { return int(b.projectData().syncLogs()); } },
         { QStringLiteral("saveProject"), saveProject },
         { QStringLiteral("downloadProject"),
-            [](B &b) {
-                return b.fileService().download(b.text(0), b.text(1), b.localFile());
-            } },
+            [](B &b) { return b.fileService().download(b.text(0), b.text(1), b.localFile()); } },
         { QStringLiteral("uploadProject"),
-            [](B &b) {
-                return b.fileService().upload(b.text(0), b.text(1), b.localFile(), {});
-            } },
+            [](B &b) { return b.fileService().upload(b.text(0), b.text(1), b.localFile(), {}); } },
         { QStringLiteral("uploadFile"), uploadFile },
         { QStringLiteral("hasUpload"),
             [](B &b) { return b.fileService().hasUpload(b.localFile(), b.text(0), b.flag(1)); } },

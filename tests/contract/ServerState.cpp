@@ -36,7 +36,8 @@ std::string emailOf(const std::string &who)
 void require(const Answer &answer, const std::string &what)
 {
     if (answer.status() != 1)
-        throw std::runtime_error("the state cannot be brought about: " + what + ": " + answer.json());
+        throw std::runtime_error(
+            "the state cannot be brought about: " + what + ": " + answer.json());
 }
 
 } // namespace
@@ -56,7 +57,8 @@ Session &ServerState::session(const std::string &who)
     auto found = m_sessions.find(who);
     if (found == m_sessions.end()) {
         const char *device = who == firstWord(who) ? "'s desk" : "'s laptop";
-        found = m_sessions.emplace(who, m_harness.login(emailOf(who), firstWord(who) + device)).first;
+        found
+            = m_sessions.emplace(who, m_harness.login(emailOf(who), firstWord(who) + device)).first;
     }
     return found->second;
 }
@@ -77,12 +79,10 @@ void ServerState::bring(const rapidjson::Value &json)
     for (const auto &word : json.GetArray())
         step.push_back(textOf(word));
     const auto user = [&] { return findUser(m_harness.db(), emailOf(step.at(1)))->id; };
-    const auto about = [&](const char *service) {
-        return Message(service).set("ProjectGUID", step.at(2));
-    };
-    const auto logLock = [&] {
-        return about("loglock").raw("LogVersion", step.at(3)).set("ReleaseLock", false);
-    };
+    const auto about
+        = [&](const char *service) { return Message(service).set("ProjectGUID", step.at(2)); };
+    const auto logLock
+        = [&] { return about("loglock").raw("LogVersion", step.at(3)).set("ReleaseLock", false); };
     const std::map<std::string, std::function<void()>> steps {
         // [name, user, …]
         { "password", [&] { setPassword(m_harness.db(), user(), hashPassword(step.at(2))); } },
@@ -109,7 +109,8 @@ void ServerState::bring(const rapidjson::Value &json)
                 require(save(session(step.at(1)), step.at(2), std::stoll(step.at(3))), "saved");
             } },
         { "open", [&] { ask(step.at(1), about("openproject")); } },
-        { "project lock", [&] { ask(step.at(1), about("projectlock").set("ReleaseLock", false)); } },
+        { "project lock",
+            [&] { ask(step.at(1), about("projectlock").set("ReleaseLock", false)); } },
         { "save lock", [&] { ask(step.at(1), logLock()); } },
         { "uploaded",
             [&] {
@@ -122,8 +123,10 @@ void ServerState::bring(const rapidjson::Value &json)
         { "checked out",
             [&] {
                 ask(step.at(1),
-                    about("checkout").raw("ModuleType", step.at(3)).set("NotifyOther", false).set(
-                        "IDs", step.at(4)));
+                    about("checkout")
+                        .raw("ModuleType", step.at(3))
+                        .set("NotifyOther", false)
+                        .set("IDs", step.at(4)));
             } },
         { "checked in",
             [&] {
@@ -139,7 +142,8 @@ void ServerState::bring(const rapidjson::Value &json)
             } },
         // [name, value]: settings of the server
         { "products served", [&] { m_harness.config().loginProducts = { step.at(1) }; } },
-        { "sessions of one user", [&] { m_harness.config().sessionPerUser = std::stoi(step.at(1)); } },
+        { "sessions of one user",
+            [&] { m_harness.config().sessionPerUser = std::stoi(step.at(1)); } },
         { "maintenance", [&] { setMetaValue(m_harness.db(), "read_only", "1"); } },
     };
     const auto found = steps.find(step.at(0));

@@ -10,9 +10,9 @@ namespace kvx::test {
 
 /// The server of one exchange: its users, and what the exchange's "state" says has happened.
 ///
-/// The cast is always there: "anna" (Anna Weiss, anna@example.com) and "ben" (Ben Ito) have the role
-/// "Estimator", "carla" (Carla Ruiz) is an administrator, "dana" (Dana Cole) has no role. A second
-/// session of somebody, on another device, is "anna elsewhere".
+/// The cast is always there: "anna" (Anna Weiss, anna@example.com) and "ben" (Ben Ito) have the
+/// role "Estimator", "carla" (Carla Ruiz) is an administrator, "dana" (Dana Cole) has no role. A
+/// second session of somebody, on another device, is "anna elsewhere".
 class ServerState {
 public:
     ServerState();
@@ -36,7 +36,8 @@ private:
     std::map<std::string, Session> m_sessions;
 };
 
-/// The bytes of a "file": {"content"} as they stand, or a change log's archive {"entry", "content"}.
+/// The bytes of a "file": {"content"} as they stand, or a change log's archive {"entry",
+/// "content"}.
 std::string bytesOf(const rapidjson::Value &file);
 
 } // namespace kvx::test

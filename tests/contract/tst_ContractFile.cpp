@@ -3,7 +3,8 @@
 #include <gmock/gmock.h>
 #include <set>
 
-// The comparison itself: a comparer that lets something through would make every contract worthless.
+// The comparison itself: a comparer that lets something through would make every contract
+// worthless.
 
 using namespace kvx::test;
 using testing::ElementsAre;
@@ -25,22 +26,26 @@ TEST(ContractFile, KeysMayStandInAnyOrder)
 
 TEST(ContractFile, AMissingKeyIsNamed)
 {
-    EXPECT_THAT(diff(R"({"a":{"b":1}})", R"({"a":{}})"), ElementsAre("/a/b: is missing, expected 1"));
+    EXPECT_THAT(
+        diff(R"({"a":{"b":1}})", R"({"a":{}})"), ElementsAre("/a/b: is missing, expected 1"));
 }
 
 TEST(ContractFile, AnUnknownKeyIsNamed)
 {
-    EXPECT_THAT(diff(R"({})", R"({"more":[]})"),
-        ElementsAre("/more: is not in the contract, found []"));
+    EXPECT_THAT(
+        diff(R"({})", R"({"more":[]})"), ElementsAre("/more: is not in the contract, found []"));
 }
 
 TEST(ContractFile, AnotherTypeDiffersEvenWhenItLooksAlike)
 {
     EXPECT_THAT(diff(R"({"n":1})", R"({"n":"1"})"),
         ElementsAre("/n: expected the integer 1, found the text \"1\""));
-    EXPECT_THAT(diff("[1]", "[1.0]"), ElementsAre("/0: expected the integer 1, found the number 1.0"));
-    EXPECT_THAT(diff("[1]", "[true]"), ElementsAre("/0: expected the integer 1, found the flag true"));
-    EXPECT_THAT(diff("{}", "[]"), ElementsAre("the whole: expected the object {}, found the array []"));
+    EXPECT_THAT(
+        diff("[1]", "[1.0]"), ElementsAre("/0: expected the integer 1, found the number 1.0"));
+    EXPECT_THAT(
+        diff("[1]", "[true]"), ElementsAre("/0: expected the integer 1, found the flag true"));
+    EXPECT_THAT(
+        diff("{}", "[]"), ElementsAre("the whole: expected the object {}, found the array []"));
 }
 
 TEST(ContractFile, AnotherValueIsShownWithItsPlace)
@@ -75,7 +80,8 @@ TEST(ContractFile, APlaceholderTakesItsOwnKindOnly)
 
 TEST(ContractFile, AFilledPlaceholderMatchesIt)
 {
-    const auto expected = parsedJson(R"({"a":["<text>","<date>","<integer>","<digest>","<id>"],"b":2})");
+    const auto expected
+        = parsedJson(R"({"a":["<text>","<date>","<integer>","<digest>","<id>"],"b":2})");
     EXPECT_THAT(differences(expected, parsedJson(filledJson(expected))), IsEmpty());
 }
 
@@ -84,6 +90,7 @@ TEST(ContractFile, TitlesTellTheExchangesOfAServiceApart)
     for (const std::string &service : contractServices()) {
         std::set<std::string> names;
         for (const Exchange &exchange : exchangesOf(service))
-            EXPECT_TRUE(names.insert(exchange.testName()).second) << service << ": " << exchange.title;
+            EXPECT_TRUE(names.insert(exchange.testName()).second)
+                << service << ": " << exchange.title;
     }
 }

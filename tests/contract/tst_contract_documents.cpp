@@ -29,7 +29,8 @@ using Names = std::set<std::string>;
 const std::map<std::string, std::string> onlyOnTheServer {
     { "getroles", "sent by the user manager, which is not part of the plug-in yet" },
     { "keepactive", "sent by the user manager, which is not part of the plug-in yet" },
-    { "updateuserproductversion", "sent by the user manager, which is not part of the plug-in yet" },
+    { "updateuserproductversion",
+        "sent by the user manager, which is not part of the plug-in yet" },
     { "server", "read by a search for servers: the transport's, on a path of its own" },
 };
 
@@ -58,7 +59,8 @@ Names matches(const std::string &text, const std::string &pattern)
 Names sentByThePlugin()
 {
     Names names;
-    for (const auto &entry : fs::recursive_directory_iterator(fs::path(KVX_SOURCE_DIR) / "plugin")) {
+    for (const auto &entry :
+        fs::recursive_directory_iterator(fs::path(KVX_SOURCE_DIR) / "plugin")) {
         if (entry.path().extension() != ".cpp")
             continue;
         // ServiceRequest("name") as a value, ServiceRequest request("name") as a variable.
@@ -135,8 +137,9 @@ std::map<std::string, std::string> protocolRows()
     const std::regex row("\\| `(\\w+)` \\|(.*)");
     for (std::string line; std::getline(lines, line);) {
         std::smatch match;
-        if (std::regex_match(line, match, row))
+        if (std::regex_match(line, match, row)) {
             EXPECT_TRUE(rows.emplace(match[1], match[2]).second) << match[1] << " has two rows";
+        }
     }
     return rows;
 }
@@ -181,15 +184,13 @@ TEST(Contract, EveryServedServiceHasAFileAndEveryFileIsServed)
 
 TEST(Contract, EveryServiceHasASuccessAndARefusal)
 {
-    const Names cannotBeRefused { "loglock" }; // its refusals are answers of their own
     for (const std::string &service : contractServices()) {
         int successes = 0;
         int refusals = 0;
         for (const Exchange &exchange : exchangesOf(service))
             ++(exchange["reply"]["statuscode"].GetInt() == 1 ? successes : refusals);
         EXPECT_GT(successes, 0) << service;
-        if (cannotBeRefused.count(service) == 0)
-            EXPECT_GT(refusals, 0) << service;
+        EXPECT_GT(refusals, 0) << service;
     }
 }
 
@@ -201,31 +202,36 @@ TEST(ProtocolDocument, HasARowForEachServiceOfTheServer)
 TEST(ProtocolDocument, EachRowNamesItsContractFile)
 {
     for (const auto &[service, row] : protocolRows()) {
-        if (withoutFile.count(service) == 0)
-            EXPECT_NE(row.find("(../tests/contract/" + service + ".json)"), std::string::npos) << service;
+        if (withoutFile.count(service) == 0) {
+            EXPECT_NE(row.find("(../tests/contract/" + service + ".json)"), std::string::npos)
+                << service;
+        }
     }
 }
 
 TEST(ProtocolDocument, EachRowNamesTheKeysAndCodesThatWereRecorded)
 {
     const Names everywhere { "service", "statuscode", "error", "message", "requestId" };
+    std::map<std::string, std::string> rows = protocolRows();
     for (const Exchange &exchange : allExchanges()) {
-        const std::string row = protocolRows()[exchange.service];
+        const std::string row = rows[exchange.service];
         const std::string what = exchange.service + ", \"" + exchange.title + '"';
         // A record that is sent as a whole, and keys that are the caller's own, are told in words.
         const bool inWords = exchange.service == "updateproject" || exchange.service == "upload";
         for (const char *part : { "request", "reply" }) {
             for (const auto &member : exchange[part].GetObject()) {
                 const std::string key = textOf(member.name);
-                if (everywhere.count(key) == 0 && key != "LocalFileName" && !inWords)
+                if (everywhere.count(key) == 0 && key != "LocalFileName" && !inWords) {
                     EXPECT_NE(row.find('"' + key + '"'), std::string::npos) << what << ": " << key;
+                }
             }
         }
         const int code = exchange["reply"]["statuscode"].GetInt();
         const Names ofTheEnvelope { "1", "2", "100", "104", "301" };
-        if (ofTheEnvelope.count(std::to_string(code)) == 0)
+        if (ofTheEnvelope.count(std::to_string(code)) == 0) {
             EXPECT_TRUE(std::regex_search(row, std::regex("\\b" + std::to_string(code) + "\\b")))
                 << what << ": " << code;
+        }
     }
 }
 
@@ -234,7 +240,8 @@ TEST(ProtocolDocument, StatusCodesAreTheServersAndTheHosts)
     std::map<int, std::string> fromHost;
     const std::string header = read("platform/KVXCollaboration/KVXErrorCode.h");
     const std::regex entry("KVX(\\w+) = (\\d+)");
-    for (std::sregex_iterator match(header.begin(), header.end(), entry), end; match != end; ++match)
+    for (std::sregex_iterator match(header.begin(), header.end(), entry), end; match != end;
+         ++match)
         fromHost[std::stoi((*match)[2])] = (*match)[1];
 
     std::map<int, std::string> fromServer;
@@ -252,7 +259,8 @@ TEST(ProtocolDocument, StatusCodesAreTheServersAndTheHosts)
     }
     EXPECT_THAT(words, ContainerEq(fromHost));
     for (const auto code : kvx::server::allStatusCodes())
-        EXPECT_EQ(sentences[static_cast<int>(code)], kvx::server::statusSentence(code, { "%1", "%2" }));
+        EXPECT_EQ(
+            sentences[static_cast<int>(code)], kvx::server::statusSentence(code, { "%1", "%2" }));
 }
 
 TEST(ServerDocument, HasEverySettingAndNoOther)

@@ -39,7 +39,8 @@ TEST_P(PluginContract, SendsAndUnderstands)
 
     QList<QJsonObject> ofService;
     for (const QJsonObject &request : outcome.requests) {
-        const std::string service = request.value(QLatin1String("service")).toString().toStdString();
+        const std::string service
+            = request.value(QLatin1String("service")).toString().toStdString();
         if (service == exchange.service)
             ofService.append(request);
         else
