@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <future>
+#include <limits>
 
 namespace kvx::test {
 
@@ -144,6 +145,11 @@ void ServerState::bring(const rapidjson::Value &json)
         { "products served", [&] { m_harness.config().loginProducts = { step.at(1) }; } },
         { "sessions of one user",
             [&] { m_harness.config().sessionPerUser = std::stoi(step.at(1)); } },
+        { "space of one user", [&] { m_harness.config().userQuota = std::stoll(step.at(1)); } },
+        { "disk full",
+            [&] { m_harness.config().diskReserve = std::numeric_limits<std::int64_t>::max(); } },
+        { "all numbers given",
+            [&] { m_harness.db().run("UPDATE project SET next_item = 2147483647", {}); } },
         { "maintenance", [&] { setMetaValue(m_harness.db(), "read_only", "1"); } },
     };
     const auto found = steps.find(step.at(0));
