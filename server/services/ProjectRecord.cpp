@@ -111,12 +111,6 @@ void RecordCache::keep(std::int64_t projectId, Record record)
         kept = std::move(record);
 }
 
-void RecordCache::clear()
-{
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_records.clear();
-}
-
 RenderedRecord renderRecord(const ProjectStore::Shown &shown, const std::vector<StoredLevels> &users)
 {
     RenderedRecord record;

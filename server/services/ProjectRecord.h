@@ -34,7 +34,6 @@ public:
     using Record = std::shared_ptr<const RenderedRecord>;
     Record find(std::int64_t projectId, std::int64_t revision) const;
     void keep(std::int64_t projectId, Record record);
-    void clear();
 
 private:
     mutable std::mutex m_mutex;

@@ -6,7 +6,6 @@
 #include "base/Text.h"
 #include "services/FileNames.h"
 #include "services/ProjectRecord.h"
-#include "services/ServiceMemory.h"
 #include "store/Migrations.h"
 #include "store/SessionStore.h"
 #include "store/UserStore.h"
@@ -254,11 +253,6 @@ std::vector<ServiceHarness::Sent> ServiceHarness::takeSent()
             sent.push_back({ type, command, sender, payload });
         });
     return sent;
-}
-
-void ServiceHarness::forgetRendered()
-{
-    m_environment->memory->records.clear();
 }
 
 std::string guidOf(int n)

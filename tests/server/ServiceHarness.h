@@ -112,9 +112,6 @@ public:
     server::Dispatcher &dispatcher() { return *m_dispatcher; }
     std::string folder() const { return m_folder.path; }
 
-    /// As after a start: no record is rendered.
-    void forgetRendered();
-
     struct Sent {
         std::string type, command, sender, content;
     };

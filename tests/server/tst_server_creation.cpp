@@ -111,7 +111,7 @@ TEST_F(Projects, GeneratedNamesAreFreeAndNeverTheSameTwice)
 TEST_F(Projects, NameQuestionsAreLimitedForEachSession)
 {
     int refused = 0;
-    for (int i = 0; i < 80; ++i)
+    for (int i = 0; i < 150; ++i)
         refused += anna.askAs(Message("existsproject").set("Name", "x")).status() == 103;
     EXPECT_GT(refused, 10);
     EXPECT_EQ(ben.askAs(Message("existsproject").set("Name", "x")).status(), 316);

@@ -3,7 +3,7 @@
 #include "store/SessionStore.h"
 #include "support/Watchdog.h"
 
-#include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -73,6 +73,13 @@ struct ShortLease : LogLock {
     ShortLease() : LogLock([](Config &config) {
         config.lockLease = 400;
         config.lockHold = 20'000;
+    }) {}
+};
+
+struct RenewedLease : LogLock {
+    RenewedLease() : LogLock([](Config &config) {
+        config.lockLease = 3'000;
+        config.lockHold = 30'000;
     }) {}
 };
 
@@ -178,15 +185,16 @@ TEST_F(ShortHold, OneWaitingSaveIsHeldBackSixTimesAtMost)
 {
     ASSERT_EQ(lock(anna, -1), 1);
     const auto begin = Steady::now();
-    int slow = 0;
-    for (int i = 0; i < 9; ++i) {
+    for (int i = 0; i < 6; ++i)
+        EXPECT_EQ(lock(ben, -1), 2);
+    EXPECT_GE(Steady::now() - begin, 850ms);
+    Steady::duration shortest = 1h;
+    for (int i = 0; i < 10; ++i) {
         const auto asked = Steady::now();
         EXPECT_EQ(lock(ben, -1), 2);
-        slow += Steady::now() - asked > 100ms;
+        shortest = std::min(shortest, Steady::now() - asked);
     }
-    EXPECT_GE(Steady::now() - begin, 850ms);
-    EXPECT_LE(slow, 7);
-    EXPECT_GE(slow, 5);
+    EXPECT_LT(shortest, 140ms) << "from now on the answer comes at once";
 }
 
 TEST_F(LogLock, AFreedLockReachesTheWaitingRequestAtOnce)
@@ -288,11 +296,11 @@ TEST_F(LogLock, AStoppingServerAnswersWhoWaits)
 TEST_F(ShortLease, ALeaseThatRanOutGoesToTheWaitingRequest)
 {
     ASSERT_EQ(lock(anna, -1), 1);
-    stageLog(anna, 0);
     const auto begin = Steady::now();
+    stageLog(anna, 0); // a new lease
     const Answer taken = ben.ask(acquire(-1));
     EXPECT_EQ(taken.integer("Lock"), 1);
-    EXPECT_GE(Steady::now() - begin, 300ms);
+    EXPECT_GE(Steady::now() - begin, 390ms);
     EXPECT_LT(Steady::now() - begin, 10s);
     EXPECT_EQ(generation(), 2);
     EXPECT_EQ(number("SELECT count(*) FROM stage"), 0) << "the former holder's stage is dropped";
@@ -324,17 +332,18 @@ TEST_F(ShortLease, WhileNobodyTakesItTheHoldersNextRequestRenewsALeaseThatRanOut
                            .set("Amount", "")).status(), 1);
 }
 
-TEST_F(ShortLease, AnyRequestAndUploadProgressRenewTheLease)
+TEST_F(RenewedLease, AnyRequestOfTheHolderRenewsIt)
 {
     ASSERT_EQ(lock(anna, -1), 1);
     auto waiting = lockLater(ben, -1);
-    for (int i = 0; i < 12; ++i) {
-        std::this_thread::sleep_for(80ms);
-        ASSERT_EQ(anna.askAs(Message("existsprojectgroup").set("Name", "x")).status(), 316);
+    const auto begin = Steady::now();
+    while (Steady::now() - begin < 4s) {
+        std::this_thread::sleep_for(100ms);
+        ASSERT_EQ(anna.ask(on("getlogversion")).status(), 1);
     }
     EXPECT_TRUE(isTaken());
     EXPECT_EQ(generation(), 1);
-    EXPECT_FALSE(isReady(waiting)) << "960 ms on a lease of 400 ms";
+    EXPECT_FALSE(isReady(waiting)) << "four seconds on a lease of three";
     release(anna, -1);
     ASSERT_TRUE(isReady(waiting, 10s));
     EXPECT_EQ(waiting.get().integer("Lock"), 1);
