@@ -41,10 +41,11 @@ public:
         : m_config(environment.config)
         , m_files(4)
         , m_context { environment, dispatcher, std::move(ready), m_files, m_stopping }
-        , m_services(m_io)
-        , m_admin(m_io)
-        , m_signals(m_io)
-        , m_stopTimer(m_io)
+        , m_control(asio::make_strand(m_io))
+        , m_services(m_control)
+        , m_admin(m_control)
+        , m_signals(m_control)
+        , m_stopTimer(m_control)
     {
     }
 
@@ -220,6 +221,8 @@ private:
     asio::io_context m_io;
     asio::thread_pool m_files;
     ConnectionContext m_context;
+    /// Accepting and stopping take turns.
+    asio::strand<asio::io_context::executor_type> m_control;
     Tcp::acceptor m_services;
     Tcp::acceptor m_admin;
     asio::signal_set m_signals;

@@ -1,6 +1,7 @@
 #include "support/ServerProcess.h"
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -96,6 +97,13 @@ ServerProcess::~ServerProcess()
     if (m_process > 0) {
         ::kill(m_process, SIGKILL);
         waitpid(m_process, nullptr, 0);
+    }
+    // A report of a sanitizer in the server is a failure of the test, whatever else it found.
+    const std::string log = logText();
+    if (log.find("Sanitizer:") != std::string::npos
+        || log.find("runtime error:") != std::string::npos) {
+        std::fputs(log.c_str(), stderr);
+        std::abort();
     }
     std::error_code ignored;
     std::filesystem::remove_all(m_folder, ignored);
