@@ -2,8 +2,11 @@
 
 #include "cli/Output.h"
 
-#include <CLI/CLI.hpp>
 #include <functional>
+
+namespace CLI {
+class App;
+}
 
 namespace kvx::host {
 class Client;

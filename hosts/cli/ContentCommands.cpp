@@ -1,6 +1,7 @@
 #include "cli/UseProject.h"
 #include "content/Schema.h"
 
+#include <CLI/CLI.hpp>
 #include <KVXCollaboration/KVXCWIDManager.h>
 #include <QJsonArray>
 #include <memory>

@@ -1,6 +1,7 @@
 #include "cli/Commands.h"
 #include "client/Client.h"
 
+#include <CLI/CLI.hpp>
 #include <KVXCollaboration/KVXCWProjectList.h>
 #include <KVXCollaboration/KVXCWProjectPermission.h>
 #include <KVXCollaboration/KVXCollaborator.h>

@@ -2,6 +2,7 @@
 
 #include "client/Client.h"
 
+#include <CLI/CLI.hpp>
 #include <QCoreApplication>
 #include <QPointer>
 #include <iostream>
