@@ -106,27 +106,29 @@ void measureBehind(Stand &stand, Report &report, const ChangeLogs &logs, int fro
     std::vector<double> floor;
     std::vector<double> executed;
     std::vector<double> synchronised;
-    double memory = 0;
     for (int i = 0; i < stand.repeats(files.size() > 100 ? 5 : 9); ++i) {
         floor.push_back(applyBarely(freshCopy(stand, logs.copies[from]), changesets));
         executed.push_back(
             executeLogs(*openBehind(freshCopy(stand, logs.copies[from]), logs.guid), files));
         const auto database = openBehind(freshCopy(stand, logs.copies[from]), logs.guid);
-        const MemoryPeak peak;
         synchronised.push_back(synchronise(*database, logs.guid, from));
-        memory = std::max(memory, peak.growth());
     }
+    // Apart from the timed ones: a heap that was trimmed costs time to grow again.
+    const auto database = openBehind(freshCopy(stand, logs.copies[from]), logs.guid);
+    const MemoryPeak peak;
+    synchronise(*database, logs.guid, from);
+    const double memory = peak.growth();
     const QString what = QStringLiteral("catch-up, logs: %1, changeset bytes each: %2")
                              .arg(files.size())
                              .arg(changesets.first().size());
     report.note(what);
     const QString count = QString::number(files.size());
-    report.addRatio(
-        QStringLiteral("catch-up by applying, logs: %1").arg(count), median(floor), median(executed), limit);
+    report.addRatio(QStringLiteral("catch-up by applying, logs: %1").arg(count), median(floor),
+        median(executed), limit);
     report.addRatio(QStringLiteral("catch-up by synchronising, logs: %1").arg(count), median(floor),
         median(synchronised), limit);
-    report.add({ QStringLiteral("catch-up by synchronising, logs: %1, memory").arg(count), 0, memory,
-        QStringLiteral("at most 32 MB"), memory <= 32, QStringLiteral("MB") });
+    report.add({ QStringLiteral("catch-up by synchronising, logs: %1, memory").arg(count), 0,
+        memory, QStringLiteral("at most 32 MB"), memory <= 32, QStringLiteral("MB") });
 }
 
 void publishAll(Stand &stand, const ChangeLogs &logs)
