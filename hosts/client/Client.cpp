@@ -34,10 +34,7 @@ Client::Client(const ClientOptions &options)
 {
     m_reconnect.setSingleShot(true);
     connect(&m_reconnect, &QTimer::timeout, this, &Client::reconnect);
-    connect(&m_keepAlive, &QTimer::timeout, this, [] {
-        if (KVXCWUser *users = managers()->userManager())
-            users->keepAlive();
-    });
+    connect(&m_keepAlive, &QTimer::timeout, this, &Client::keepAlive);
 }
 
 Client::~Client()
@@ -84,6 +81,22 @@ KVXErrorCode Client::login()
 int Client::triesLeft() const
 {
     return managers()->loginManager()->leftCount();
+}
+
+/// Without a request for some minutes the server takes the user for absent, later it ends the
+/// session. A plug-in without a user manager leaves the request to the host.
+void Client::keepAlive()
+{
+    if (KVXCWUser *users = managers()->userManager()) {
+        users->keepAlive();
+        return;
+    }
+    QJsonObject reply;
+    KVXNetwork::getInstance()->post(
+        QStringLiteral("http://%1:%2/kvx/service").arg(m_options.host, m_options.port),
+        { { QStringLiteral("service"), QStringLiteral("keepactive") },
+            { QStringLiteral("Email"), m_options.email } },
+        reply, nullptr, nullptr);
 }
 
 void Client::end()

@@ -70,6 +70,7 @@ Q_SIGNALS:
 
 private:
     KVXErrorCode login();
+    void keepAlive();
     void connectSignals();
     void report(const QString &event, const QString &guid);
     void onNotify(const QJsonObject &message);
