@@ -46,14 +46,16 @@ int importFile(Context &context, const Arguments &arguments)
     std::vector<int> chapters;
     std::vector<int> items;
     const bool kept = project->database().edit([&](sqlite3 *connection) {
-        return content::BillStore(connection).append(*imported.bill,
-            [project] { return project->newId(); }, &chapters, &items);
+        return content::BillStore(connection)
+            .append(
+                *imported.bill, [project] { return project->newId(); }, &chapters, &items);
     });
     if (!kept)
         return context.output.failed(Refused, project->database().errorText());
-    project->ids()->registerCreatedItems(content::ChapterModule,
-        QList<int>(chapters.begin(), chapters.end()));
-    project->ids()->registerCreatedItems(content::ItemModule, QList<int>(items.begin(), items.end()));
+    project->ids()->registerCreatedItems(
+        content::ChapterModule, QList<int>(chapters.begin(), chapters.end()));
+    project->ids()->registerCreatedItems(
+        content::ItemModule, QList<int>(items.begin(), items.end()));
     return context.output.done(
         QStringLiteral("%1 chapters and %2 items were added; save to publish them.")
             .arg(chapters.size())
@@ -73,7 +75,8 @@ int show(Context &context, const Arguments &arguments)
         KVXItemCheckState holder;
         const int state = project->ids()->checkState(content::ItemModule, item.id, holder);
         const QString rate = item.rate ? content::formatDecimal(*item.rate, 2) : QString();
-        const auto cents = item.rate ? content::amountInCents(item.quantity, *item.rate) : std::nullopt;
+        const auto cents
+            = item.rate ? content::amountInCents(item.quantity, *item.rate) : std::nullopt;
         const QString amount = cents ? content::formatCents(*cents) : QString();
         const QString quantity = content::formatDecimal(item.quantity);
         rows.append({ item.number, item.shortText.left(48), quantity, item.unit, rate, amount,
@@ -84,9 +87,10 @@ int show(Context &context, const Arguments &arguments)
             { QStringLiteral("rate"), rate }, { QStringLiteral("amount"), amount },
             { QStringLiteral("state"), state }, { QStringLiteral("holder"), holder.email } });
     }
-    context.output.table({ QStringLiteral("NUMBER"), QStringLiteral("TEXT"), QStringLiteral("QUANTITY"),
-                             QStringLiteral("UNIT"), QStringLiteral("RATE"), QStringLiteral("AMOUNT"),
-                             QStringLiteral("CHECKED OUT") },
+    context.output.table(
+        { QStringLiteral("NUMBER"), QStringLiteral("TEXT"), QStringLiteral("QUANTITY"),
+            QStringLiteral("UNIT"), QStringLiteral("RATE"), QStringLiteral("AMOUNT"),
+            QStringLiteral("CHECKED OUT") },
         rows);
     return context.output.done(QString(), { { QStringLiteral("list"), array } });
 }
@@ -109,11 +113,13 @@ bool readChange(const std::vector<std::string> &values, content::ItemChange &cha
         else if (key == QLatin1String("longtext"))
             change.longText = given;
         else
-            error = QStringLiteral("\"%1\" is not one of rate=, quantity=, unit=, text=, longtext=.")
-                        .arg(assignment);
+            error
+                = QStringLiteral("\"%1\" is not one of rate=, quantity=, unit=, text=, longtext=.")
+                      .arg(assignment);
         if ((key == QLatin1String("rate") && !change.rate)
             || (key == QLatin1String("quantity") && !change.quantity))
-            error = QStringLiteral("\"%1\" is not a number with at most three decimals.").arg(given);
+            error
+                = QStringLiteral("\"%1\" is not a number with at most three decimals.").arg(given);
     }
     return error.isEmpty();
 }
@@ -134,9 +140,11 @@ int editItem(Context &context, const Arguments &arguments)
     if (project->ids()->checkState(content::ItemModule, ids.first(), holder)
             != KVXItemCheckState::CheckedOutByMe
         && !project->ids()->checkOut(content::ItemModule, ids.first(), holder))
-        return context.output.failed(Refused, holder.name.isEmpty()
+        return context.output.failed(Refused,
+            holder.name.isEmpty()
                 ? QStringLiteral("Item %1 could not be checked out.").arg(text(arguments.item))
-                : QStringLiteral("Item %1 is checked out by %2.").arg(text(arguments.item), holder.name),
+                : QStringLiteral("Item %1 is checked out by %2.")
+                      .arg(text(arguments.item), holder.name),
             { { QStringLiteral("holder"), holder.email } });
     const bool kept = project->database().edit([&](sqlite3 *connection) {
         return content::BillStore(connection).change(ids.first(), change);
@@ -173,7 +181,8 @@ int addItem(Context &context, const Arguments &arguments)
         return context.output.failed(Refused,
             QStringLiteral("The item was not added: %1").arg(project->database().errorText()));
     project->ids()->registerCreatedItems(content::ItemModule, { item.id });
-    return context.output.done(QStringLiteral("Item %1 is added; save to publish it.").arg(item.number),
+    return context.output.done(
+        QStringLiteral("Item %1 is added; save to publish it.").arg(item.number),
         { { QStringLiteral("id"), item.id } });
 }
 
@@ -220,7 +229,8 @@ void addContentCommands(CLI::App &app, Action &action)
     add("status", "Show version, total and unsaved edits", status);
     CLI::App *edit = add("edit", "Change an item; checks it out first", editItem);
     edit->add_option("item", arguments->item, "Item number, or #row")->required();
-    edit->add_option("values", arguments->values, "rate=, quantity=, unit=, text=, longtext=")->required();
+    edit->add_option("values", arguments->values, "rate=, quantity=, unit=, text=, longtext=")
+        ->required();
     CLI::App *create = add("add", "Add an item", addItem);
     create->add_option("item", arguments->item, "Its number")->required();
     create->add_option("values", arguments->values, "rate=, quantity=, unit=, text=, longtext=");

@@ -40,8 +40,8 @@ QString clashHelp()
 int mergeFailed(Context &context, host::OpenProject &project, const QString &reason)
 {
     const bool clash = project.database().failure() == kvx::sqlite::Failure::Clash;
-    return context.output.failed(clash ? Clash : Refused,
-        clash ? reason + QLatin1Char(' ') + clashHelp() : reason);
+    return context.output.failed(
+        clash ? Clash : Refused, clash ? reason + QLatin1Char(' ') + clashHelp() : reason);
 }
 
 void mentionConflicts(Context &context, host::OpenProject &project, const QString &before)
@@ -60,7 +60,8 @@ int checkOut(Context &context, const Arguments &arguments)
     if (ids.isEmpty())
         return Refused;
     if (project->ids()->checkOut(content::ItemModule, ids))
-        return context.output.done(QStringLiteral("%1 items are checked out to you.").arg(ids.size()));
+        return context.output.done(
+            QStringLiteral("%1 items are checked out to you.").arg(ids.size()));
     QStringList held;
     for (const int id : ids) {
         KVXItemCheckState holder;
@@ -70,9 +71,10 @@ int checkOut(Context &context, const Arguments &arguments)
         if (other && item)
             held.append(QStringLiteral("%1 by %2").arg(item->number, holder.name));
     }
-    return context.output.failed(Refused, held.isEmpty()
-            ? QStringLiteral("The server did not check the items out.")
-            : QStringLiteral("Nothing was checked out. Held: %1.").arg(held.join(QLatin1String(", "))));
+    return context.output.failed(Refused,
+        held.isEmpty() ? QStringLiteral("The server did not check the items out.")
+                       : QStringLiteral("Nothing was checked out. Held: %1.")
+                             .arg(held.join(QLatin1String(", "))));
 }
 
 int checkIn(Context &context, const Arguments &arguments)
@@ -81,12 +83,13 @@ int checkIn(Context &context, const Arguments &arguments)
     if (!project)
         return Refused;
     if (project->database().pendingCount() > 0)
-        return context.output.failed(Refused,
-            QStringLiteral("There are unsaved edits; save before you check in."));
+        return context.output.failed(
+            Refused, QStringLiteral("There are unsaved edits; save before you check in."));
     if (arguments.all) {
         return project->ids()->checkInAll()
             ? context.output.done(QStringLiteral("All your items are checked in."))
-            : context.output.failed(Refused, QStringLiteral("The server did not check the items in."));
+            : context.output.failed(
+                Refused, QStringLiteral("The server did not check the items in."));
     }
     const QList<int> ids = findItems(context, *project, arguments.items);
     if (ids.isEmpty())
@@ -135,8 +138,8 @@ int sync(Context &context, const Arguments &arguments)
         return mergeFailed(context, *project,
             host::OpenProject::textOf(code) + QLatin1Char(' ') + project->database().errorText());
     if (code != KVXCWProjectData::Success)
-        return context.output.failed(Refused, host::OpenProject::textOf(code),
-            { { QStringLiteral("code"), code } });
+        return context.output.failed(
+            Refused, host::OpenProject::textOf(code), { { QStringLiteral("code"), code } });
     const int version = project->database().logVersion();
     return context.output.done(QStringLiteral("Your copy is at version %1.").arg(version),
         { { QStringLiteral("version"), version } });
@@ -207,8 +210,8 @@ void addDataCommands(CLI::App &app, Action &action)
         return command;
     };
     const auto addSides = [&](CLI::App *command) {
-        auto *mine = command->add_flag("--mine", arguments->mine,
-            "Where a colleague's change and yours clash, yours wins");
+        auto *mine = command->add_flag(
+            "--mine", arguments->mine, "Where a colleague's change and yours clash, yours wins");
         command->add_flag("--theirs", arguments->theirs, "… the colleague's wins")->excludes(mine);
     };
 

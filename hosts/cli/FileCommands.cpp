@@ -39,7 +39,8 @@ public:
         if (!m_shown || percent == m_percent)
             return;
         m_percent = percent;
-        std::fprintf(stderr, "\r[%-40.*s] %3d %%", 40, std::string(static_cast<std::size_t>(percent * 40 / 100), '#').c_str(), percent);
+        std::fprintf(stderr, "\r[%-40.*s] %3d %%", 40,
+            std::string(static_cast<std::size_t>(percent * 40 / 100), '#').c_str(), percent);
         std::fflush(stderr);
     }
 
@@ -61,12 +62,12 @@ int upload(Context &context, const Arguments &arguments)
     if (remote.isEmpty())
         remote = QFileInfo(local).fileName();
     if (!QFileInfo(local).isFile() || !QFileInfo(local).isReadable())
-        return context.output.failed(Refused,
-            QStringLiteral("%1: there is no such file, or it cannot be read").arg(local));
+        return context.output.failed(
+            Refused, QStringLiteral("%1: there is no such file, or it cannot be read").arg(local));
     ProgressBar bar(!context.output.json());
     if (!KVXCollaborator::getInstance()->fileService()->upload(local, remote, &bar))
-        return context.output.failed(Refused,
-            reason(QStringLiteral("The server did not accept \"%1\".").arg(remote)));
+        return context.output.failed(
+            Refused, reason(QStringLiteral("The server did not accept \"%1\".").arg(remote)));
     return context.output.done(QStringLiteral("Uploaded as \"%1\".").arg(remote));
 }
 
@@ -76,8 +77,8 @@ int download(Context &context, const Arguments &arguments)
     const QString remote = QString::fromStdString(arguments.remote);
     ProgressBar bar(!context.output.json());
     if (!KVXCollaborator::getInstance()->fileService()->download(remote, local, &bar))
-        return context.output.failed(Refused,
-            reason(QStringLiteral("The server has no file \"%1\".").arg(remote)));
+        return context.output.failed(
+            Refused, reason(QStringLiteral("The server has no file \"%1\".").arg(remote)));
     return context.output.done(QStringLiteral("Stored as %1.").arg(local));
 }
 

@@ -58,7 +58,8 @@ bool readProxy(const std::string &proxy, host::ClientOptions &client, QString &e
     else if (url.scheme() == QLatin1String("socks5"))
         client.proxyType = KVXNetworkProxy::Socks5Proxy;
     if (client.proxyType == 0 || url.host().isEmpty() || url.port() <= 0) {
-        error = QStringLiteral("\"%1\" is not a proxy of the form http://host:port or socks5://host:port.")
+        error = QStringLiteral(
+            "\"%1\" is not a proxy of the form http://host:port or socks5://host:port.")
                     .arg(QString::fromStdString(proxy));
         return false;
     }
@@ -90,7 +91,8 @@ void addOptions(CLI::App &app, Options &options)
     app.add_option("-u,--user", options.user, "Your e-mail")->envname("KVX_USER");
     app.add_option("--password-file", options.passwordFile, "File whose first line is the password")
         ->envname("KVX_PASSWORD_FILE");
-    app.add_option("--plugin", options.plugin, "Path of the plug-in library")->envname("KVX_PLUGIN");
+    app.add_option("--plugin", options.plugin, "Path of the plug-in library")
+        ->envname("KVX_PLUGIN");
     app.add_option("--home", options.home, "Folder of the local copies")->envname("KVX_HOME");
     app.add_option("--proxy", options.proxy, "http://[user:password@]host:port or socks5://…")
         ->envname("KVX_PROXY");
@@ -122,7 +124,8 @@ bool clientOptions(const Options &options, host::ClientOptions &client, QString 
         return false;
     }
     client.home = options.home.empty()
-        ? QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QLatin1String("/kvx")
+        ? QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
+            + QLatin1String("/kvx")
         : QString::fromStdString(options.home);
     return readProxy(options.proxy, client, error) && readPassword(options, client, error);
 }

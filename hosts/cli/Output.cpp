@@ -23,7 +23,8 @@ QString sentenceOf(const QString &name, const QJsonObject &data)
     if (name == QLatin1String("projectSaved"))
         return data.contains(QLatin1String("version"))
             ? QStringLiteral("%1 saved \"%2\"; your copy is at version %3.")
-                  .arg(editor, project, QString::number(data.value(QLatin1String("version")).toInt()))
+                  .arg(editor, project,
+                      QString::number(data.value(QLatin1String("version")).toInt()))
             : QStringLiteral("%1 saved \"%2\".").arg(editor, project);
     if (name == QLatin1String("projectRemoved"))
         return QStringLiteral("A project was removed from your list.");

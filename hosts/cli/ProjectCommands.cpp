@@ -43,8 +43,8 @@ KVXProjectInfo *findProject(Context &context, const std::string &project)
 {
     KVXProjectInfo *info = context.client.find(text(project));
     if (!info)
-        context.output.failed(Refused,
-            QStringLiteral("There is no project \"%1\" in your list.").arg(text(project)));
+        context.output.failed(
+            Refused, QStringLiteral("There is no project \"%1\" in your list.").arg(text(project)));
     return info;
 }
 
@@ -91,11 +91,11 @@ int newProject(Context &context, const Arguments &arguments)
         bill = *imported.bill;
     }
     host::OpenProject::Failure failure;
-    host::OpenProject *project = context.client.create(text(arguments.name),
-        static_cast<TProjectsType>(type), bill, &failure);
+    host::OpenProject *project = context.client.create(
+        text(arguments.name), static_cast<TProjectsType>(type), bill, &failure);
     if (!project)
-        return context.output.failed(Refused, failure.text,
-            { { QStringLiteral("code"), failure.code } });
+        return context.output.failed(
+            Refused, failure.text, { { QStringLiteral("code"), failure.code } });
     return context.output.done(
         QStringLiteral("\"%1\" was created with %2 items.")
             .arg(text(arguments.name), QString::number(project->bill().itemCount())),
@@ -110,8 +110,8 @@ int renameProject(Context &context, const Arguments &arguments)
         return Refused;
     double status = 0;
     if (!list()->renameProject(info->name(), text(arguments.name), info->guid(), &status))
-        return context.output.failed(Refused, sentence(static_cast<int>(status)),
-            { { QStringLiteral("code"), status } });
+        return context.output.failed(
+            Refused, sentence(static_cast<int>(status)), { { QStringLiteral("code"), status } });
     return context.output.done(
         QStringLiteral("The project is now named \"%1\".").arg(text(arguments.name)));
 }
@@ -138,8 +138,8 @@ int openProject(Context &context, const Arguments &arguments)
     host::OpenProject::Failure failure;
     host::OpenProject *project = context.client.use(text(arguments.project), &failure);
     if (!project)
-        return context.output.failed(Refused, failure.text,
-            { { QStringLiteral("code"), failure.code } });
+        return context.output.failed(
+            Refused, failure.text, { { QStringLiteral("code"), failure.code } });
     if (!project->notice().isEmpty())
         context.output.line(project->notice());
     const int version = project->database().logVersion();
@@ -158,7 +158,8 @@ int closeProject(Context &context, const Arguments &arguments)
     if (!info)
         return Refused;
     if (!context.client.close(info->guid()))
-        return context.output.failed(Refused, QStringLiteral("The server did not close the project."));
+        return context.output.failed(
+            Refused, QStringLiteral("The server did not close the project."));
     return context.output.done(QStringLiteral("Closed."));
 }
 
@@ -169,10 +170,11 @@ int lockProject(Context &context, const Arguments &arguments)
         return Refused;
     const int status = list()->lockProject(info->guid(), arguments.release);
     if (status != 1)
-        return context.output.failed(Refused, sentence(status),
-            { { QStringLiteral("code"), status } });
-    return context.output.done(arguments.release ? QStringLiteral("The lock is released.")
-                                                 : QStringLiteral("The project is locked for you."));
+        return context.output.failed(
+            Refused, sentence(status), { { QStringLiteral("code"), status } });
+    return context.output.done(arguments.release
+            ? QStringLiteral("The lock is released.")
+            : QStringLiteral("The project is locked for you."));
 }
 
 int showEditors(Context &context, const Arguments &arguments)
@@ -208,7 +210,8 @@ bool applyGrant(KVXProjectInfo &project, const QString &grant)
         const int level = type < values.size() ? values.at(type).toInt(&number) : -1;
         if (!number)
             return false;
-        project.setPermission(user, static_cast<KVXProjectInfo::ProjectPermissionType>(type), level);
+        project.setPermission(
+            user, static_cast<KVXProjectInfo::ProjectPermissionType>(type), level);
     }
     return true;
 }
@@ -222,10 +225,11 @@ int permissions(Context &context, const Arguments &arguments)
         QVector<QStringList> rows;
         QJsonArray array = info->toJson().value(QLatin1String("users")).toArray();
         for (const auto &entry : info->userPermissions())
-            rows.append(QStringList { entry.first.name(), entry.first.email() } + levels(entry.second));
-        context.output.table({ QStringLiteral("NAME"), QStringLiteral("E-MAIL"),
-                                 QStringLiteral("PROJECT"), QStringLiteral("MONEY"),
-                                 QStringLiteral("ADDENDUM"), QStringLiteral("REPORT") },
+            rows.append(
+                QStringList { entry.first.name(), entry.first.email() } + levels(entry.second));
+        context.output.table(
+            { QStringLiteral("NAME"), QStringLiteral("E-MAIL"), QStringLiteral("PROJECT"),
+                QStringLiteral("MONEY"), QStringLiteral("ADDENDUM"), QStringLiteral("REPORT") },
             rows);
         return context.output.done(QString(), { { QStringLiteral("users"), array } });
     }
@@ -260,23 +264,26 @@ using ProjectAction = int (*)(Context &, const Arguments &);
 void addProjectCommands(CLI::App &app, Action &action)
 {
     const auto arguments = std::make_shared<Arguments>();
-    const auto add = [&](const char *name, const char *help, ProjectAction run, bool project = true) {
-        CLI::App *command = app.add_subcommand(name, help);
-        if (project)
-            command->add_option("project", arguments->project, "Name or GUID")->required();
-        command->callback([&action, arguments, run] {
-            action = [arguments, run](Context &context) { return run(context, *arguments); };
-        });
-        return command;
-    };
+    const auto add
+        = [&](const char *name, const char *help, ProjectAction run, bool project = true) {
+              CLI::App *command = app.add_subcommand(name, help);
+              if (project)
+                  command->add_option("project", arguments->project, "Name or GUID")->required();
+              command->callback([&action, arguments, run] {
+                  action = [arguments, run](Context &context) { return run(context, *arguments); };
+              });
+              return command;
+          };
 
     app.add_subcommand("projects", "List the projects that you may see")->callback([&action] {
         action = showProjects;
     });
     CLI::App *create = add("new", "Create a project", newProject, false);
     create->add_option("name", arguments->name, "Its name")->required();
-    create->add_option("--type", arguments->type, "Estimate, Tender, Addendum, BQLibrary or ResourceLibrary");
-    create->add_option("--from", arguments->file, "Bill of quantities to begin with (CSV, X83, X84)");
+    create->add_option(
+        "--type", arguments->type, "Estimate, Tender, Addendum, BQLibrary or ResourceLibrary");
+    create->add_option(
+        "--from", arguments->file, "Bill of quantities to begin with (CSV, X83, X84)");
     add("rename", "Rename a project", renameProject)
         ->add_option("name", arguments->name, "New name")
         ->required();
@@ -286,8 +293,10 @@ void addProjectCommands(CLI::App &app, Action &action)
     add("lock", "Keep others from opening or changing a project", lockProject)
         ->add_flag("--release", arguments->release, "Give the lock back");
     add("who", "Show who has a project open", showEditors);
-    CLI::App *rights = add("permissions", "Show or change who may do what in a project", permissions);
-    rights->add_option("--set", arguments->grants, "email=project[,money,addendum,report]; -1 none, 0 read, 1 write");
+    CLI::App *rights
+        = add("permissions", "Show or change who may do what in a project", permissions);
+    rights->add_option("--set", arguments->grants,
+        "email=project[,money,addendum,report]; -1 none, 0 read, 1 write");
     rights->add_option("--remove", arguments->revoked, "Take a user's access away");
 }
 

@@ -7,15 +7,14 @@ host::OpenProject *useProject(Context &context, const std::string &project)
     host::OpenProject::Failure failure;
     host::OpenProject *open = context.client.use(QString::fromStdString(project), &failure);
     if (!open)
-        context.output.failed(Refused, failure.text,
-            { { QStringLiteral("code"), failure.code } });
+        context.output.failed(Refused, failure.text, { { QStringLiteral("code"), failure.code } });
     else if (!open->notice().isEmpty())
         context.output.line(open->notice());
     return open;
 }
 
-QList<int> findItems(Context &context, host::OpenProject &project,
-    const std::vector<std::string> &names)
+QList<int> findItems(
+    Context &context, host::OpenProject &project, const std::vector<std::string> &names)
 {
     QList<int> ids;
     for (const std::string &name : names) {

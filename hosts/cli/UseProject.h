@@ -13,7 +13,7 @@ host::OpenProject *useProject(Context &context, const std::string &project);
 
 /// Row numbers of the items named by their own numbers or as "#row"; an empty result after the
 /// error was reported.
-QList<int> findItems(Context &context, host::OpenProject &project,
-    const std::vector<std::string> &names);
+QList<int> findItems(
+    Context &context, host::OpenProject &project, const std::vector<std::string> &names);
 
 } // namespace kvx::cli

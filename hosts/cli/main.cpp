@@ -11,8 +11,8 @@ namespace {
 
 using namespace kvx;
 
-int beginFailed(KVXErrorCode code, const QString &reason, const host::Client &client,
-    cli::Output &output)
+int beginFailed(
+    KVXErrorCode code, const QString &reason, const host::Client &client, cli::Output &output)
 {
     if (code == KVXLoginRefused)
         return output.failed(cli::LoginRefused,
@@ -36,9 +36,8 @@ int main(int argc, char **argv)
     cli::addOptions(app, options);
     cli::addCommands(app, action);
     bool shell = false;
-    app.add_subcommand("shell", "Read commands from standard input, one a line")->callback([&shell] {
-        shell = true;
-    });
+    app.add_subcommand("shell", "Read commands from standard input, one a line")
+        ->callback([&shell] { shell = true; });
     app.require_subcommand(1);
     try {
         app.parse(argc, argv);

@@ -217,7 +217,8 @@ KVXProjectInfo *Client::find(const QString &nameOrGuid) const
 
 QString Client::folderOf(const QString &guid) const
 {
-    return QStringList { m_options.home, component(m_options.host + QLatin1Char(':') + m_options.port),
+    return QStringList { m_options.home,
+        component(m_options.host + QLatin1Char(':') + m_options.port),
         component(m_options.email.toLower()), component(guid.mid(1, guid.size() - 2)) }
         .join(QLatin1Char('/'));
 }
@@ -255,9 +256,9 @@ OpenProject *Client::create(const QString &name, TProjectsType type, const conte
     double status = 0;
     if (!list->newProject(type, name, guid, &status)) {
         const int code = static_cast<int>(status);
-        *failure = { code, code == 1
-                ? QStringLiteral("The project was made, but could not be read back.")
-                : ErrorCodeToString(static_cast<KVXErrorCode>(code)) };
+        *failure = { code,
+            code == 1 ? QStringLiteral("The project was made, but could not be read back.")
+                      : ErrorCodeToString(static_cast<KVXErrorCode>(code)) };
         return nullptr;
     }
     const int opened = list->openProject(guid);

@@ -89,8 +89,8 @@ std::unique_ptr<OpenProject> OpenProject::createBase(const QString &name, const 
     if (!project->lockFolder(failure))
         return nullptr;
     QString error;
-    project->m_database
-        = KVXProjectDatabase::create(project->projectFile(), guid, content::projectSchema(), &error);
+    project->m_database = KVXProjectDatabase::create(
+        project->projectFile(), guid, content::projectSchema(), &error);
     if (!project->m_database) {
         *failure = { 0, error };
         return nullptr;
@@ -104,8 +104,8 @@ std::unique_ptr<OpenProject> OpenProject::createBase(const QString &name, const 
         return nullptr;
     }
     if (!registry()->fileService()->upload(name, guid, project->projectFile(), {})) {
-        *failure = { 0,
-            transferError(QStringLiteral("the server did not accept the project file")) };
+        *failure
+            = { 0, transferError(QStringLiteral("the server did not accept the project file")) };
         return nullptr;
     }
     // The manager that numbered the rows takes them for unsaved creations of this user. The base is
@@ -115,8 +115,8 @@ std::unique_ptr<OpenProject> OpenProject::createBase(const QString &name, const 
     return project;
 }
 
-std::unique_ptr<OpenProject> OpenProject::open(const QString &name, const QString &guid,
-    const QString &folder, Failure *failure)
+std::unique_ptr<OpenProject> OpenProject::open(
+    const QString &name, const QString &guid, const QString &folder, Failure *failure)
 {
     std::unique_ptr<OpenProject> project(new OpenProject(guid, folder));
     if (!project->lockFolder(failure))
@@ -127,7 +127,8 @@ std::unique_ptr<OpenProject> OpenProject::open(const QString &name, const QStrin
         *failure = { status, ErrorCodeToString(static_cast<KVXErrorCode>(status)) };
         return nullptr;
     }
-    if (!project->openLocalCopy(failure) && (!failure->text.isEmpty() || !project->fetch(name, failure))) {
+    if (!project->openLocalCopy(failure)
+        && (!failure->text.isEmpty() || !project->fetch(name, failure))) {
         registry()->projectListManager()->closeProject(guid);
         return nullptr;
     }
@@ -204,8 +205,8 @@ bool OpenProject::putAside(const QString &folder, QString *where)
 bool OpenProject::fetch(const QString &name, Failure *failure)
 {
     if (!registry()->fileService()->download(name, m_guid, projectFile())) {
-        *failure = { 0,
-            transferError(QStringLiteral("the server has no project file to download")) };
+        *failure
+            = { 0, transferError(QStringLiteral("the server has no project file to download")) };
         return false;
     }
     QString error;
@@ -267,7 +268,8 @@ QString OpenProject::textOf(KVXCWProjectData::ErrorCode code)
     case KVXCWProjectData::Success:
         return QStringLiteral("Done.");
     case KVXCWProjectData::GetLogVersionFailed:
-        return QStringLiteral("The server did not tell the project's version. Your edits are kept.");
+        return QStringLiteral(
+            "The server did not tell the project's version. Your edits are kept.");
     case KVXCWProjectData::DownloadLogsFailed:
         return QStringLiteral("A change log could not be downloaded. Your edits are kept.");
     case KVXCWProjectData::MergeLogsFailed:
@@ -277,9 +279,11 @@ QString OpenProject::textOf(KVXCWProjectData::ErrorCode code)
     case KVXCWProjectData::UploadFailed:
         return QStringLiteral("The save could not be uploaded. Your edits are kept; save again.");
     case KVXCWProjectData::SendToMergeFailed:
-        return QStringLiteral("The server did not accept the save. Your edits are kept; save again.");
+        return QStringLiteral(
+            "The server did not accept the save. Your edits are kept; save again.");
     case KVXCWProjectData::LockWaitExhausted:
-        return QStringLiteral("A colleague is still saving. Your edits are kept; save again later.");
+        return QStringLiteral(
+            "A colleague is still saving. Your edits are kept; save again later.");
     case KVXCWProjectData::AdditionalInfoNotReady:
         return QStringLiteral("The change log could not be written. Your edits are kept.");
     case KVXCWProjectData::SaveCancelled:

@@ -36,8 +36,8 @@ public:
     static std::unique_ptr<OpenProject> createBase(const QString &name, const QString &guid,
         const QString &folder, const content::Bill &bill, Failure *failure);
     /// Opens the project on the server, then brings the local copy to the server's version.
-    static std::unique_ptr<OpenProject> open(const QString &name, const QString &guid,
-        const QString &folder, Failure *failure);
+    static std::unique_ptr<OpenProject> open(
+        const QString &name, const QString &guid, const QString &folder, Failure *failure);
     /// Closes the file. The project list must have closed the project before: its managers borrow
     /// the database.
     ~OpenProject();

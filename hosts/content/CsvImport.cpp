@@ -142,14 +142,15 @@ ImportResult importCsv(const QByteArray &content, const QString &name)
     CsvReader reader(text, separator);
     QStringList fields;
     if (!reader.next(fields))
-        return failed(1, reader.error().isEmpty() ? QStringLiteral("the file is empty")
-                                                  : reader.error());
+        return failed(
+            1, reader.error().isEmpty() ? QStringLiteral("the file is empty") : reader.error());
     QHash<QString, int> columns;
     for (int i = 0; i < fields.size(); ++i)
         columns.insert(fields.at(i).toLower(), i);
     for (const char *needed : { "number", "text", "unit", "quantity", "rate" }) {
         if (!columns.contains(QLatin1String(needed)))
-            return failed(1, QStringLiteral("there is no column \"%1\"").arg(QLatin1String(needed)));
+            return failed(
+                1, QStringLiteral("there is no column \"%1\"").arg(QLatin1String(needed)));
     }
 
     Bill bill;
@@ -162,8 +163,9 @@ ImportResult importCsv(const QByteArray &content, const QString &name)
         if (fields.size() == 1 && fields.first().isEmpty())
             continue;
         if (fields.size() != width)
-            return failed(line, QStringLiteral("%1 fields instead of %2")
-                                    .arg(QString::number(fields.size()), QString::number(width)));
+            return failed(line,
+                QStringLiteral("%1 fields instead of %2")
+                    .arg(QString::number(fields.size()), QString::number(width)));
         const auto field = [&](const char *column) {
             const int at = columns.value(QLatin1String(column), -1);
             return at < 0 ? QString() : fields.at(at);
@@ -175,8 +177,8 @@ ImportResult importCsv(const QByteArray &content, const QString &name)
             return failed(line, QStringLiteral("the number %1 stands here twice").arg(number));
 
         const QString kind = field("kind").toLower();
-        const bool figures = !field("unit").isEmpty() || !field("quantity").isEmpty()
-            || !field("rate").isEmpty();
+        const bool figures
+            = !field("unit").isEmpty() || !field("quantity").isEmpty() || !field("rate").isEmpty();
         if (!figures && kind != QLatin1String("note")) {
             chapters.insert(number, static_cast<int>(bill.chapters.size()));
             bill.chapters.push_back({ chapterOf(chapters, number), number, field("text") });
@@ -192,7 +194,8 @@ ImportResult importCsv(const QByteArray &content, const QString &name)
         if (!field("quantity").isEmpty()) {
             const auto quantity = parseDecimal(field("quantity"), decimalComma);
             if (!quantity)
-                return failed(line, QStringLiteral("\"%1\" is not a quantity").arg(field("quantity")));
+                return failed(
+                    line, QStringLiteral("\"%1\" is not a quantity").arg(field("quantity")));
             item.quantity = *quantity;
         }
         if (!field("rate").isEmpty()) {

@@ -104,8 +104,9 @@ bool GaebReader::failAt(std::ptrdiff_t offset, const QString &reason)
 ImportResult GaebReader::read()
 {
     pugi::xml_document document;
-    const pugi::xml_parse_result parsed = document.load_buffer(m_content.constData(),
-        static_cast<std::size_t>(m_content.size()), pugi::parse_default | pugi::parse_ws_pcdata_single);
+    const pugi::xml_parse_result parsed
+        = document.load_buffer(m_content.constData(), static_cast<std::size_t>(m_content.size()),
+            pugi::parse_default | pugi::parse_ws_pcdata_single);
     if (!parsed) {
         failAt(parsed.offset, QString::fromLatin1(parsed.description()));
         return { std::nullopt, m_error };
@@ -130,8 +131,9 @@ ImportResult GaebReader::read()
 bool GaebReader::readHead(pugi::xml_node &award, const pugi::xml_node &root)
 {
     if (!isNamed(root, "GAEB"))
-        return fail(root, QStringLiteral("this is not a GAEB DA XML file; it begins with <%1>")
-                              .arg(QString::fromUtf8(root.name())));
+        return fail(root,
+            QStringLiteral("this is not a GAEB DA XML file; it begins with <%1>")
+                .arg(QString::fromUtf8(root.name())));
     const QString version = value(child(root, "GAEBInfo"), "Version");
     if (!version.startsWith(QLatin1String("3.")))
         return fail(root, QStringLiteral("GAEB version \"%1\"; only 3.x can be read").arg(version));
@@ -140,7 +142,8 @@ bool GaebReader::readHead(pugi::xml_node &award, const pugi::xml_node &root)
         return fail(root, QStringLiteral("the element <Award> is missing"));
     const QString phase = value(award, "DP");
     if (phase != QLatin1String("83") && phase != QLatin1String("84"))
-        return fail(award, QStringLiteral("exchange phase \"%1\"; only 83 and 84 can be read").arg(phase));
+        return fail(
+            award, QStringLiteral("exchange phase \"%1\"; only 83 and 84 can be read").arg(phase));
     if (!child(child(award, "BoQ"), "BoQBody"))
         return fail(award, QStringLiteral("there is no bill of quantities (<BoQ> with <BoQBody>)"));
     return true;
@@ -179,14 +182,16 @@ bool GaebReader::readDecimal(const pugi::xml_node &item, const char *name, const
         return true;
     out = parseDecimal(text);
     return out
-        || fail(child(item, name), QStringLiteral("item %1: \"%2\" is not a number (%3)")
-                                       .arg(number, text, QLatin1String(name)));
+        || fail(child(item, name),
+            QStringLiteral("item %1: \"%2\" is not a number (%3)")
+                .arg(number, text, QLatin1String(name)));
 }
 
 void GaebReader::readTexts(const pugi::xml_node &node, Bill::Item &item) const
 {
     const pugi::xml_node text = child(child(node, "Description"), "CompleteText");
-    item.shortText = textOf(child(text, "OutlineText")).replace(QLatin1Char('\n'), QLatin1Char(' '));
+    item.shortText
+        = textOf(child(text, "OutlineText")).replace(QLatin1Char('\n'), QLatin1Char(' '));
     QStringList parts { textOf(child(text, "DetailTxt")) };
     for (const pugi::xml_node &sub : node.children()) {
         if (!isNamed(sub, "SubDescr"))
@@ -195,8 +200,10 @@ void GaebReader::readTexts(const pugi::xml_node &node, Bill::Item &item) const
         QString detail = textOf(child(subText, "DetailTxt"));
         if (detail.isEmpty())
             detail = textOf(child(subText, "OutlineText"));
-        parts.append(QStringList { value(sub, "SubDNo"), detail, value(sub, "Qty"),
-            value(sub, "QU") }.join(QLatin1Char(' ')).simplified());
+        parts.append(
+            QStringList { value(sub, "SubDNo"), detail, value(sub, "Qty"), value(sub, "QU") }
+                .join(QLatin1Char(' '))
+                .simplified());
     }
     parts.removeAll(QString());
     item.longText = parts.join(QLatin1Char('\n'));

@@ -47,8 +47,8 @@ void end(QProcess &process)
 
 } // namespace
 
-Site::Site(const QString &buildFolder, const QString &brokerScript,
-    const QStringList &serverOptions)
+Site::Site(
+    const QString &buildFolder, const QString &brokerScript, const QStringList &serverOptions)
     : m_build(buildFolder)
     , m_brokerScript(brokerScript)
     , m_serverOptions(serverOptions)
@@ -110,9 +110,9 @@ bool Site::startServer()
     m_server.setProcessChannelMode(QProcess::MergedChannels);
     m_server.setStandardOutputFile(path(QStringLiteral("server.out")));
     m_server.start(m_build + QLatin1String("/server/kvx-server"),
-        QStringList { QStringLiteral("serve"), QStringLiteral("--data"), path(QStringLiteral("data")),
-            QStringLiteral("--listen"), local(m_port), QStringLiteral("--admin.listen"),
-            local(freePort()), QStringLiteral("--broker.url"),
+        QStringList { QStringLiteral("serve"), QStringLiteral("--data"),
+            path(QStringLiteral("data")), QStringLiteral("--listen"), local(m_port),
+            QStringLiteral("--admin.listen"), local(freePort()), QStringLiteral("--broker.url"),
             QLatin1String("tcp://") + local(m_brokerPort), QStringLiteral("--broker.publicPort"),
             QString::number(m_brokerPort), QStringLiteral("--admin-password-file"),
             path(QStringLiteral("admin.password")) }
@@ -126,7 +126,8 @@ bool Site::startServer()
     }
     QFile log(path(QStringLiteral("server.out")));
     if (log.open(QIODevice::ReadOnly))
-        m_error = QStringLiteral("the server did not start: %1").arg(QString::fromUtf8(log.readAll()));
+        m_error
+            = QStringLiteral("the server did not start: %1").arg(QString::fromUtf8(log.readAll()));
     return false;
 }
 
@@ -165,7 +166,8 @@ QString Site::server() const
 
 host::ShellProcess::Account Site::account(const QString &email) const
 {
-    return { email, path(email + QLatin1String(".password")), path(email + QLatin1String(".home")) };
+    return { email, path(email + QLatin1String(".password")),
+        path(email + QLatin1String(".home")) };
 }
 
 } // namespace kvx::demo

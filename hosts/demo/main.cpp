@@ -76,21 +76,28 @@ bool Story::begin(const QString &billFile)
     if (!m_site.addUser(QStringLiteral("anna@example.com"), QStringLiteral("Anna Weiss"))
         || !m_site.addUser(QStringLiteral("ben@example.com"), QStringLiteral("Ben Ito")))
         return fail(m_site.error());
-    if (!m_anna.start(m_site.kvx(), m_site.server(), m_site.account(QStringLiteral("anna@example.com"))))
+    if (!m_anna.start(
+            m_site.kvx(), m_site.server(), m_site.account(QStringLiteral("anna@example.com"))))
         return fail(m_anna.error());
-    if (!m_ben.start(m_site.kvx(), m_site.server(), m_site.account(QStringLiteral("ben@example.com"))))
+    if (!m_ben.start(
+            m_site.kvx(), m_site.server(), m_site.account(QStringLiteral("ben@example.com"))))
         return fail(m_ben.error());
-    step(QStringLiteral("both"), QStringLiteral("Anna and Ben log in, each in a process of their own"));
+    step(QStringLiteral("both"),
+        QStringLiteral("Anna and Ben log in, each in a process of their own"));
 
     title(QStringLiteral("Anna shares a tender"));
     QJsonObject result;
     timer.restart();
-    if (!must(m_anna, QStringLiteral("new %1 --from %2").arg(m_project, ShellProcess::quoted(billFile)), &result))
+    if (!must(m_anna,
+            QStringLiteral("new %1 --from %2").arg(m_project, ShellProcess::quoted(billFile)),
+            &result))
         return false;
-    step(QStringLiteral("Anna"), QStringLiteral("imports a GAEB bill of quantities and shares it: %1 items (%2 ms)")
-                                     .arg(result.value(QLatin1String("items")).toInt())
-                                     .arg(timer.elapsed()));
-    if (!must(m_anna, QStringLiteral("permissions %1 --set ben@example.com=1,1,1,1").arg(m_project)))
+    step(QStringLiteral("Anna"),
+        QStringLiteral("imports a GAEB bill of quantities and shares it: %1 items (%2 ms)")
+            .arg(result.value(QLatin1String("items")).toInt())
+            .arg(timer.elapsed()));
+    if (!must(
+            m_anna, QStringLiteral("permissions %1 --set ben@example.com=1,1,1,1").arg(m_project)))
         return false;
     step(QStringLiteral("Anna"), QStringLiteral("gives Ben the right to work in it"));
     if (!m_ben.waitForEvent(QStringLiteral("projectNew")))
@@ -98,7 +105,8 @@ bool Story::begin(const QString &billFile)
     timer.restart();
     if (!must(m_ben, QStringLiteral("open ") + m_project))
         return false;
-    step(QStringLiteral("Ben"), QStringLiteral("sees it appear in his list and opens it (%1 ms)").arg(timer.elapsed()));
+    step(QStringLiteral("Ben"),
+        QStringLiteral("sees it appear in his list and opens it (%1 ms)").arg(timer.elapsed()));
     return true;
 }
 
@@ -115,24 +123,34 @@ bool Story::work()
         return fail(QStringLiteral("the bill has too few items"));
 
     title(QStringLiteral("Both price it"));
-    if (!must(m_anna, QStringLiteral("checkout %1 %2").arg(m_project, m_items.mid(0, 3).join(QLatin1Char(' ')))))
+    if (!must(m_anna,
+            QStringLiteral("checkout %1 %2")
+                .arg(m_project, m_items.mid(0, 3).join(QLatin1Char(' ')))))
         return false;
-    step(QStringLiteral("Anna"), QStringLiteral("checks out %1").arg(m_items.mid(0, 3).join(QLatin1String(", "))));
-    const QJsonObject refused = m_ben.run(QStringLiteral("edit %1 %2 rate=1").arg(m_project, m_items.at(1)));
+    step(QStringLiteral("Anna"),
+        QStringLiteral("checks out %1").arg(m_items.mid(0, 3).join(QLatin1String(", "))));
+    const QJsonObject refused
+        = m_ben.run(QStringLiteral("edit %1 %2 rate=1").arg(m_project, m_items.at(1)));
     if (refused.value(QLatin1String("exit")).toInt() == 0)
         return fail(QStringLiteral("Ben could change an item that Anna holds"));
-    step(QStringLiteral("Ben"), QStringLiteral("tries %1 and is told: %2")
-                                    .arg(m_items.at(1), refused.value(QLatin1String("error")).toString()));
+    step(QStringLiteral("Ben"),
+        QStringLiteral("tries %1 and is told: %2")
+            .arg(m_items.at(1), refused.value(QLatin1String("error")).toString()));
     for (int i = 0; i < 3; ++i) {
-        if (!must(m_anna, QStringLiteral("edit %1 %2 rate=%3.50").arg(m_project, m_items.at(i), QString::number(12 + i))))
+        if (!must(m_anna,
+                QStringLiteral("edit %1 %2 rate=%3.50")
+                    .arg(m_project, m_items.at(i), QString::number(12 + i))))
             return false;
     }
     step(QStringLiteral("Anna"), QStringLiteral("prices her three items"));
     for (int i = 4; i < 7; ++i) {
-        if (!must(m_ben, QStringLiteral("edit %1 %2 rate=%3.25").arg(m_project, m_items.at(i), QString::number(80 + i))))
+        if (!must(m_ben,
+                QStringLiteral("edit %1 %2 rate=%3.25")
+                    .arg(m_project, m_items.at(i), QString::number(80 + i))))
             return false;
     }
-    step(QStringLiteral("Ben"), QStringLiteral("prices %1").arg(m_items.mid(4, 3).join(QLatin1String(", "))));
+    step(QStringLiteral("Ben"),
+        QStringLiteral("prices %1").arg(m_items.mid(4, 3).join(QLatin1String(", "))));
     return true;
 }
 
@@ -149,11 +167,13 @@ bool Story::savePushed()
     const QJsonObject arrived = m_ben.result();
     if (arrived.value(QLatin1String("exit")).toInt(-1) != 0)
         return fail(arrived.value(QLatin1String("error")).toString());
-    step(QStringLiteral("Anna"), QStringLiteral("saves version %1 (%2 ms)")
-                                     .arg(saved.value(QLatin1String("version")).toInt())
-                                     .arg(saveTime));
-    step(QStringLiteral("Ben"), QStringLiteral("has it in his copy %1 ms after Anna began to save, his own edits kept")
-                                    .arg(timer.elapsed()));
+    step(QStringLiteral("Anna"),
+        QStringLiteral("saves version %1 (%2 ms)")
+            .arg(saved.value(QLatin1String("version")).toInt())
+            .arg(saveTime));
+    step(QStringLiteral("Ben"),
+        QStringLiteral("has it in his copy %1 ms after Anna began to save, his own edits kept")
+            .arg(timer.elapsed()));
     return true;
 }
 
@@ -168,12 +188,14 @@ bool Story::saveTogether()
     m_ben.send(QStringLiteral("save ") + m_project);
     const QJsonObject anna = m_anna.result();
     const QJsonObject ben = m_ben.result();
-    for (const auto &[who, saved] : { std::pair(QStringLiteral("Anna"), anna), std::pair(QStringLiteral("Ben"), ben) }) {
+    for (const auto &[who, saved] :
+        { std::pair(QStringLiteral("Anna"), anna), std::pair(QStringLiteral("Ben"), ben) }) {
         if (!saved.value(QLatin1String("published")).toBool())
             return fail(saved.value(QLatin1String("error")).toString());
-        step(who, QStringLiteral("publishes version %1 (%2 ms)")
-                      .arg(saved.value(QLatin1String("version")).toInt())
-                      .arg(saved.value(QLatin1String("milliseconds")).toInt()));
+        step(who,
+            QStringLiteral("publishes version %1 (%2 ms)")
+                .arg(saved.value(QLatin1String("version")).toInt())
+                .arg(saved.value(QLatin1String("milliseconds")).toInt()));
     }
     if (anna.value(QLatin1String("version")) == ben.value(QLatin1String("version")))
         return fail(QStringLiteral("both saves got the same version"));
@@ -193,11 +215,13 @@ bool Story::compare()
     if (!must(m_anna, QStringLiteral("status ") + m_project, &anna)
         || !must(m_ben, QStringLiteral("status ") + m_project, &ben))
         return false;
-    for (const auto &[who, status] : { std::pair(QStringLiteral("Anna"), anna), std::pair(QStringLiteral("Ben"), ben) })
-        step(who, QStringLiteral("version %1, total %2, contents %3…")
-                      .arg(QString::number(status.value(QLatin1String("version")).toInt()),
-                          status.value(QLatin1String("total")).toString(),
-                          status.value(QLatin1String("digest")).toString().left(16)));
+    for (const auto &[who, status] :
+        { std::pair(QStringLiteral("Anna"), anna), std::pair(QStringLiteral("Ben"), ben) })
+        step(who,
+            QStringLiteral("version %1, total %2, contents %3…")
+                .arg(QString::number(status.value(QLatin1String("version")).toInt()),
+                    status.value(QLatin1String("total")).toString(),
+                    status.value(QLatin1String("digest")).toString().left(16)));
     if (anna.value(QLatin1String("digest")) != ben.value(QLatin1String("digest")))
         return fail(QStringLiteral("the two project databases differ"));
     step(QStringLiteral("both"), QStringLiteral("the two project databases are equal, row by row"));

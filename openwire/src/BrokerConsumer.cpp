@@ -2,7 +2,8 @@
 
 namespace kvx::openwire {
 
-BrokerConsumer::BrokerConsumer(std::shared_ptr<SessionState> session, SessionState::Consumer consumer)
+BrokerConsumer::BrokerConsumer(
+    std::shared_ptr<SessionState> session, SessionState::Consumer consumer)
     : m_session(std::move(session))
     , m_consumer(std::move(consumer))
 {

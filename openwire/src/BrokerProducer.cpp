@@ -20,8 +20,8 @@ std::int64_t millisecondsNow()
 
 } // namespace
 
-BrokerProducer::BrokerProducer(std::shared_ptr<SessionState> session,
-    std::optional<DestinationName> destination)
+BrokerProducer::BrokerProducer(
+    std::shared_ptr<SessionState> session, std::optional<DestinationName> destination)
     : m_session(std::move(session))
     , m_destination(std::move(destination))
     , m_id { m_session->id().connection, m_session->id().value, m_session->nextProducer() }
@@ -30,7 +30,8 @@ BrokerProducer::BrokerProducer(std::shared_ptr<SessionState> session,
     m_session->checkOpen();
     Transport &transport = m_session->connection().transport();
     const std::int32_t command = transport.nextCommandId();
-    transport.request(command, encodeProducerInfo(m_id, m_destination, command, transport.version()),
+    transport.request(command,
+        encodeProducerInfo(m_id, m_destination, command, transport.version()),
         m_session->connection().uri().requestLimit);
 }
 
@@ -52,8 +53,9 @@ void BrokerProducer::close()
         return;
     const std::int32_t command = transport.nextCommandId();
     try {
-        transport.requestLater(command, encodeRemoveProducer(m_id, command, transport.version()),
-            [](const auto &) {}, true);
+        transport.requestLater(
+            command, encodeRemoveProducer(m_id, command, transport.version()), [](const auto &) {},
+            true);
     } catch (const cms::CMSException &) {
         // The broker is gone, and with it what was to be removed.
     }
@@ -70,13 +72,15 @@ DestinationName BrokerProducer::givenDestination(const cms::Destination *destina
 {
     DestinationName given = nameOf(destination);
     if (m_destination && (m_destination->kind != given.kind || m_destination->name != given.name))
-        throw cms::UnsupportedOperationException("The producer sends to " + m_destination->name + " only.");
+        throw cms::UnsupportedOperationException(
+            "The producer sends to " + m_destination->name + " only.");
     return given;
 }
 
 BrokerProducer::Options BrokerProducer::defaults(cms::AsyncCallback *onComplete) const
 {
-    return { m_deliveryMode == cms::DeliveryMode::PERSISTENT, m_priority, m_timeToLive, onComplete };
+    return { m_deliveryMode == cms::DeliveryMode::PERSISTENT, m_priority, m_timeToLive,
+        onComplete };
 }
 
 void BrokerProducer::send(cms::Message *message)
@@ -89,13 +93,14 @@ void BrokerProducer::send(cms::Message *message, cms::AsyncCallback *onComplete)
     send(ownDestination(), message, defaults(onComplete));
 }
 
-void BrokerProducer::send(cms::Message *message, int deliveryMode, int priority, long long timeToLive)
+void BrokerProducer::send(
+    cms::Message *message, int deliveryMode, int priority, long long timeToLive)
 {
     send(message, deliveryMode, priority, timeToLive, nullptr);
 }
 
-void BrokerProducer::send(cms::Message *message, int deliveryMode, int priority, long long timeToLive,
-    cms::AsyncCallback *onComplete)
+void BrokerProducer::send(cms::Message *message, int deliveryMode, int priority,
+    long long timeToLive, cms::AsyncCallback *onComplete)
 {
     const bool persistent = deliveryMode == cms::DeliveryMode::PERSISTENT;
     send(ownDestination(), message, { persistent, priority, timeToLive, onComplete });
@@ -106,8 +111,8 @@ void BrokerProducer::send(const cms::Destination *destination, cms::Message *mes
     send(givenDestination(destination), message, defaults(nullptr));
 }
 
-void BrokerProducer::send(const cms::Destination *destination, cms::Message *message,
-    cms::AsyncCallback *onComplete)
+void BrokerProducer::send(
+    const cms::Destination *destination, cms::Message *message, cms::AsyncCallback *onComplete)
 {
     send(givenDestination(destination), message, defaults(onComplete));
 }
@@ -125,8 +130,8 @@ void BrokerProducer::send(const cms::Destination *destination, cms::Message *mes
     send(givenDestination(destination), message, { persistent, priority, timeToLive, onComplete });
 }
 
-void BrokerProducer::send(const DestinationName &destination, cms::Message *message,
-    const Options &options)
+void BrokerProducer::send(
+    const DestinationName &destination, cms::Message *message, const Options &options)
 {
     if (m_closed)
         throw cms::IllegalStateException("The producer has already been closed!");
@@ -138,8 +143,8 @@ void BrokerProducer::send(const DestinationName &destination, cms::Message *mess
     const MessageId id { {}, m_id, ++m_lastSequence, 0 };
     const std::int64_t now = millisecondsNow();
     const std::int64_t expiration = options.timeToLive > 0 ? now + options.timeToLive : 0;
-    plain->setSent(id, destination, options.persistent, options.priority, m_disableTime ? 0 : now,
-        expiration);
+    plain->setSent(
+        id, destination, options.persistent, options.priority, m_disableTime ? 0 : now, expiration);
 
     ConnectionState &connection = m_session->connection();
     Transport &transport = connection.transport();

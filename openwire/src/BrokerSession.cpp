@@ -41,16 +41,17 @@ cms::MessageConsumer *BrokerSession::createConsumer(const cms::Destination *dest
     return createConsumer(destination, {}, false);
 }
 
-cms::MessageConsumer *BrokerSession::createConsumer(const cms::Destination *destination,
-    const std::string &selector)
+cms::MessageConsumer *BrokerSession::createConsumer(
+    const cms::Destination *destination, const std::string &selector)
 {
     return createConsumer(destination, selector, false);
 }
 
-cms::MessageConsumer *BrokerSession::createConsumer(const cms::Destination *destination,
-    const std::string &selector, bool noLocal)
+cms::MessageConsumer *BrokerSession::createConsumer(
+    const cms::Destination *destination, const std::string &selector, bool noLocal)
 {
-    return new BrokerConsumer(m_state, m_state->openConsumer(nameOf(destination), selector, noLocal));
+    return new BrokerConsumer(
+        m_state, m_state->openConsumer(nameOf(destination), selector, noLocal));
 }
 
 cms::MessageProducer *BrokerSession::createProducer(const cms::Destination *destination)

@@ -52,7 +52,8 @@ void applyOption(BrokerUri &uri, std::string_view name, std::string_view value)
         uri.requestLimit = milliseconds(value);
     else if (name == "connection.closeTimeout")
         uri.closeLimit = milliseconds(value);
-    else if (name == "wireFormat.MaxInactivityDuration" || name == "wireFormat.maxInactivityDuration")
+    else if (name == "wireFormat.MaxInactivityDuration"
+        || name == "wireFormat.maxInactivityDuration")
         uri.wireFormat.maxInactivity = milliseconds(value);
     else if (name == "wireFormat.MaxInactivityDurationInitalDelay"
         || name == "wireFormat.maxInactivityDurationInitalDelay")

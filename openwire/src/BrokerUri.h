@@ -21,8 +21,8 @@ struct BrokerUri {
     std::chrono::milliseconds closeLimit { 2000 };
 
     /// Reads scheme://host:port?name=value&…; unknown names are ignored.
-    /// cms::CMSException "Invalid Connection Uri detected." when it is no URI, or a known option has
-    /// no sensible value.
+    /// cms::CMSException "Invalid Connection Uri detected." when it is no URI, or a known option
+    /// has no sensible value.
     static BrokerUri parse(const std::string &text);
 };
 

@@ -82,7 +82,8 @@ MessageDispatch readDispatch(Cursor &cursor, int version)
     const std::int32_t redelivered = cursor.i32();
     if (dispatch.message) {
         dispatch.message->redeliveryCounter = redelivered;
-        // A subscription to many topics learns here which one it was; the acknowledgement repeats it.
+        // A subscription to many topics learns here which one it was; the acknowledgement repeats
+        // it.
         if (destination)
             dispatch.message->destination = destination;
     }
@@ -116,23 +117,31 @@ Command decodeCommand(std::string_view frame, int version)
     case ExceptionResponseType:
     case DataResponseType:
     case DataArrayResponseType:
-    case IntegerResponseType: break;
-    default: return Ignored();
+    case IntegerResponseType:
+        break;
+    default:
+        return Ignored();
     }
 
     const std::int32_t commandId = cursor.i32();
     const bool responseRequired = cursor.boolean();
     switch (type) {
-    case KeepAliveInfoType: return KeepAlive { commandId, responseRequired };
-    case ShutdownInfoType: return Shutdown();
-    case ConnectionErrorType: return ConnectionError { readFailure(cursor) };
-    case ConsumerControlType: return readConsumerControl(cursor, version);
-    case MessageDispatchType: return readDispatch(cursor, version);
+    case KeepAliveInfoType:
+        return KeepAlive { commandId, responseRequired };
+    case ShutdownInfoType:
+        return Shutdown();
+    case ConnectionErrorType:
+        return ConnectionError { readFailure(cursor) };
+    case ConsumerControlType:
+        return readConsumerControl(cursor, version);
+    case MessageDispatchType:
+        return readDispatch(cursor, version);
     case ExceptionResponseType: {
         const std::int32_t correlationId = cursor.i32();
         return Response { correlationId, readFailure(cursor) };
     }
-    default: return Response { cursor.i32(), std::nullopt };
+    default:
+        return Response { cursor.i32(), std::nullopt };
     }
 }
 

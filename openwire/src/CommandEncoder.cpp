@@ -53,10 +53,17 @@ void writeDestination(FrameWriter &out, const std::optional<DestinationName> &de
     }
     CommandType type = TopicType;
     switch (destination->kind) {
-    case cms::Destination::TOPIC: break;
-    case cms::Destination::QUEUE: type = QueueType; break;
-    case cms::Destination::TEMPORARY_TOPIC: type = TemporaryTopicType; break;
-    case cms::Destination::TEMPORARY_QUEUE: type = TemporaryQueueType; break;
+    case cms::Destination::TOPIC:
+        break;
+    case cms::Destination::QUEUE:
+        type = QueueType;
+        break;
+    case cms::Destination::TEMPORARY_TOPIC:
+        type = TemporaryTopicType;
+        break;
+    case cms::Destination::TEMPORARY_QUEUE:
+        type = TemporaryQueueType;
+        break;
     }
     out.boolean(true).u8(type).string(destination->name);
 }
@@ -72,7 +79,8 @@ template <typename Id> std::string encodeRemove(const Id &id, std::int32_t comma
 
 } // namespace
 
-std::string encodeConnectionInfo(const ConnectionRequest &request, std::int32_t commandId, int version)
+std::string encodeConnectionInfo(
+    const ConnectionRequest &request, std::int32_t commandId, int version)
 {
     FrameWriter out = startCommand(ConnectionInfoType, commandId, true);
     writeId(out, request.connectionId);
@@ -115,8 +123,8 @@ std::string encodeConsumerInfo(const ConsumerRequest &request, std::int32_t comm
     return out.take();
 }
 
-std::string encodeProducerInfo(const ProducerId &id, const std::optional<DestinationName> &destination,
-    std::int32_t commandId, int version)
+std::string encodeProducerInfo(const ProducerId &id,
+    const std::optional<DestinationName> &destination, std::int32_t commandId, int version)
 {
     FrameWriter out = startCommand(ProducerInfoType, commandId, true);
     writeId(out, id);
@@ -149,8 +157,8 @@ std::string encodeRemoveProducer(const ProducerId &id, std::int32_t commandId, i
     return encodeRemove(id, commandId, version);
 }
 
-std::string encodeMessage(const MessageData &message, std::int32_t commandId, bool responseRequired,
-    int version)
+std::string encodeMessage(
+    const MessageData &message, std::int32_t commandId, bool responseRequired, int version)
 {
     FrameWriter out(message.type);
     out.i32(commandId).boolean(responseRequired);
@@ -183,8 +191,8 @@ std::string encodeMessage(const MessageData &message, std::int32_t commandId, bo
     return out.take();
 }
 
-std::string encodeAcknowledgement(const ConsumerId &consumer, const MessageData &message,
-    std::int32_t commandId, int version)
+std::string encodeAcknowledgement(
+    const ConsumerId &consumer, const MessageData &message, std::int32_t commandId, int version)
 {
     FrameWriter out = startCommand(MessageAckType, commandId, false);
     writeDestination(out, message.destination);

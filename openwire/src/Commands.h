@@ -105,19 +105,20 @@ struct ConsumerRequest {
 };
 
 // Each returns a whole frame. Requests have their answer asked for.
-std::string encodeConnectionInfo(const ConnectionRequest &request, std::int32_t commandId, int version);
+std::string encodeConnectionInfo(
+    const ConnectionRequest &request, std::int32_t commandId, int version);
 std::string encodeSessionInfo(const SessionId &id, std::int32_t commandId);
 std::string encodeConsumerInfo(const ConsumerRequest &request, std::int32_t commandId, int version);
-std::string encodeProducerInfo(const ProducerId &id, const std::optional<DestinationName> &destination,
-    std::int32_t commandId, int version);
+std::string encodeProducerInfo(const ProducerId &id,
+    const std::optional<DestinationName> &destination, std::int32_t commandId, int version);
 std::string encodeRemoveConnection(const std::string &id, std::int32_t commandId, int version);
 std::string encodeRemoveSession(const SessionId &id, std::int32_t commandId, int version);
 std::string encodeRemoveConsumer(const ConsumerId &id, std::int32_t commandId, int version);
 std::string encodeRemoveProducer(const ProducerId &id, std::int32_t commandId, int version);
-std::string encodeMessage(const MessageData &message, std::int32_t commandId, bool responseRequired,
-    int version);
-std::string encodeAcknowledgement(const ConsumerId &consumer, const MessageData &message,
-    std::int32_t commandId, int version);
+std::string encodeMessage(
+    const MessageData &message, std::int32_t commandId, bool responseRequired, int version);
+std::string encodeAcknowledgement(
+    const ConsumerId &consumer, const MessageData &message, std::int32_t commandId, int version);
 std::string encodeKeepAlive(std::int32_t commandId);
 std::string encodeShutdown(std::int32_t commandId);
 

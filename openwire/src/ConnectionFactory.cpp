@@ -17,7 +17,8 @@ public:
 
     cms::Connection *createConnection() override { return createConnection({}, {}, {}); }
 
-    cms::Connection *createConnection(const std::string &username, const std::string &password) override
+    cms::Connection *createConnection(
+        const std::string &username, const std::string &password) override
     {
         return createConnection(username, password, {});
     }
@@ -44,8 +45,8 @@ private:
     cms::ExceptionListener *m_exceptionListener = nullptr;
 };
 
-cms::Connection *BrokerConnectionFactory::createConnection(const std::string &username,
-    const std::string &password, const std::string &clientId)
+cms::Connection *BrokerConnectionFactory::createConnection(
+    const std::string &username, const std::string &password, const std::string &clientId)
 {
     if (m_uri.scheme != "tcp" && m_uri.scheme != "nio")
         throw cms::CMSException("No Matching Factory Registered for format := " + m_uri.scheme);
@@ -71,7 +72,8 @@ cms::Connection *BrokerConnectionFactory::createConnection(const std::string &us
 
 } // namespace kvx::openwire
 
-cms::ConnectionFactory *cms::ConnectionFactory::createCMSConnectionFactory(const std::string &brokerURI)
+cms::ConnectionFactory *cms::ConnectionFactory::createCMSConnectionFactory(
+    const std::string &brokerURI)
 {
     return new kvx::openwire::BrokerConnectionFactory(kvx::openwire::BrokerUri::parse(brokerURI));
 }

@@ -40,7 +40,8 @@ ConnectionState::ConnectionState(const BrokerUri &uri, Credentials credentials)
 {
 }
 
-std::shared_ptr<ConnectionState> ConnectionState::open(const BrokerUri &uri, Credentials credentials)
+std::shared_ptr<ConnectionState> ConnectionState::open(
+    const BrokerUri &uri, Credentials credentials)
 {
     const auto state = std::make_shared<ConnectionState>(uri, std::move(credentials));
     try {
@@ -66,7 +67,8 @@ void ConnectionState::setClientId(const std::string &clientId)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_inUse)
-            throw cms::IllegalStateException("Cannot set client Id on a Connection already in use.");
+            throw cms::IllegalStateException(
+                "Cannot set client Id on a Connection already in use.");
         if (clientId.empty())
             throw cms::InvalidClientIdException("Client ID cannot be an empty string");
         m_clientId = clientId;
@@ -201,7 +203,8 @@ void ConnectionState::close()
 {
     const Sessions all = sessions();
     const bool own = m_events.isCurrent()
-        || std::any_of(all.begin(), all.end(), [](const auto &session) { return session->isCurrent(); });
+        || std::any_of(
+            all.begin(), all.end(), [](const auto &session) { return session->isCurrent(); });
     {
         std::unique_lock<std::mutex> lock(m_mutex);
         if (m_closing) {

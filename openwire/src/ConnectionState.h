@@ -15,7 +15,7 @@
 namespace cms {
 class AsyncCallback;
 class ExceptionListener;
-}
+} // namespace cms
 
 namespace kvx::openwire {
 
@@ -28,7 +28,8 @@ struct Credentials {
 
 /// A connection apart from its handle: owned together by the handle, the sessions and the threads,
 /// so that none of them is ever left with something that is gone.
-class ConnectionState : public TransportListener, public std::enable_shared_from_this<ConnectionState> {
+class ConnectionState : public TransportListener,
+                        public std::enable_shared_from_this<ConnectionState> {
 public:
     /// Opens the socket and starts the threads. Throws cms::CMSException.
     static std::shared_ptr<ConnectionState> open(const BrokerUri &uri, Credentials credentials);

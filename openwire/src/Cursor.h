@@ -37,7 +37,8 @@ public:
     std::string_view shortText();
     /// Bytes behind presence byte and four-byte length; empty when absent.
     std::string_view byteSequence();
-    /// A four-byte count of things that take at least one byte each; never more than bytes are left.
+    /// A four-byte count of things that take at least one byte each; never more than bytes are
+    /// left.
     std::size_t count();
 
     std::size_t left() const { return m_bytes.size(); }

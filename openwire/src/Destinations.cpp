@@ -15,7 +15,8 @@ void NamedDestination::copy(const Destination &source)
 {
     const DestinationName name = nameOf(&source);
     if (name.kind != m_name.kind)
-        throw cms::InvalidDestinationException("A topic cannot become a queue, nor a queue a topic.");
+        throw cms::InvalidDestinationException(
+            "A topic cannot become a queue, nor a queue a topic.");
     m_name = name;
 }
 

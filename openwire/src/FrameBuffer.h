@@ -23,8 +23,8 @@ class FrameBuffer {
 public:
     void append(std::string_view bytes);
 
-    /// The next complete frame without its length, good until the next append; empty when more bytes
-    /// are needed. ProtocolError for a length that is not positive or above maxIncomingFrame.
+    /// The next complete frame without its length, good until the next append; empty when more
+    /// bytes are needed. ProtocolError for a length that is not positive or above maxIncomingFrame.
     std::optional<std::string_view> next();
 
     std::size_t capacity() const { return m_bytes.capacity(); }

@@ -20,8 +20,8 @@ public:
 
     /// An absent text, object, array or byte sequence.
     FrameWriter &null();
-    /// A present text, possibly empty. cms::MessageFormatException when it is no text or longer than
-    /// 65,535 bytes.
+    /// A present text, possibly empty. cms::MessageFormatException when it is no text or longer
+    /// than 65,535 bytes.
     FrameWriter &string(std::string_view text);
     /// Absent when empty.
     FrameWriter &stringOrNull(std::string_view text);

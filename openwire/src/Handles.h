@@ -43,10 +43,10 @@ public:
     void stop() override;
     void close() override;
     cms::MessageConsumer *createConsumer(const cms::Destination *destination) override;
-    cms::MessageConsumer *createConsumer(const cms::Destination *destination,
-        const std::string &selector) override;
-    cms::MessageConsumer *createConsumer(const cms::Destination *destination,
-        const std::string &selector, bool noLocal) override;
+    cms::MessageConsumer *createConsumer(
+        const cms::Destination *destination, const std::string &selector) override;
+    cms::MessageConsumer *createConsumer(
+        const cms::Destination *destination, const std::string &selector, bool noLocal) override;
     cms::MessageProducer *createProducer(const cms::Destination *destination) override;
     cms::Queue *createQueue(const std::string &queueName) override;
     cms::Topic *createTopic(const std::string &topicName) override;
@@ -84,7 +84,8 @@ private:
 class BrokerProducer : public cms::MessageProducer {
 public:
     /// Registers the producer with the broker.
-    BrokerProducer(std::shared_ptr<SessionState> session, std::optional<DestinationName> destination);
+    BrokerProducer(
+        std::shared_ptr<SessionState> session, std::optional<DestinationName> destination);
     ~BrokerProducer() override;
 
     void close() override;

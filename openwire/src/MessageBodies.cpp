@@ -52,7 +52,8 @@ void PlainTextMessage::setText(const char *msg)
 void PlainTextMessage::setText(const std::string &msg)
 {
     if (m_readOnly)
-        throw cms::MessageNotWriteableException("The text of a received message cannot be changed.");
+        throw cms::MessageNotWriteableException(
+            "The text of a received message cannot be changed.");
     FrameWriter out(0);
     out.i32(static_cast<std::int32_t>(msg.size())).raw(msg);
     m_data.content = out.take().erase(0, 5);
@@ -110,12 +111,18 @@ cms::Message *PlainObjectMessage::clone() const
 std::unique_ptr<PlainMessage> makeReceived(MessageData data)
 {
     switch (data.type) {
-    case TextMessageType: return std::make_unique<PlainTextMessage>(std::move(data), true);
-    case BytesMessageType: return std::make_unique<PlainBytesMessage>(std::move(data), true);
-    case MapMessageType: return std::make_unique<PlainMapMessage>(std::move(data), true);
-    case StreamMessageType: return std::make_unique<PlainStreamMessage>(std::move(data), true);
-    case ObjectMessageType: return std::make_unique<PlainObjectMessage>(std::move(data), true);
-    default: return std::make_unique<PlainMessage>(std::move(data), true);
+    case TextMessageType:
+        return std::make_unique<PlainTextMessage>(std::move(data), true);
+    case BytesMessageType:
+        return std::make_unique<PlainBytesMessage>(std::move(data), true);
+    case MapMessageType:
+        return std::make_unique<PlainMapMessage>(std::move(data), true);
+    case StreamMessageType:
+        return std::make_unique<PlainStreamMessage>(std::move(data), true);
+    case ObjectMessageType:
+        return std::make_unique<PlainObjectMessage>(std::move(data), true);
+    default:
+        return std::make_unique<PlainMessage>(std::move(data), true);
     }
 }
 

@@ -26,7 +26,8 @@ std::string idText(const MessageId &id)
 
 [[noreturn]] void refuseProperty(const std::string &name, const char *wanted)
 {
-    throw cms::MessageFormatException("The property " + name + " cannot be read as " + wanted + ".");
+    throw cms::MessageFormatException(
+        "The property " + name + " cannot be read as " + wanted + ".");
 }
 
 ValueMap decodedProperties(const std::string &encoded)
@@ -34,7 +35,8 @@ ValueMap decodedProperties(const std::string &encoded)
     try {
         return decodeValues(encoded);
     } catch (const DecodeError &ex) {
-        throw cms::MessageFormatException(std::string("The message's properties are damaged: ") + ex.what());
+        throw cms::MessageFormatException(
+            std::string("The message's properties are damaged: ") + ex.what());
     }
 }
 

@@ -12,13 +12,18 @@ struct ObjectLayout {
 };
 
 // Fields in the order of the wire: b bool, B byte, h short, i int, l long, s text, o object,
-// a array of objects, y bytes. A digit (hexadecimal) stands before a field that came with that version.
+// a array of objects, y bytes. A digit (hexadecimal) stands before a field that came with that
+// version.
 constexpr ObjectLayout objectLayouts[] = {
     { BrokerInfoType, "ibosasbbb2b2b2l3s3s" },
     { ConnectionInfoType, "ibosssabb2b6b6b8s" },
     { SessionInfoType, "ibo" },
-    { ConsumerInfoType, "ibobo" "iibsAssbbbBaobbb4a" },
-    { ProducerInfoType, "iboo" "a2b3i" },
+    { ConsumerInfoType,
+        "ibobo"
+        "iibsAssbbbBaobbb4a" },
+    { ProducerInfoType,
+        "iboo"
+        "a2b3i" },
     { RemoveInfoType, "ibo5l" },
     { QueueType, "s" },
     { TopicType, "s" },
@@ -57,11 +62,20 @@ std::optional<DestinationName> NestedObjects::destination()
         return std::nullopt;
     DestinationName result;
     switch (m_cursor.u8()) {
-    case TopicType: result.kind = cms::Destination::TOPIC; break;
-    case QueueType: result.kind = cms::Destination::QUEUE; break;
-    case TemporaryTopicType: result.kind = cms::Destination::TEMPORARY_TOPIC; break;
-    case TemporaryQueueType: result.kind = cms::Destination::TEMPORARY_QUEUE; break;
-    default: throw DecodeError("A destination is of an unknown type");
+    case TopicType:
+        result.kind = cms::Destination::TOPIC;
+        break;
+    case QueueType:
+        result.kind = cms::Destination::QUEUE;
+        break;
+    case TemporaryTopicType:
+        result.kind = cms::Destination::TEMPORARY_TOPIC;
+        break;
+    case TemporaryQueueType:
+        result.kind = cms::Destination::TEMPORARY_QUEUE;
+        break;
+    default:
+        throw DecodeError("A destination is of an unknown type");
     }
     result.name = m_cursor.string();
     return result;
@@ -135,14 +149,30 @@ void NestedObjects::skipFields(const char *layout, int depth)
         }
         switch (*layout) {
         case 'b':
-        case 'B': m_cursor.bytes(1); break;
-        case 'h': m_cursor.bytes(2); break;
-        case 'i': m_cursor.bytes(4); break;
-        case 'l': m_cursor.bytes(8); break;
-        case 's': m_cursor.string(); break;
-        case 'o': skipObject(depth + 1); break;
-        case 'a': skipArray(depth); break;
-        case 'y': m_cursor.byteSequence(); break;
+        case 'B':
+            m_cursor.bytes(1);
+            break;
+        case 'h':
+            m_cursor.bytes(2);
+            break;
+        case 'i':
+            m_cursor.bytes(4);
+            break;
+        case 'l':
+            m_cursor.bytes(8);
+            break;
+        case 's':
+            m_cursor.string();
+            break;
+        case 'o':
+            skipObject(depth + 1);
+            break;
+        case 'a':
+            skipArray(depth);
+            break;
+        case 'y':
+            m_cursor.byteSequence();
+            break;
         }
     }
 }

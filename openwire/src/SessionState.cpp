@@ -32,8 +32,8 @@ void SessionState::checkOpen() const
         throw cms::IllegalStateException("The session has already been closed!");
 }
 
-SessionState::Consumer SessionState::openConsumer(const DestinationName &destination,
-    const std::string &selector, bool noLocal)
+SessionState::Consumer SessionState::openConsumer(
+    const DestinationName &destination, const std::string &selector, bool noLocal)
 {
     checkOpen();
     const auto consumer = std::make_shared<ConsumerState>();
@@ -47,7 +47,8 @@ SessionState::Consumer SessionState::openConsumer(const DestinationName &destina
     Transport &transport = m_connection->transport();
     const std::int32_t command = transport.nextCommandId();
     try {
-        transport.request(command, encodeConsumerInfo(consumer->request, command, transport.version()),
+        transport.request(command,
+            encodeConsumerInfo(consumer->request, command, transport.version()),
             m_connection->uri().requestLimit);
     } catch (...) {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -61,7 +62,8 @@ SessionState::Consumer SessionState::openConsumer(const DestinationName &destina
 void SessionState::remove(std::int32_t commandId, std::string frame)
 {
     try {
-        m_connection->transport().requestLater(commandId, std::move(frame), [](const auto &) {}, true);
+        m_connection->transport().requestLater(
+            commandId, std::move(frame), [](const auto &) {}, true);
     } catch (const cms::CMSException &) {
         // The broker is gone, and with it what was to be removed.
     }
@@ -83,7 +85,8 @@ void SessionState::closeConsumer(const Consumer &consumer)
     if (m_worker.isCurrent())
         return;
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait_for(lock, m_connection->uri().closeLimit, [&] { return m_busy != consumer.get(); });
+    m_changed.wait_for(
+        lock, m_connection->uri().closeLimit, [&] { return m_busy != consumer.get(); });
 }
 
 void SessionState::setListener(const Consumer &consumer, cms::MessageListener *listener)
@@ -121,8 +124,8 @@ std::int64_t SessionState::nextProducer()
     return ++m_lastProducer;
 }
 
-std::unique_ptr<PlainMessage> SessionState::receive(const Consumer &consumer,
-    std::optional<Clock::time_point> deadline)
+std::unique_ptr<PlainMessage> SessionState::receive(
+    const Consumer &consumer, std::optional<Clock::time_point> deadline)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     for (const auto &entry : m_consumers) {
@@ -267,8 +270,8 @@ void SessionState::run()
     }
 }
 
-void SessionState::deliver(const ConsumerState &consumer, cms::MessageListener &listener,
-    const MessageData &message)
+void SessionState::deliver(
+    const ConsumerState &consumer, cms::MessageListener &listener, const MessageData &message)
 {
     try {
         const std::unique_ptr<PlainMessage> received = makeReceived(message);
@@ -283,8 +286,8 @@ void SessionState::acknowledge(const ConsumerState &consumer, const MessageData 
 {
     Transport &transport = m_connection->transport();
     try {
-        transport.send(encodeAcknowledgement(consumer.request.id, message, transport.nextCommandId(),
-                           transport.version()),
+        transport.send(encodeAcknowledgement(consumer.request.id, message,
+                           transport.nextCommandId(), transport.version()),
             true);
     } catch (const cms::CMSException &) {
         // Without the broker there is nobody to tell; its loss is reported elsewhere.

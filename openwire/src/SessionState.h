@@ -54,14 +54,16 @@ public:
     /// cms::IllegalStateException when the session was closed.
     void checkOpen() const;
 
-    Consumer openConsumer(const DestinationName &destination, const std::string &selector, bool noLocal);
+    Consumer openConsumer(
+        const DestinationName &destination, const std::string &selector, bool noLocal);
     void closeConsumer(const Consumer &consumer);
     void setListener(const Consumer &consumer, cms::MessageListener *listener);
     cms::MessageListener *listener(const Consumer &consumer) const;
     void setConsumerStarted(const Consumer &consumer, bool started);
 
     /// As cms::MessageConsumer::receive(); no deadline waits without limit.
-    std::unique_ptr<PlainMessage> receive(const Consumer &consumer, std::optional<Clock::time_point> deadline);
+    std::unique_ptr<PlainMessage> receive(
+        const Consumer &consumer, std::optional<Clock::time_point> deadline);
 
     std::int64_t nextProducer();
 
@@ -83,7 +85,8 @@ public:
 private:
     void run();
     Consumer nextReady() const;
-    void deliver(const ConsumerState &consumer, cms::MessageListener &listener, const MessageData &message);
+    void deliver(
+        const ConsumerState &consumer, cms::MessageListener &listener, const MessageData &message);
     void acknowledge(const ConsumerState &consumer, const MessageData &message);
     void remove(std::int32_t commandId, std::string frame);
 

@@ -52,9 +52,10 @@ LookUp lookUp(const std::string &host, std::uint16_t port, int flags)
     return result;
 }
 
-// The system's name service has no deadline of its own, so it runs on a thread that can be left behind.
-std::vector<SocketAddress> addressesOf(const std::string &host, std::uint16_t port,
-    SocketClock::time_point deadline)
+// The system's name service has no deadline of its own, so it runs on a thread that can be left
+// behind.
+std::vector<SocketAddress> addressesOf(
+    const std::string &host, std::uint16_t port, SocketClock::time_point deadline)
 {
     LookUp numeric = lookUp(host, port, AI_NUMERICHOST);
     if (numeric.error == 0)
@@ -73,7 +74,8 @@ std::vector<SocketAddress> addressesOf(const std::string &host, std::uint16_t po
 int waitFor(int handle, short events, SocketClock::time_point deadline)
 {
     for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - SocketClock::now());
+        const auto left
+            = std::chrono::ceil<std::chrono::milliseconds>(deadline - SocketClock::now());
         pollfd entry = { handle, events, 0 };
         const int limit = static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 3600 * 1000));
         const int ready = ::poll(&entry, 1, limit);
@@ -113,7 +115,8 @@ Socket::Socket(const std::string &host, std::uint16_t port, std::chrono::millise
         // An address that does not answer at all must leave time for the others.
         const auto now = SocketClock::now();
         const auto share = now + (deadline - now) / static_cast<std::int64_t>(left--);
-        m_handle = ::socket(address.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        m_handle
+            = ::socket(address.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         error = m_handle < 0 ? errno : connectTo(m_handle, address, share);
         if (error == 0) {
             const int on = 1;

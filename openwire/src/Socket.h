@@ -22,8 +22,8 @@ public:
     Socket(const Socket &) = delete;
     Socket &operator=(const Socket &) = delete;
 
-    /// Waits for bytes and puts them into buffer. 0 at the end of the stream, empty at the deadline.
-    /// std::system_error when the connection broke.
+    /// Waits for bytes and puts them into buffer. 0 at the end of the stream, empty at the
+    /// deadline. std::system_error when the connection broke.
     std::optional<std::size_t> read(std::vector<char> &buffer, Clock::time_point deadline);
 
     /// Writes some of bytes and says how many; empty when none could be written by the deadline.

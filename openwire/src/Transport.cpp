@@ -35,7 +35,8 @@ Transport::Transport(const BrokerUri &uri)
 
 void Transport::start(const std::shared_ptr<TransportListener> &listener)
 {
-    // Sent without waiting for the broker's: some connectors stay silent until they know the protocol.
+    // Sent without waiting for the broker's: some connectors stay silent until they know the
+    // protocol.
     m_queue.push_back(encodeWireFormatInfo(m_uri.wireFormat));
     m_queuedBytes = m_queue.front().size();
     m_reader.start([this, listener] { runReader(*listener); });
@@ -58,7 +59,8 @@ void Transport::checkUsable(std::size_t frameSize) const
     const std::size_t length = frameSize - 4;
     if (static_cast<std::int64_t>(length) > m_format.maxFrameSize)
         throw cms::CMSException("A frame of " + std::to_string(length)
-            + " bytes is larger than the broker takes (" + std::to_string(m_format.maxFrameSize) + ")");
+            + " bytes is larger than the broker takes (" + std::to_string(m_format.maxFrameSize)
+            + ")");
 }
 
 void Transport::send(std::string frame, bool always)
@@ -213,7 +215,8 @@ void Transport::runReader(TransportListener &listener)
                 throw ProtocolError("Channel was inactive for too long: " + addressText(m_uri));
             }
             if (*count == 0)
-                throw ProtocolError("The broker at " + addressText(m_uri) + " closed the connection");
+                throw ProtocolError(
+                    "The broker at " + addressText(m_uri) + " closed the connection");
             lastRead = Clock::now();
             m_input.append({ buffer.data(), *count });
             while (const std::optional<std::string_view> frame = m_input.next())
@@ -335,7 +338,8 @@ void Transport::runWriter(TransportListener &listener)
             while (!left.empty()) {
                 const auto count = m_socket.write(left, Clock::now() + m_uri.requestLimit);
                 if (!count)
-                    throw ProtocolError("The broker at " + addressText(m_uri) + " takes no more data");
+                    throw ProtocolError(
+                        "The broker at " + addressText(m_uri) + " takes no more data");
                 left.remove_prefix(*count);
                 lastWrite = Clock::now();
             }

@@ -63,8 +63,8 @@ public:
     /// cms::CMSException at the limit.
     void request(std::int32_t commandId, std::string frame, std::chrono::milliseconds limit);
 
-    /// Sends a request whose answer goes to done: exactly once, on one of the threads, with null for
-    /// success. When this throws, done is not called. always as in send().
+    /// Sends a request whose answer goes to done: exactly once, on one of the threads, with null
+    /// for success. When this throws, done is not called. always as in send().
     void requestLater(std::int32_t commandId, std::string frame, Done done, bool always = false);
 
     /// Answers a request as if the broker had.

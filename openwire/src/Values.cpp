@@ -41,18 +41,31 @@ void skipValue(Cursor &cursor, std::uint8_t tag, int depth)
     if (depth > maxDepth)
         throw DecodeError("Values are nested too deeply");
     switch (tag) {
-    case NullTag: return;
+    case NullTag:
+        return;
     case BooleanTag:
-    case ByteTag: cursor.bytes(1); return;
+    case ByteTag:
+        cursor.bytes(1);
+        return;
     case CharacterTag:
-    case ShortTag: cursor.bytes(2); return;
+    case ShortTag:
+        cursor.bytes(2);
+        return;
     case IntTag:
-    case FloatTag: cursor.bytes(4); return;
+    case FloatTag:
+        cursor.bytes(4);
+        return;
     case LongTag:
-    case DoubleTag: cursor.bytes(8); return;
-    case StringTag: cursor.shortText(); return;
+    case DoubleTag:
+        cursor.bytes(8);
+        return;
+    case StringTag:
+        cursor.shortText();
+        return;
     case BytesTag:
-    case BigStringTag: cursor.bytes(cursor.count()); return;
+    case BigStringTag:
+        cursor.bytes(cursor.count());
+        return;
     case MapTag:
         for (std::size_t left = cursor.count(); left > 0; --left) {
             cursor.shortText();
@@ -63,7 +76,8 @@ void skipValue(Cursor &cursor, std::uint8_t tag, int depth)
         for (std::size_t left = cursor.count(); left > 0; --left)
             skipValue(cursor, cursor.u8(), depth + 1);
         return;
-    default: throw DecodeError("A value has an unknown type");
+    default:
+        throw DecodeError("A value has an unknown type");
     }
 }
 
@@ -71,16 +85,26 @@ Value readValue(Cursor &cursor, std::string_view all)
 {
     const std::uint8_t tag = cursor.u8();
     switch (tag) {
-    case BooleanTag: return cursor.boolean();
-    case ByteTag: return static_cast<std::int8_t>(cursor.u8());
-    case ShortTag: return cursor.i16();
-    case IntTag: return cursor.i32();
-    case LongTag: return cursor.i64();
-    case DoubleTag: return bitsAs<double>(cursor.i64());
-    case FloatTag: return bitsAs<float>(cursor.i32());
-    case StringTag: return std::string(cursor.shortText());
-    case BigStringTag: return std::string(cursor.bytes(cursor.count()));
-    default: break;
+    case BooleanTag:
+        return cursor.boolean();
+    case ByteTag:
+        return static_cast<std::int8_t>(cursor.u8());
+    case ShortTag:
+        return cursor.i16();
+    case IntTag:
+        return cursor.i32();
+    case LongTag:
+        return cursor.i64();
+    case DoubleTag:
+        return bitsAs<double>(cursor.i64());
+    case FloatTag:
+        return bitsAs<float>(cursor.i32());
+    case StringTag:
+        return std::string(cursor.shortText());
+    case BigStringTag:
+        return std::string(cursor.bytes(cursor.count()));
+    default:
+        break;
     }
     const std::size_t start = all.size() - cursor.left();
     skipValue(cursor, tag, 1);

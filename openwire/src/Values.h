@@ -11,12 +11,16 @@
 
 namespace kvx::openwire {
 
-/// A value whose inside is of no interest here (null, character, bytes, map, list), kept as it came.
+/// A value whose inside is of no interest here (null, character, bytes, map, list), kept as it
+/// came.
 struct OpaqueValue {
     std::uint8_t tag = 0;
     std::string bytes;
 
-    bool operator==(const OpaqueValue &other) const { return tag == other.tag && bytes == other.bytes; }
+    bool operator==(const OpaqueValue &other) const
+    {
+        return tag == other.tag && bytes == other.bytes;
+    }
 };
 
 using Value = std::variant<OpaqueValue, bool, std::int8_t, std::int16_t, std::int32_t, std::int64_t,

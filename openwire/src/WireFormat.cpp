@@ -58,7 +58,8 @@ std::string encodeWireFormatInfo(const WireFormat &wanted)
 WireFormat decodeWireFormatInfo(std::string_view frame)
 {
     Cursor cursor(frame);
-    if (cursor.u8() != WireFormatInfoType || cursor.bytes(wireFormatMagic.size()) != wireFormatMagic)
+    if (cursor.u8() != WireFormatInfoType
+        || cursor.bytes(wireFormatMagic.size()) != wireFormatMagic)
         throw DecodeError("The other end does not speak OpenWire");
     WireFormat offer;
     offer.version = cursor.i32();
@@ -76,7 +77,8 @@ WireFormat negotiate(const WireFormat &ours, const WireFormat &theirs)
     WireFormat result;
     result.version = std::min(ours.version, theirs.version);
     if (result.version < 1)
-        throw ProtocolError("The broker offers the unknown version " + std::to_string(theirs.version));
+        throw ProtocolError(
+            "The broker offers the unknown version " + std::to_string(theirs.version));
     result.maxInactivity = std::min(ours.maxInactivity, theirs.maxInactivity);
     if (result.maxInactivity.count() > 0)
         result.maxInactivity = std::max(result.maxInactivity, shortestInactivity);

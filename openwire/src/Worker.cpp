@@ -19,7 +19,8 @@ void Worker::start(std::function<void()> body)
     const auto latch = std::make_shared<Latch>();
     const auto run = [body = std::move(body), latch]() mutable {
         body();
-        body = nullptr; // may end what owns this worker: before the latch, so that a joiner sees it ended
+        body = nullptr; // may end what owns this worker: before the latch, so that a joiner sees it
+                        // ended
         const std::lock_guard<std::mutex> done(latch->mutex);
         latch->done = true;
         latch->changed.notify_all();

@@ -16,8 +16,8 @@ public:
     KVX_OVERLOADS3(virtual bool download(const QString &url, const QString &serverFileName,
                        const QString &localFileName, KVXCWFileServiceProgress *progress)
         = 0,
-        virtual bool download(const QString &projectName, const QString &guid,
-            const QString &localFileName)
+        virtual bool download(
+            const QString &projectName, const QString &guid, const QString &localFileName)
         = 0,
         virtual bool download(const QString &serverFileName, const QString &localFileName,
             KVXCWFileServiceProgress *progress)
@@ -35,8 +35,8 @@ public:
             KVXCWFileServiceProgress *progress)
         = 0)
     /// True when the server has a file of that name (withMd5: and of the local file's content).
-    virtual bool hasUpload(const QString &localFileName, const QString &serverFileName,
-        bool withMd5)
+    virtual bool hasUpload(
+        const QString &localFileName, const QString &serverFileName, bool withMd5)
         = 0;
     virtual ~KVXCWFileService() = default;
 

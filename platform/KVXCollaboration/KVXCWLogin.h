@@ -22,8 +22,8 @@ public:
     /// True when a server of this product answers there.
     virtual bool ping(const QString &host, int port) = 0;
     /// type is a KVXNetworkProxy::Type.
-    virtual void setProxy(int type, const QString &host, int port, const QString &user,
-        const QString &password)
+    virtual void setProxy(
+        int type, const QString &host, int port, const QString &user, const QString &password)
         = 0;
     KVX_OVERLOADS2(virtual void setServer(const QString &host, const QString &port) = 0,
         virtual void setServer(const QString &host, const QString &port, int proxyType,

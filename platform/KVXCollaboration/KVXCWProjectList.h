@@ -24,11 +24,11 @@ public:
     /// A name that is free on the server; empty on failure.
     virtual QString genProjectName() = 0;
     /// statusCode, where given, receives the raw status whenever the request was made.
-    virtual bool newProject(TProjectsType type, const QString &name, const QString &guid,
-        double *statusCode = nullptr)
+    virtual bool newProject(
+        TProjectsType type, const QString &name, const QString &guid, double *statusCode = nullptr)
         = 0;
-    virtual bool addendumProject(TProjectsType type, const KVXProjectInfo &source,
-        double *statusCode = nullptr)
+    virtual bool addendumProject(
+        TProjectsType type, const KVXProjectInfo &source, double *statusCode = nullptr)
         = 0;
     /// This class: deletes the first record of the GUID; true when there was one.
     virtual bool removeProject(const QString &guid);

@@ -20,8 +20,8 @@ public:
     using UserPermissions = QList<QPair<KVXUser, Permissions>>;
 
     /// type is the kind text ("Tender" …).
-    KVXProjectInfo(const QString &name, const QString &type, Status status,
-        const QDateTime &createDate);
+    KVXProjectInfo(
+        const QString &name, const QString &type, Status status, const QDateTime &createDate);
 
     const QString &name() const { return m_name; }
     void setName(const QString &name) { m_name = name; }

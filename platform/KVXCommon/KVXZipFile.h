@@ -10,8 +10,8 @@ public:
     /// Packs the files (entry name to local path) into a new archive, written beside the target
     /// and renamed. With a password the entries are encrypted with AES-256.
     /// False: nothing is left at archivePath.
-    static bool compressFiles(const QString &archivePath, const QMap<QString, QString> &files,
-        const QString &password);
+    static bool compressFiles(
+        const QString &archivePath, const QMap<QString, QString> &files, const QString &password);
 
     /// Unpacks into the directory (created, mode 0700) and fills files (entry name to extracted
     /// path). Accepts up to 16 flat regular entries with distinct safe names, 256 MiB in all and

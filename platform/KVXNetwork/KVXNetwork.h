@@ -49,8 +49,8 @@ public:
     virtual QString lastError() const = 0;
 
     /// Probes the port on every address ("host" or "host:port") in parallel for a server.
-    virtual void searchServer(const QStringList &addresses, int port, void *receiver,
-        SearchFunction progress)
+    virtual void searchServer(
+        const QStringList &addresses, int port, void *receiver, SearchFunction progress)
         = 0;
     /// True when a server of this product answers there.
     virtual bool ping(const QString &host, int port) = 0;

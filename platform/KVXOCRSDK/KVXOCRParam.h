@@ -8,8 +8,8 @@
 struct KVXOCRParam {
     enum OCRExportType { Text = 0, HOcr = 1, SearchablePdf = 2, Table = 3 };
 
-    KVXOCRParam(QStringList &languages, OCRExportType exportType, QList<int> &pageIndexes,
-        QString filePath)
+    KVXOCRParam(
+        QStringList &languages, OCRExportType exportType, QList<int> &pageIndexes, QString filePath)
         : languages(languages)
         , exportType(exportType)
         , pageIndexes(pageIndexes)

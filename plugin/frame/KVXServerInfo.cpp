@@ -14,8 +14,7 @@ QString KVXServerInfo::ocrUrl()
 
 QString KVXServerInfo::brokerUrl()
 {
-    return keep(m_brokerUrl,
-        QLatin1String("tcp://") + m_host + QLatin1Char(':') + m_brokerPort);
+    return keep(m_brokerUrl, QLatin1String("tcp://") + m_host + QLatin1Char(':') + m_brokerPort);
 }
 
 /// Several threads may post at the same time; each returns the URL that it formed itself.
@@ -31,8 +30,8 @@ QString KVXServerInfo::baseUrl() const
     return QLatin1String("http://") + m_host + QLatin1Char(':') + m_port;
 }
 
-void KVXServerInfo::setProxy(int type, const QString &host, int port, const QString &user,
-    const QString &password)
+void KVXServerInfo::setProxy(
+    int type, const QString &host, int port, const QString &user, const QString &password)
 {
     m_proxy.type = type;
     m_proxy.host = host;

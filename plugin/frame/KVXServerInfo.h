@@ -25,8 +25,8 @@ public:
     QString baseUrl() const;
 
     /// Also hands the settings to the transport, whose next request uses them.
-    void setProxy(int type, const QString &host, int port, const QString &user,
-        const QString &password);
+    void setProxy(
+        int type, const QString &host, int port, const QString &user, const QString &password);
     const KVXNetworkProxy &proxy() const { return m_proxy; }
 
 private:

@@ -26,8 +26,8 @@ bool logEnabled(log4cplus::LogLevel level)
 void writeLog(log4cplus::LogLevel level, const char *source, int line, const char *function,
     const QString &text)
 {
-    KVXLog::getLogger().forcedLog(level, text.toLocal8Bit().toStdString(), baseName(source), line,
-        function);
+    KVXLog::getLogger().forcedLog(
+        level, text.toLocal8Bit().toStdString(), baseName(source), line, function);
 }
 
 } // namespace kvx

@@ -14,12 +14,24 @@ bool logEnabled(log4cplus::LogLevel level);
 void writeLog(log4cplus::LogLevel level, const char *source, int line, const char *function,
     const QString &text);
 
-inline QString logValue(const QString &value) { return value; }
-inline QString logValue(int value) { return QString::number(value); }
+inline QString logValue(const QString &value)
+{
+    return value;
+}
+inline QString logValue(int value)
+{
+    return QString::number(value);
+}
 /// General format, as the status of an upload is shown.
-inline QString logValue(double value) { return QString::number(value); }
+inline QString logValue(double value)
+{
+    return QString::number(value);
+}
 
-inline QString logText(const char *text) { return QString::fromLatin1(text); }
+inline QString logText(const char *text)
+{
+    return QString::fromLatin1(text);
+}
 template <class... Values> QString logText(const char *text, const Values &...values)
 {
     return QString::fromLatin1(text).arg(logValue(values)...);
@@ -34,7 +46,8 @@ template <class... Values> QString logText(const char *text, const Values &...va
 #define KVX_LOG(level, ...)                                                                        \
     do {                                                                                           \
         if (kvx::logEnabled(level))                                                                \
-            kvx::writeLog(level, KVX_LOG_SOURCE, __LINE__, Q_FUNC_INFO, kvx::logText(__VA_ARGS__)); \
+            kvx::writeLog(                                                                         \
+                level, KVX_LOG_SOURCE, __LINE__, Q_FUNC_INFO, kvx::logText(__VA_ARGS__));          \
     } while (false)
 #define KVX_INFO(...) KVX_LOG(log4cplus::INFO_LOG_LEVEL, __VA_ARGS__)
 #define KVX_WARN(...) KVX_LOG(log4cplus::WARN_LOG_LEVEL, __VA_ARGS__)

@@ -62,15 +62,15 @@ bool isInMaintenance(Call &call)
 
 bool hasSpace(const Config &config)
 {
-    struct statvfs space {};
+    struct statvfs space { };
     if (statvfs(config.data.c_str(), &space) != 0)
         return true; // the write itself will say what is wrong
     return static_cast<std::int64_t>(space.f_bavail) * static_cast<std::int64_t>(space.f_frsize)
         >= config.diskReserve;
 }
 
-void withdraw(Call &call, std::int64_t projectId, const std::string &guid, std::int64_t userId,
-    bool mayRead)
+void withdraw(
+    Call &call, std::int64_t projectId, const std::string &guid, std::int64_t userId, bool mayRead)
 {
     if (LogStore(call.db()).releaseOfUser(projectId, userId))
         call.wakeHeld(logLockKey(projectId));
@@ -87,8 +87,8 @@ void announceItems(Call &call, std::int64_t projectId, const std::string &guid,
     Announcement announcement;
     announcement.type = "notifymsg_checkout";
     announcement.command = command;
-    announcement.content = "{\"Command\":" + jsonText(command) + ",\"ProjectGUID\":" + jsonText(guid)
-        + ",\"ModuleType\":" + std::to_string(module) + '}';
+    announcement.content = "{\"Command\":" + jsonText(command)
+        + ",\"ProjectGUID\":" + jsonText(guid) + ",\"ModuleType\":" + std::to_string(module) + '}';
     announcement.projectId = projectId;
     call.announce(std::move(announcement), sender);
 }

@@ -29,8 +29,8 @@ bool hasSpace(const Config &config);
 
 /// Frees what a user who may no longer write holds in a project (log lock with its stage, project
 /// lock, check-outs), and what he has open when he may not read it either. Tells the others.
-void withdraw(Call &call, std::int64_t projectId, const std::string &guid, std::int64_t userId,
-    bool mayRead);
+void withdraw(
+    Call &call, std::int64_t projectId, const std::string &guid, std::int64_t userId, bool mayRead);
 
 /// "CheckOut" or "CheckIn" of a module's items.
 void announceItems(Call &call, std::int64_t projectId, const std::string &guid,

@@ -53,7 +53,8 @@ std::optional<Reply> Dispatcher::admit(Db &db, Exchange &exchange, Call &call, b
     return std::nullopt;
 }
 
-std::optional<Reply> Dispatcher::admitSession(Db &db, Exchange &exchange, Call &call, bool &touchDue)
+std::optional<Reply> Dispatcher::admitSession(
+    Db &db, Exchange &exchange, Call &call, bool &touchDue)
 {
     const Config &config = m_environment.config;
     const auto session = findSession(db, config, call.now(), exchange.token);
@@ -86,7 +87,8 @@ std::optional<Reply> Dispatcher::admitIdentity(ServiceRule rules, Call &call)
 {
     if (hasRule(rules, NamesOther))
         return std::nullopt;
-    for (const auto &[key, rule] : { std::pair("Email", NamesCaller), { "email", NamesCallerLower } }) {
+    for (const auto &[key, rule] :
+        { std::pair("Email", NamesCaller), { "email", NamesCallerLower } }) {
         const auto email = statedEmail(call.request(), key, hasRule(rules, rule));
         if (email && *email != call.m_caller->email)
             return Reply::refused(StatusCode::WrongIdentity);

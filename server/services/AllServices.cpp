@@ -28,9 +28,9 @@ const std::vector<Endpoint> &allEndpoints()
     static const std::vector<Endpoint> endpoints = {
         { "/kvx/service",
             { &loginServices, &userServices, &roleServices, &projectListServices,
-                &projectCreationServices, &projectCommandServices, &permissionServices, &groupServices,
-                &openCloseServices, &logLockServices, &saveServices, &fileServices, &itemServices,
-                &idBlockServices } },
+                &projectCreationServices, &projectCommandServices, &permissionServices,
+                &groupServices, &openCloseServices, &logLockServices, &saveServices, &fileServices,
+                &itemServices, &idBlockServices } },
         { "/kvx/v2/api/server", { &serverInfoServices }, "server" },
     };
     return endpoints;

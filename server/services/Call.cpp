@@ -33,8 +33,7 @@ std::optional<ProjectAccess> Call::findProject(const std::string &guid)
 
 void Call::announce(Announcement announcement, Sender sender)
 {
-    announcement.sender
-        = m_caller && sender == Sender::Caller ? m_caller->email : std::string();
+    announcement.sender = m_caller && sender == Sender::Caller ? m_caller->email : std::string();
     addAnnouncement(m_db, m_now, announcement);
     m_announced = true;
 }

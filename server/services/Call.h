@@ -84,8 +84,8 @@ public:
     /// A project named by another key, as this caller sees it; nothing when he may not read it.
     std::optional<ProjectAccess> findProject(const std::string &guid);
 
-    /// Whom clients take for the acting user. They ignore check-out messages of their own user: what
-    /// his own client does not know yet is announced by the server.
+    /// Whom clients take for the acting user. They ignore check-out messages of their own user:
+    /// what his own client does not know yet is announced by the server.
     enum class Sender { Caller, Server };
 
     /// Adds a message for all clients to this transaction. The sender is filled in.

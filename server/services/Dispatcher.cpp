@@ -372,7 +372,8 @@ void Dispatcher::findLiveSession(const std::string &token, std::function<void(bo
     m_pool.read([this, token, answer = std::move(answer)](Db &db) {
         bool live = true;
         try {
-            live = findSession(db, m_environment.config, m_environment.clock.now(), token).has_value();
+            live = findSession(db, m_environment.config, m_environment.clock.now(), token)
+                       .has_value();
         } catch (const DbError &) {
             // The request itself will say what is wrong.
         }

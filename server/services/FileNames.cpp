@@ -21,7 +21,8 @@ bool isDigits(std::string_view text)
 /// Names that some file systems take for devices, whatever stands behind the first dot.
 bool isDeviceName(const std::string &name)
 {
-    static constexpr std::array<std::string_view, 6> names { "con", "prn", "aux", "nul", "conin$", "conout$" };
+    static constexpr std::array<std::string_view, 6> names { "con", "prn", "aux", "nul", "conin$",
+        "conout$" };
     const std::string stem = lowerAscii(name.substr(0, name.find('.')));
     if (std::find(names.begin(), names.end(), stem) != names.end())
         return true;
@@ -73,7 +74,8 @@ std::optional<FileName> projectName(std::string_view guid, std::string_view rest
     rest.remove_prefix(1);
     if (rest.substr(0, 3) == "log" && isDigits(rest.substr(3))) {
         const std::string_view digits = rest.substr(3);
-        const bool valid = !digits.empty() && digits.size() <= 9 && (digits[0] != '0' || digits.size() == 1);
+        const bool valid
+            = !digits.empty() && digits.size() <= 9 && (digits[0] != '0' || digits.size() == 1);
         name.kind = valid ? FileName::Kind::ChangeLog : FileName::Kind::BadChangeLog;
         name.version = valid ? std::stoll(std::string(digits)) : -1;
         return name;

@@ -51,8 +51,8 @@ Reply download(Call &call)
     if (!found)
         return Reply::refused(StatusCode::NoSuchFile);
     const BlobStore blobs(call.config().data);
-    Reply reply = Reply::file({ blobs.path(found->blob), BlobStore::size(call.db(), found->blob),
-        found->blob });
+    Reply reply = Reply::file(
+        { blobs.path(found->blob), BlobStore::size(call.db(), found->blob), found->blob });
     if (found->logVersion)
         reply.set("LogVersion", *found->logVersion);
     return reply;

@@ -41,7 +41,8 @@ std::optional<Reply> refuseStaged(Call &call, const Project &project, Target &ta
     const bool holdsLock = project.lockSession == call.caller().sessionId;
     const bool isFile = target.name.kind == FileName::Kind::ProjectFile;
     target.generation = project.lockGeneration;
-    if (!holdsLock && isFile && project.logVersion == -1 && project.creatorId == call.caller().userId) {
+    if (!holdsLock && isFile && project.logVersion == -1
+        && project.creatorId == call.caller().userId) {
         target.kind = Target::Kind::FirstFile;
         return std::nullopt;
     }
@@ -89,10 +90,11 @@ std::optional<Reply> refuseUpload(Call &call, Target &target)
 Reply stage(Call &call, const Target &target)
 {
     const ReceivedFile &file = *call.file();
-    const auto part = target.kind == Target::Kind::StagedLog ? StageStore::Part::Log
-                                                             : StageStore::Part::File;
+    const auto part
+        = target.kind == Target::Kind::StagedLog ? StageStore::Part::Log : StageStore::Part::File;
     StageStore(call.db()).put(target.projectId, part,
-        { target.generation, call.caller().sessionId, file.sha256, file.md5, file.size }, call.now());
+        { target.generation, call.caller().sessionId, file.sha256, file.md5, file.size },
+        call.now());
     LogStore(call.db()).renew(
         target.projectId, call.caller().sessionId, call.now() + call.config().lockLease);
     return Reply::ok();
@@ -103,7 +105,8 @@ Reply setFirstFile(Call &call, const Target &target)
     const ReceivedFile &file = *call.file();
     const auto project = ProjectStore(call.db()).find(target.projectId);
     if (project->fileBlob) {
-        return *project->fileBlob == file.sha256 ? Reply::ok() : Reply::refused(StatusCode::BaseExists);
+        return *project->fileBlob == file.sha256 ? Reply::ok()
+                                                 : Reply::refused(StatusCode::BaseExists);
     }
     LogStore(call.db()).setFirstFile(target.projectId, file.sha256, file.md5);
     call.audit(static_cast<int>(StatusCode::Ok), target.projectGuid, "first file");
@@ -113,7 +116,8 @@ Reply setFirstFile(Call &call, const Target &target)
 Reply keepNamed(Call &call, const Target &target)
 {
     const bool own = target.kind == Target::Kind::Own;
-    const FileStore::Owner owner { own ? FileStore::Owner::Kind::User : FileStore::Owner::Kind::Project,
+    const FileStore::Owner owner { own ? FileStore::Owner::Kind::User
+                                       : FileStore::Owner::Kind::Project,
         own ? call.caller().userId : target.projectId };
     const std::int64_t quota = own ? call.config().userQuota : call.config().projectQuota;
     const ReceivedFile &file = *call.file();
@@ -170,7 +174,8 @@ Reply receiveUpload(Call &call)
         return Reply::refused(StatusCode::Damaged);
 
     const bool check = target.kind == Target::Kind::StagedLog && call.config().logsCheck != "none";
-    const std::string entry = check ? logName(target.projectGuid, target.name.version) : std::string();
+    const std::string entry
+        = check ? logName(target.projectGuid, target.name.version) : std::string();
     return Reply::after([data = call.config().data, path = file.path, sha256 = file.sha256, entry] {
         if (!entry.empty()) {
             if (const auto fault = faultOfLogArchive(path, entry))

@@ -107,8 +107,8 @@ Reply renameGroup(Call &call)
     groups.rename(group->id, newName);
     ProjectStore projects(call.db());
     eachMember(call, oldName, [&](std::int64_t id, rapidjson::Document &info, Json &named) {
-        named.SetString(newName.data(), static_cast<rapidjson::SizeType>(newName.size()),
-            info.GetAllocator());
+        named.SetString(
+            newName.data(), static_cast<rapidjson::SizeType>(newName.size()), info.GetAllocator());
         const std::string text = compactJson(info);
         projects.setInfo(id, text);
         announceInfo(call, id, projects.find(id)->guid, text);

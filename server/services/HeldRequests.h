@@ -23,7 +23,10 @@ public:
     using Item = std::shared_ptr<T>;
     /// `overdue` gets what was held for its full time; it is called on this class's own thread.
     explicit HeldRequests(std::function<void(Item)> overdue)
-        : m_overdue(std::move(overdue)), m_thread([this] { watch(); }) {}
+        : m_overdue(std::move(overdue))
+        , m_thread([this] { watch(); })
+    {
+    }
 
     /// What is still held is dropped.
     ~HeldRequests()
@@ -43,14 +46,15 @@ public:
         return m_next++;
     }
 
-    /// The place comes before the number: requests with equal places stand in order of their numbers.
+    /// The place comes before the number: requests with equal places stand in order of their
+    /// numbers.
     void hold(const std::string &key, std::uint64_t place, std::uint64_t number,
         std::chrono::steady_clock::time_point until, Item item)
     {
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
-            m_entries[{ key, place, number }] = { m_released ? std::chrono::steady_clock::now() : until,
-                std::move(item) };
+            m_entries[{ key, place, number }]
+                = { m_released ? std::chrono::steady_clock::now() : until, std::move(item) };
         }
         m_changed.notify_all();
     }

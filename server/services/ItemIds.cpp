@@ -21,7 +21,8 @@ std::vector<std::int64_t> parseItemIds(const std::string &text)
         std::int32_t id = 0;
         const auto [rest, error] = std::from_chars(at, end, id);
         if (error != std::errc() || id < 0 || *at == '-' || (rest != end && *rest != ';'))
-            throw BadRequest("\"IDs\" must be numbers from 0 to 2147483647, each followed by \";\"");
+            throw BadRequest(
+                "\"IDs\" must be numbers from 0 to 2147483647, each followed by \";\"");
         if (ids.size() == mostIds)
             throw BadRequest("\"IDs\" holds more than 500,000 numbers");
         ids.push_back(id);

@@ -31,7 +31,10 @@ std::int64_t moduleOf(const Request &request)
 /// "CheckoutInfo" as it grows; what follows an item's number is the same for each (user, state).
 class InfoList {
 public:
-    explicit InfoList(Db &db) : m_db(db) {}
+    explicit InfoList(Db &db)
+        : m_db(db)
+    {
+    }
 
     void add(std::int64_t id, std::int64_t userId, bool checkedOut)
     {
@@ -87,8 +90,8 @@ std::string trueState(Call &call, const Ids &ids, const std::vector<ItemStore::I
 /// How many of the items are checked out by others.
 std::int64_t foreignCount(const std::vector<ItemStore::Item> &items, std::int64_t userId)
 {
-    return std::count_if(items.begin(), items.end(),
-        [userId](const auto &item) { return isForeign(item, userId); });
+    return std::count_if(
+        items.begin(), items.end(), [userId](const auto &item) { return isForeign(item, userId); });
 }
 
 Reply refusedWith(StatusCode code, std::vector<std::string> arguments, const std::string &info)
@@ -108,7 +111,8 @@ Reply picture(Call &call, std::int64_t module, bool notify)
     const bool direct = call.config().trustedProxies.empty();
     const auto told = direct ? call.memory().itemsTold.upTo(listener) : std::nullopt;
     const Time freedAfter = call.now() - call.config().freedDays * 24 * 3'600'000;
-    const auto items = told ? store.picture(place, *told) : store.picture(place, freedAfter, mostFreed);
+    const auto items
+        = told ? store.picture(place, *told) : store.picture(place, freedAfter, mostFreed);
     if (direct)
         call.memory().itemsTold.note(listener, store.lastSequence(place));
 
@@ -182,8 +186,8 @@ Reply checkIn(Call &call)
     const auto items = store.of(place, ids);
     const std::int64_t foreign = foreignCount(items, call.caller().userId);
     if (foreign > 0 && !call.caller().rights.administrator) {
-        return refusedWith(StatusCode::NotYourItems, { std::to_string(foreign) },
-            trueState(call, ids, items));
+        return refusedWith(
+            StatusCode::NotYourItems, { std::to_string(foreign) }, trueState(call, ids, items));
     }
     Ids held;
     for (const auto &item : items) {
@@ -206,7 +210,8 @@ Reply checkInAll(Call &call)
     if (!project || project->isRemoved()
         || (!call.findProject(guid) && !store.everHeld(project->id, call.caller().userId)))
         return Reply::refused(StatusCode::NoSuchProject);
-    for (const std::int64_t module : store.checkInAll(project->id, call.caller().userId, call.now()))
+    for (const std::int64_t module :
+        store.checkInAll(project->id, call.caller().userId, call.now()))
         announceItems(call, project->id, project->guid, "CheckIn", module);
     return Reply::ok();
 }
@@ -214,7 +219,11 @@ Reply checkInAll(Call &call)
 /// Whether users may write in a project, each looked up once.
 class Writers {
 public:
-    Writers(Db &db, const ProjectAccess &project) : m_db(db), m_project(project) {}
+    Writers(Db &db, const ProjectAccess &project)
+        : m_db(db)
+        , m_project(project)
+    {
+    }
     bool contain(std::int64_t userId)
     {
         const auto [found, isNew] = m_known.try_emplace(userId, false);
@@ -267,8 +276,8 @@ Reply copyCheckState(Call &call)
 } // namespace
 
 const ServiceTable itemServices = {
-    { "checkout", checkOut, ProjectReader | NamesCaller | LargeBody | Writes | InMaintenance, nullptr,
-        isPicture },
+    { "checkout", checkOut, ProjectReader | NamesCaller | LargeBody | Writes | InMaintenance,
+        nullptr, isPicture },
     { "checkin", checkIn, ProjectWriter | NamesCaller | LargeBody | Writes | InMaintenance },
     { "checkinall", checkInAll, NeedsUser | NamesCaller | Writes | InMaintenance },
     { "copycheckstate", copyCheckState, NeedsUser | Writes },

@@ -22,7 +22,8 @@ void ItemsTold::note(const Listener &listener, std::int64_t sequence)
     // Connections are numbered upwards: the lowest are the oldest.
     if (m_told.size() >= mostListeners)
         m_told.erase(m_told.begin());
-    m_told[{ listener.connectionId, listener.sessionId, listener.projectId, listener.module }] = sequence;
+    m_told[{ listener.connectionId, listener.sessionId, listener.projectId, listener.module }]
+        = sequence;
 }
 
 } // namespace kvx::server

@@ -100,7 +100,8 @@ Reply logLock(Call &call)
     const bool release = call.request().flag("ReleaseLock");
     const auto access = call.findProject(guid);
     if (!release)
-        return access ? takeLogLock(call, *access, version) : Reply::refused(StatusCode::NoSuchProject);
+        return access ? takeLogLock(call, *access, version)
+                      : Reply::refused(StatusCode::NoSuchProject);
 
     const auto project = ProjectStore(call.db()).find(guid);
     const std::int64_t session = call.caller().sessionId;

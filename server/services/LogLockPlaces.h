@@ -9,8 +9,8 @@
 
 namespace kvx::server {
 
-/// The order in which waiting saves asked for a log lock. A save keeps its place from one request to
-/// the next for ten seconds: while it synchronises, and between two tries. Any thread.
+/// The order in which waiting saves asked for a log lock. A save keeps its place from one request
+/// to the next for ten seconds: while it synchronises, and between two tries. Any thread.
 class LogLockPlaces {
 public:
     struct Place {

@@ -56,8 +56,8 @@ Reply lockProject(Call &call)
     ProjectStore projects(call.db());
     if (release) {
         if (!project.lockedBy.empty() && !caller.rights.administrator) {
-            return withHolder(Reply::refused(StatusCode::NotAllowed), project.lockedBy,
-                project.lockedByEmail);
+            return withHolder(
+                Reply::refused(StatusCode::NotAllowed), project.lockedBy, project.lockedByEmail);
         }
         projects.freeProjectLock(project.id);
         return withHolder(Reply::ok(), {}, {});

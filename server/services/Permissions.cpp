@@ -28,7 +28,8 @@ int levelIn(const JsonObject &entry, const char *key)
 /// Entries that a client sends back as they stand in a record for users who see it by role.
 bool isByRole(const Levels &levels)
 {
-    return levels.money == byRoleLevel && levels.addendum == byRoleLevel && levels.report == byRoleLevel;
+    return levels.money == byRoleLevel && levels.addendum == byRoleLevel
+        && levels.report == byRoleLevel;
 }
 
 /// The rows that the request asks for. Throws BadRequest; an unknown user refuses.
@@ -94,7 +95,8 @@ Reply projectPermission(Call &call)
     announcement.command = "PermissionChanged";
     announcement.projectId = project.id;
     call.announce(std::move(announcement));
-    call.audit(static_cast<int>(StatusCode::Ok), project.guid, compactJson(*call.request().find("userperms")));
+    call.audit(static_cast<int>(StatusCode::Ok), project.guid,
+        compactJson(*call.request().find("userperms")));
     return Reply::ok();
 }
 

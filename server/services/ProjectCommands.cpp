@@ -38,8 +38,8 @@ Reply removeProject(Call &call)
     }
     if (!project->owner)
         return Reply::refused(StatusCode::NotAllowed);
-    const auto editors = OpenStore(call.db()).editors(project->id,
-        call.now() - call.config().sessionPresence);
+    const auto editors
+        = OpenStore(call.db()).editors(project->id, call.now() - call.config().sessionPresence);
     if (!editors.empty())
         return Reply::refused(StatusCode::ProjectInUse, { joined(editors) });
     if (!project->lockedBy.empty())

@@ -8,7 +8,8 @@
 
 namespace kvx::server {
 
-/// The name and the GUID of the rate library that every installation shares: each only with the other.
+/// The name and the GUID of the rate library that every installation shares: each only with the
+/// other.
 constexpr const char *innerLibraryName = "KVXInnerRateLibrary";
 constexpr const char *innerLibraryGuid = "{5e7c38ff-98c8-46ca-b40b-9397f7bc0a8f}";
 bool isInnerLibraryName(const std::string &name);

@@ -50,7 +50,9 @@ void fillCache(Call &call)
         const std::int64_t id = shown.project.id;
         users.clear();
         auto row = std::lower_bound(permissions.begin(), permissions.end(), id,
-            [](const auto &candidate, std::int64_t wanted) { return candidate.projectId < wanted; });
+            [](const auto &candidate, std::int64_t wanted) {
+                return candidate.projectId < wanted;
+            });
         for (; row != permissions.end() && row->projectId == id; ++row)
             users.push_back(row->stored);
         call.memory().records.keep(

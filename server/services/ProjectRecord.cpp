@@ -46,7 +46,8 @@ void putFields(Writer &writer, const ProjectStore::Shown &shown)
     put(writer, "AddendumProjectGUID", project.addendumOf);
 }
 
-void putUser(Writer &writer, const std::string &name, const std::string &email, const Levels &levels)
+void putUser(
+    Writer &writer, const std::string &name, const std::string &email, const Levels &levels)
 {
     writer.StartObject();
     put(writer, "Name", name);
@@ -75,7 +76,11 @@ std::string userJson(const std::string &name, const std::string &email, const Le
 /// The users array goes on growing: every entry brings its comma.
 class UserList {
 public:
-    UserList(std::string &json, bool hasUsers) : m_json(json), m_hasUsers(hasUsers) {}
+    UserList(std::string &json, bool hasUsers)
+        : m_json(json)
+        , m_hasUsers(hasUsers)
+    {
+    }
     void add(const std::string &user)
     {
         if (m_hasUsers)
@@ -100,7 +105,8 @@ RecordCache::Record RecordCache::find(std::int64_t projectId, std::int64_t revis
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     const auto found = m_records.find(projectId);
-    return found != m_records.end() && found->second->revision == revision ? found->second : nullptr;
+    return found != m_records.end() && found->second->revision == revision ? found->second
+                                                                           : nullptr;
 }
 
 void RecordCache::keep(std::int64_t projectId, Record record)
@@ -111,7 +117,8 @@ void RecordCache::keep(std::int64_t projectId, Record record)
         kept = std::move(record);
 }
 
-RenderedRecord renderRecord(const ProjectStore::Shown &shown, const std::vector<StoredLevels> &users)
+RenderedRecord renderRecord(
+    const ProjectStore::Shown &shown, const std::vector<StoredLevels> &users)
 {
     RenderedRecord record;
     record.revision = shown.project.revision;
@@ -136,8 +143,8 @@ RenderedRecord renderRecord(const ProjectStore::Shown &shown, const std::vector<
     return record;
 }
 
-void appendRecord(std::string &json, const RenderedRecord &record, const std::string &kind,
-    const Caller &caller)
+void appendRecord(
+    std::string &json, const RenderedRecord &record, const std::string &kind, const Caller &caller)
 {
     json += record.head;
     UserList list(json, !record.listed.empty());

@@ -23,7 +23,8 @@ struct RenderedRecord {
     std::int64_t revision = 0;
     std::string head; ///< up to the users with a stored level, without the closing brackets
     std::vector<std::int64_t> listed; ///< the users in it
-    /// Stored entries whose "ProjectRW" is -1: a by-role entry of the same user stands in their place.
+    /// Stored entries whose "ProjectRW" is -1: a by-role entry of the same user stands in their
+    /// place.
     std::vector<std::pair<std::int64_t, std::string>> hidden;
 };
 
@@ -40,11 +41,13 @@ private:
     std::unordered_map<std::int64_t, Record> m_records;
 };
 
-RenderedRecord renderRecord(const ProjectStore::Shown &shown, const std::vector<StoredLevels> &users);
+RenderedRecord renderRecord(
+    const ProjectStore::Shown &shown, const std::vector<StoredLevels> &users);
 
-/// The record as a reply carries it: the stored users and, where he sees the project by role, the caller.
-void appendRecord(std::string &json, const RenderedRecord &record, const std::string &kind,
-    const Caller &caller);
+/// The record as a reply carries it: the stored users and, where he sees the project by role, the
+/// caller.
+void appendRecord(
+    std::string &json, const RenderedRecord &record, const std::string &kind, const Caller &caller);
 
 /// The record as "New" and "PermissionChanged" carry it, with "Command" first where one is given:
 /// the stored users and everybody who sees the project by role (over 4,000 of these: who has logged

@@ -38,18 +38,20 @@ public:
     /// A download that succeeds. The members set go into the header "Kvx-Reply".
     static Reply file(FileBody body);
 
-    /// Nothing to say yet. The transaction is committed, no thread and no connection to the database
-    /// is kept, and the handler is called again, from the beginning, as soon as somebody calls
-    /// `Call::wakeHeld(key)`; requests held under one key run again in the order in which they first
-    /// asked, before any request that came meanwhile. After `patience` milliseconds since the first
-    /// call it is called once more with `Call::patienceOver()` true, and must answer.
-    /// `place` comes before that order: a request with a lower one runs earlier. After `recheck`
-    /// milliseconds since the first call, where given, it is called in between, as if woken.
+    /// Nothing to say yet. The transaction is committed, no thread and no connection to the
+    /// database is kept, and the handler is called again, from the beginning, as soon as somebody
+    /// calls `Call::wakeHeld(key)`; requests held under one key run again in the order in which
+    /// they first asked, before any request that came meanwhile. After `patience` milliseconds
+    /// since the first call it is called once more with `Call::patienceOver()` true, and must
+    /// answer. `place` comes before that order: a request with a lower one runs earlier. After
+    /// `recheck` milliseconds since the first call, where given, it is called in between, as if
+    /// woken.
     static Reply held(std::string key, std::int64_t patience, std::uint64_t place = 0,
         std::optional<std::int64_t> recheck = {});
 
-    /// Work that takes long and needs no database (a password hash, looking into an archive). It runs
-    /// on a pool of its own; what it returns is then called as the handler, in a new transaction.
+    /// Work that takes long and needs no database (a password hash, looking into an archive). It
+    /// runs on a pool of its own; what it returns is then called as the handler, in a new
+    /// transaction.
     using Continuation = std::function<Reply(Call &)>;
     using Work = std::function<Continuation()>;
     enum class Pool { Files, Hashes };
@@ -58,7 +60,10 @@ public:
     Reply &set(const char *key, std::string_view text) { return setJson(key, jsonText(text)); }
     Reply &set(const char *key, const char *text) { return set(key, std::string_view(text)); }
     Reply &set(const char *key, bool flag) { return setJson(key, flag ? "true" : "false"); }
-    Reply &set(const char *key, std::int64_t number) { return setJson(key, std::to_string(number)); }
+    Reply &set(const char *key, std::int64_t number)
+    {
+        return setJson(key, std::to_string(number));
+    }
     Reply &set(const char *key, int number) { return set(key, std::int64_t { number }); }
     /// A member that is JSON text already.
     Reply &setJson(const char *key, std::string_view json);
@@ -93,7 +98,10 @@ public:
 
 private:
     Reply(StatusCode status, std::vector<std::string> arguments)
-        : m_status(status), m_arguments(std::move(arguments)) {}
+        : m_status(status)
+        , m_arguments(std::move(arguments))
+    {
+    }
 
     StatusCode m_status;
     std::vector<std::string> m_arguments;

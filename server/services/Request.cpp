@@ -88,7 +88,8 @@ std::string JsonObject::text(const char *key, std::size_t maximumBytes) const
     return std::string(view(found));
 }
 
-std::string JsonObject::text(const char *key, const std::string &absent, std::size_t maximumBytes) const
+std::string JsonObject::text(
+    const char *key, const std::string &absent, std::size_t maximumBytes) const
 {
     return has(key) ? text(key, maximumBytes) : absent;
 }
@@ -110,7 +111,8 @@ std::int64_t JsonObject::integer(const char *key, std::int64_t minimum, std::int
         number = fits ? static_cast<std::int64_t>(real) : 0;
     }
     if (!fits || number < minimum || number > maximum)
-        refuse(key, "must lie between " + std::to_string(minimum) + " and " + std::to_string(maximum));
+        refuse(
+            key, "must lie between " + std::to_string(minimum) + " and " + std::to_string(maximum));
     return number;
 }
 
@@ -188,15 +190,16 @@ Request::Request(std::unique_ptr<rapidjson::Document> document, std::string serv
 std::shared_ptr<const Request> Request::parse(const std::string &text, const std::string &service)
 {
     // The iterative parser: nesting costs heap within the size limit, never stack.
-    constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag
-        | rapidjson::kParseFullPrecisionFlag;
+    constexpr unsigned flags = rapidjson::kParseIterativeFlag
+        | rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag;
     auto document = std::make_unique<rapidjson::Document>();
     if (text.empty() && !service.empty()) {
         document->SetObject();
     } else {
         document->Parse<flags>(text.data(), text.size());
         if (document->HasParseError()) {
-            throw BadRequest("it is not JSON: " + std::string(GetParseError_En(document->GetParseError()))
+            throw BadRequest(
+                "it is not JSON: " + std::string(GetParseError_En(document->GetParseError()))
                 + " (at " + std::to_string(document->GetErrorOffset()) + ")");
         }
     }

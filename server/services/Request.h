@@ -25,14 +25,19 @@ public:
 class JsonObject {
 public:
     /// `path` stands before the keys in error texts: "userperms[3].".
-    JsonObject(const Json &object, std::string path) : m_object(&object), m_path(std::move(path)) {}
+    JsonObject(const Json &object, std::string path)
+        : m_object(&object)
+        , m_path(std::move(path))
+    {
+    }
 
     bool has(const char *key) const;
 
     /// Text of at most `maximumBytes`.
     std::string text(const char *key, std::size_t maximumBytes = noLimit) const;
     /// As `text`; `absent` where the key is missing.
-    std::string text(const char *key, const std::string &absent, std::size_t maximumBytes = noLimit) const;
+    std::string text(
+        const char *key, const std::string &absent, std::size_t maximumBytes = noLimit) const;
     /// A whole number of at least `minimum` and at most `maximum`; 5.0 is whole, 5.5 is refused.
     std::int64_t integer(const char *key, std::int64_t minimum, std::int64_t maximum) const;
     std::optional<std::int64_t> optionalInteger(
@@ -62,11 +67,12 @@ private:
 /// A service request: one JSON object with a text "service" in it.
 class Request : public JsonObject {
 public:
-    /// Parses and checks the envelope: UTF-8, one object, no duplicate key, depth at most 64, arrays
-    /// of at most 10,000 elements ("Roles", "Projects" and tables excepted). Throws BadRequest.
-    /// `service` is the name where the path itself names the service; an empty text is then a
-    /// request without keys.
-    static std::shared_ptr<const Request> parse(const std::string &text, const std::string &service = {});
+    /// Parses and checks the envelope: UTF-8, one object, no duplicate key, depth at most 64,
+    /// arrays of at most 10,000 elements ("Roles", "Projects" and tables excepted). Throws
+    /// BadRequest. `service` is the name where the path itself names the service; an empty text is
+    /// then a request without keys.
+    static std::shared_ptr<const Request> parse(
+        const std::string &text, const std::string &service = {});
 
     const std::string &service() const { return m_service; }
 

@@ -21,7 +21,8 @@ std::optional<std::string> savedAmount(const Request &request)
     const Json *amount = request.find("Amount");
     if (amount && amount->IsNumber())
         return compactJson(*amount);
-    if (!amount || !amount->IsString() || amount->GetStringLength() == 0 || amount->GetStringLength() > 64)
+    if (!amount || !amount->IsString() || amount->GetStringLength() == 0
+        || amount->GetStringLength() > 64)
         return std::nullopt;
     return std::string(amount->GetString(), amount->GetStringLength());
 }

@@ -37,7 +37,8 @@ constexpr ServiceRule operator|(ServiceRule a, ServiceRule b)
 
 constexpr bool hasRule(ServiceRule rules, ServiceRule rule)
 {
-    return (static_cast<unsigned>(rules) & static_cast<unsigned>(rule)) == static_cast<unsigned>(rule);
+    return (static_cast<unsigned>(rules) & static_cast<unsigned>(rule))
+        == static_cast<unsigned>(rule);
 }
 
 using ServiceHandler = Reply (*)(Call &);
@@ -48,8 +49,8 @@ struct Service {
     ServiceHandler handler;
     ServiceRule rules;
     /// Set for a service that takes a file. Runs (reading) when the request part has arrived and
-    /// before the file is read; a refusal there spares the client the transfer. The handler runs when
-    /// the file is on disk.
+    /// before the file is read; a refusal there spares the client the transfer. The handler runs
+    /// when the file is on disk.
     ServiceHandler beforeUpload = nullptr;
     /// Set where some requests of a writing service only read: these run like a reading service.
     bool (*onlyReads)(const Request &) = nullptr;

@@ -6,7 +6,8 @@
 
 namespace kvx::server {
 
-/// What "statuscode" says. The numbers are part of the protocol. 204 is made by clients and never sent.
+/// What "statuscode" says. The numbers are part of the protocol. 204 is made by clients and never
+/// sent.
 enum class StatusCode {
     Failed = 0,
     Ok = 1,

@@ -39,8 +39,9 @@ void makeFolder(const std::string &folder)
 
 bool isYoung(const std::string &path, Time before)
 {
-    struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 && static_cast<Time>(status.st_mtime) * 1000 >= before;
+    struct stat status { };
+    return ::stat(path.c_str(), &status) == 0
+        && static_cast<Time>(status.st_mtime) * 1000 >= before;
 }
 
 } // namespace
@@ -68,8 +69,8 @@ void BlobStore::place(const std::string &from, const std::string &sha256) const
         syncFolder(folder.string());
 }
 
-void BlobStore::record(Db &db, const std::string &from, const std::string &sha256,
-    std::int64_t size, Time now) const
+void BlobStore::record(
+    Db &db, const std::string &from, const std::string &sha256, std::int64_t size, Time now) const
 {
     if (::access(path(sha256).c_str(), F_OK) != 0)
         place(from, sha256);
@@ -95,7 +96,8 @@ std::string BlobStore::dropUnused(Db &db, const std::string &last, Time before, 
     for (const auto &[sha256, created] : rows) {
         if (created >= before || isYoung(path(sha256), before))
             continue;
-        const auto dropped = db.run("DELETE FROM blob WHERE sha256 = :sha256"
+        const auto dropped = db.run(
+            "DELETE FROM blob WHERE sha256 = :sha256"
             " AND NOT EXISTS (SELECT 1 FROM project WHERE file_blob = blob.sha256)"
             " AND NOT EXISTS (SELECT 1 FROM project_log WHERE blob = blob.sha256)"
             " AND NOT EXISTS (SELECT 1 FROM project_log WHERE file_blob = blob.sha256)"
@@ -119,8 +121,8 @@ void BlobStore::dropStray(Db &db, int folder, Time before) const
     char name[3];
     std::snprintf(name, sizeof name, "%02x", static_cast<unsigned>(folder));
     std::error_code ignored;
-    for (const auto &entry : std::filesystem::recursive_directory_iterator(
-             m_folder + "/blobs/" + name, ignored)) {
+    for (const auto &entry :
+        std::filesystem::recursive_directory_iterator(m_folder + "/blobs/" + name, ignored)) {
         const std::string file = entry.path().string();
         if (!entry.is_regular_file(ignored) || isYoung(file, before))
             continue;

@@ -15,22 +15,27 @@ class Db;
 class BlobStore {
 public:
     /// `dataFolder` is the server's data folder.
-    explicit BlobStore(std::string dataFolder) : m_folder(std::move(dataFolder)) {}
+    explicit BlobStore(std::string dataFolder)
+        : m_folder(std::move(dataFolder))
+    {
+    }
 
     std::string path(const std::string &sha256) const;
     /// Links the file at `from`, whole and synced, to the name of its digest and syncs the folder.
-    /// A blob that is there already is kept, and is young again for the sweep. Throws std::system_error.
+    /// A blob that is there already is kept, and is young again for the sweep. Throws
+    /// std::system_error.
     void place(const std::string &from, const std::string &sha256) const;
     /// The row that other rows refer to, in the caller's transaction; places the blob again if it
     /// was swept since.
-    void record(Db &db, const std::string &from, const std::string &sha256, std::int64_t size, Time now) const;
+    void record(Db &db, const std::string &from, const std::string &sha256, std::int64_t size,
+        Time now) const;
 
     /// The recorded size; throws DbError for a blob without a row.
     static std::int64_t size(Db &db, const std::string &sha256);
 
     /// Of the next `maximum` rows behind `last`, in order of their digests, drops those that are
-    /// older than `before` and that no other row names, with their files. The digest of the last row
-    /// looked at, empty at the end.
+    /// older than `before` and that no other row names, with their files. The digest of the last
+    /// row looked at, empty at the end.
     std::string dropUnused(Db &db, const std::string &last, Time before, int maximum) const;
     /// Removes files without a row, last touched before `before`, of one of the 256 folders.
     void dropStray(Db &db, int folder, Time before) const;

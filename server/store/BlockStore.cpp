@@ -15,11 +15,14 @@ std::optional<BlockStore::Block> BlockStore::newest(
         "SELECT min_id, max_id, session_id, at FROM item_block WHERE project_id = :project"
         " AND user_id = :user AND device = :device ORDER BY min_id DESC LIMIT 1",
         { { "project", projectId }, { "user", userId }, { "device", device } },
-        [&found](I minId, I maxId, I session, I at) { found = Block { minId, maxId, session, at }; });
+        [&found](I minId, I maxId, I session, I at) {
+            found = Block { minId, maxId, session, at };
+        });
     return found;
 }
 
-std::optional<BlockStore::Block> BlockStore::allocate(const Owner &owner, std::int64_t size, Time now)
+std::optional<BlockStore::Block> BlockStore::allocate(
+    const Owner &owner, std::int64_t size, Time now)
 {
     const auto next = m_db.value<I>(
         "UPDATE project SET next_item = next_item + :size WHERE id = :id AND next_item < :highest"
@@ -38,7 +41,8 @@ std::optional<BlockStore::Block> BlockStore::allocate(const Owner &owner, std::i
 
 void BlockStore::adopt(std::int64_t projectId, std::int64_t minId, std::int64_t sessionId)
 {
-    m_db.run("UPDATE item_block SET session_id = :session WHERE project_id = :project AND min_id = :min",
+    m_db.run(
+        "UPDATE item_block SET session_id = :session WHERE project_id = :project AND min_id = :min",
         { { "session", sessionId }, { "project", projectId }, { "min", minId } });
 }
 

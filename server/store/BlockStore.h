@@ -13,7 +13,10 @@ class Db;
 /// Ranges of item numbers. A number is given out once for ever: the project's counter only rises.
 class BlockStore {
 public:
-    explicit BlockStore(Db &db) : m_db(db) {}
+    explicit BlockStore(Db &db)
+        : m_db(db)
+    {
+    }
 
     struct Block {
         std::int64_t minId = 0;
@@ -22,7 +25,8 @@ public:
         Time at = 0; ///< of that
     };
     /// The user's newest block on this device in this project.
-    std::optional<Block> newest(std::int64_t projectId, std::int64_t userId, const std::string &device);
+    std::optional<Block> newest(
+        std::int64_t projectId, std::int64_t userId, const std::string &device);
 
     struct Owner {
         std::int64_t projectId, userId;

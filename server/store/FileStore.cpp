@@ -39,9 +39,11 @@ void FileStore::put(
 
 std::int64_t FileStore::usedBytes(Owner owner)
 {
-    return m_db.value<I>("SELECT COALESCE(SUM(size), 0) FROM file WHERE owner_kind = :kind"
-                         " AND owner_id = :owner",
-        { { "kind", kindText(owner) }, { "owner", owner.id } }).value_or(0);
+    return m_db
+        .value<I>("SELECT COALESCE(SUM(size), 0) FROM file WHERE owner_kind = :kind"
+                  " AND owner_id = :owner",
+            { { "kind", kindText(owner) }, { "owner", owner.id } })
+        .value_or(0);
 }
 
 } // namespace kvx::server

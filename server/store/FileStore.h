@@ -14,7 +14,10 @@ class Db;
 /// Named files outside the save: attachments of a project, and each user's own area.
 class FileStore {
 public:
-    explicit FileStore(Db &db) : m_db(db) {}
+    explicit FileStore(Db &db)
+        : m_db(db)
+    {
+    }
 
     struct Owner {
         enum class Kind { Project, User } kind;

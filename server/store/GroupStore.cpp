@@ -59,8 +59,9 @@ std::vector<GroupStore::Member> GroupStore::candidates(std::string_view fragment
     m_db.each<std::int64_t, std::string>(
         "SELECT id, info FROM project WHERE removed_at IS NULL AND info LIKE :pattern ESCAPE '^'"
         " ORDER BY id",
-        { { "pattern", pattern } },
-        [&members](std::int64_t id, std::string info) { members.push_back({ id, std::move(info) }); });
+        { { "pattern", pattern } }, [&members](std::int64_t id, std::string info) {
+            members.push_back({ id, std::move(info) });
+        });
     return members;
 }
 

@@ -10,7 +10,8 @@ namespace kvx::server {
 
 class Db;
 
-/// A group of projects of one kind. Which projects belong to it stands in their additional information.
+/// A group of projects of one kind. Which projects belong to it stands in their additional
+/// information.
 struct ProjectGroup {
     std::int64_t id = 0;
     std::string name;
@@ -20,7 +21,10 @@ struct ProjectGroup {
 
 class GroupStore {
 public:
-    explicit GroupStore(Db &db) : m_db(db) {}
+    explicit GroupStore(Db &db)
+        : m_db(db)
+    {
+    }
 
     /// By name without regard to case.
     std::optional<ProjectGroup> find(std::string_view name);

@@ -13,7 +13,10 @@ class Db;
 /// Which items of a project are checked out, and by whom. Items without a row are free.
 class ItemStore {
 public:
-    explicit ItemStore(Db &db) : m_db(db) {}
+    explicit ItemStore(Db &db)
+        : m_db(db)
+    {
+    }
 
     struct Item {
         std::int64_t id = 0;

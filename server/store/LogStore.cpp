@@ -23,15 +23,18 @@ std::optional<std::int64_t> LogStore::take(
 
 bool LogStore::renew(std::int64_t projectId, std::int64_t sessionId, Time until)
 {
-    return m_db.run("UPDATE project SET lock_until = :until WHERE id = :id AND lock_session = :session",
-               { { "until", until }, { "id", projectId }, { "session", sessionId } }) == 1;
+    return m_db.run(
+               "UPDATE project SET lock_until = :until WHERE id = :id AND lock_session = :session",
+               { { "until", until }, { "id", projectId }, { "session", sessionId } })
+        == 1;
 }
 
 bool LogStore::release(std::int64_t projectId, std::int64_t sessionId)
 {
     const bool held = m_db.run("UPDATE project SET lock_session = NULL, lock_user = NULL"
                                " WHERE id = :id AND lock_session = :session",
-                          { { "id", projectId }, { "session", sessionId } }) == 1;
+                          { { "id", projectId }, { "session", sessionId } })
+        == 1;
     if (held)
         StageStore(m_db).drop(projectId);
     return held;
@@ -41,7 +44,8 @@ bool LogStore::releaseOfUser(std::int64_t projectId, std::int64_t userId)
 {
     const bool held = m_db.run("UPDATE project SET lock_session = NULL, lock_user = NULL"
                                " WHERE id = :id AND lock_user = :user",
-                          { { "id", projectId }, { "user", userId } }) == 1;
+                          { { "id", projectId }, { "user", userId } })
+        == 1;
     if (held)
         StageStore(m_db).drop(projectId);
     return held;
@@ -54,14 +58,17 @@ bool LogStore::publish(const Publication &p)
                  " modified = :now WHERE id = :id AND log_version = :before"
                  " AND lock_session = :session AND lock_gen = :generation",
             { { "version", p.version }, { "file", p.fileBlob }, { "md5", p.fileMd5 },
-                { "chain", p.chain }, { "amount", p.amount }, { "user", p.userId }, { "now", p.now },
-                { "id", p.projectId }, { "before", p.version - 1 }, { "session", p.sessionId },
-                { "generation", p.generation } }) != 1)
+                { "chain", p.chain }, { "amount", p.amount }, { "user", p.userId },
+                { "now", p.now }, { "id", p.projectId }, { "before", p.version - 1 },
+                { "session", p.sessionId }, { "generation", p.generation } })
+        != 1)
         return false;
-    m_db.run("INSERT INTO project_log (project_id, version, blob, md5, size, user_id, session_id, lock_gen,"
-             " device, at, amount, file_blob, file_digest, chain)"
-             " SELECT id, log_version, :blob, :md5, :size, :user, :session, :generation, :device, :now,"
-             " amount, file_blob, file_blob, chain FROM project WHERE id = :id",
+    m_db.run(
+        "INSERT INTO project_log (project_id, version, blob, md5, size, user_id, session_id, "
+        "lock_gen,"
+        " device, at, amount, file_blob, file_digest, chain)"
+        " SELECT id, log_version, :blob, :md5, :size, :user, :session, :generation, :device, :now,"
+        " amount, file_blob, file_blob, chain FROM project WHERE id = :id",
         { { "blob", p.logBlob }, { "md5", p.logMd5 }, { "size", p.logSize }, { "user", p.userId },
             { "session", p.sessionId }, { "generation", p.generation }, { "device", p.device },
             { "now", p.now }, { "id", p.projectId } });
@@ -72,13 +79,15 @@ bool LogStore::setFirstFile(std::int64_t projectId, const std::string &blob, con
 {
     return m_db.run("UPDATE project SET file_blob = :blob, file_md5 = :md5"
                     " WHERE id = :id AND log_version = -1 AND file_blob IS NULL",
-               { { "blob", blob }, { "md5", md5 }, { "id", projectId } }) == 1;
+               { { "blob", blob }, { "md5", md5 }, { "id", projectId } })
+        == 1;
 }
 
 void LogStore::forgetFiles(std::int64_t projectId, std::int64_t version)
 {
-    m_db.run("UPDATE project_log SET file_blob = NULL WHERE project_id = :id AND version <= :version"
-             " AND file_blob IS NOT NULL AND version > :floor",
+    m_db.run(
+        "UPDATE project_log SET file_blob = NULL WHERE project_id = :id AND version <= :version"
+        " AND file_blob IS NOT NULL AND version > :floor",
         { { "id", projectId }, { "version", version }, { "floor", version - 8 } });
 }
 
@@ -99,7 +108,8 @@ std::optional<LogStore::Log> LogStore::log(std::int64_t projectId, std::int64_t 
         { { "id", projectId }, { "version", version } },
         [&found](std::string blob, std::string md5, I size, I session, I generation,
             std::string chain, I at) {
-            found = Log { std::move(blob), std::move(md5), size, session, generation, std::move(chain), at };
+            found = Log { std::move(blob), std::move(md5), size, session, generation,
+                std::move(chain), at };
         });
     return found;
 }

@@ -28,10 +28,14 @@ std::string chainDigest(const ChainLink &link);
 /// version is one statement that names the state it starts from and touches one row or none.
 class LogStore {
 public:
-    explicit LogStore(Db &db) : m_db(db) {}
+    explicit LogStore(Db &db)
+        : m_db(db)
+    {
+    }
 
-    /// Takes the lock when it is free or its lease is over; the generation rises and what was staged
-    /// under the former one is dropped. The new generation, or nothing when somebody holds it.
+    /// Takes the lock when it is free or its lease is over; the generation rises and what was
+    /// staged under the former one is dropped. The new generation, or nothing when somebody holds
+    /// it.
     std::optional<std::int64_t> take(
         std::int64_t projectId, std::int64_t sessionId, std::int64_t userId, Time now, Time until);
     /// A new lease for the session that holds the lock, also when the former one ran out and nobody

@@ -8,9 +8,9 @@ using I = std::int64_t;
 std::optional<OpenStore::Open> OpenStore::of(std::int64_t projectId, std::int64_t userId)
 {
     std::optional<Open> found;
-    m_db.each<I, std::string, I>(
-        "SELECT s.id, s.device, s.last_seen FROM project_open o JOIN session s ON s.id = o.session_id"
-        " WHERE o.project_id = :project AND o.user_id = :user",
+    m_db.each<I, std::string, I>("SELECT s.id, s.device, s.last_seen FROM project_open o JOIN "
+                                 "session s ON s.id = o.session_id"
+                                 " WHERE o.project_id = :project AND o.user_id = :user",
         { { "project", projectId }, { "user", userId } },
         [&found](I session, std::string device, I seen) {
             found = Open { session, std::move(device), seen };
@@ -44,7 +44,8 @@ bool OpenStore::close(std::int64_t projectId, std::int64_t userId, std::int64_t 
 {
     return m_db.run("DELETE FROM project_open WHERE project_id = :project AND user_id = :user"
                     " AND session_id = :session",
-        { { "project", projectId }, { "user", userId }, { "session", sessionId } }) > 0;
+               { { "project", projectId }, { "user", userId }, { "session", sessionId } })
+        > 0;
 }
 
 void OpenStore::closeAll(std::int64_t projectId, std::int64_t userId)
@@ -60,7 +61,8 @@ void OpenStore::closeEverywhere(std::int64_t projectId)
 
 std::optional<Time> OpenStore::lastSeen(std::int64_t sessionId)
 {
-    return m_db.value<Time>("SELECT last_seen FROM session WHERE id = :id", { { "id", sessionId } });
+    return m_db.value<Time>(
+        "SELECT last_seen FROM session WHERE id = :id", { { "id", sessionId } });
 }
 
 } // namespace kvx::server

@@ -14,7 +14,10 @@ class Db;
 /// Who has which project open, and in which session.
 class OpenStore {
 public:
-    explicit OpenStore(Db &db) : m_db(db) {}
+    explicit OpenStore(Db &db)
+        : m_db(db)
+    {
+    }
 
     struct Open {
         std::int64_t sessionId = 0;
@@ -33,7 +36,8 @@ public:
         std::string email;
         Time since = 0;
     };
-    /// Users whose session with the project open made a request at `seenAfter` or later, by time of opening.
+    /// Users whose session with the project open made a request at `seenAfter` or later, by time of
+    /// opening.
     std::vector<Editor> editors(std::int64_t projectId, Time seenAfter);
 
     void set(std::int64_t projectId, std::int64_t userId, std::int64_t sessionId, Time now);

@@ -29,7 +29,10 @@ struct StoredLevels {
 /// The rows of the projects' permission tables; nobody's by-role rights stand here.
 class PermissionStore {
 public:
-    explicit PermissionStore(Db &db) : m_db(db) {}
+    explicit PermissionStore(Db &db)
+        : m_db(db)
+    {
+    }
 
     std::optional<Levels> of(std::int64_t projectId, std::int64_t userId);
     /// All rows of the project, by name.

@@ -11,20 +11,20 @@ using T = std::string;
 using OptI = std::optional<std::int64_t>;
 using OptT = std::optional<std::string>;
 
-template <class Key>
-std::optional<Project> projectWhere(Db &db, const char *sql, Key key)
+template <class Key> std::optional<Project> projectWhere(Db &db, const char *sql, Key key)
 {
     std::optional<Project> found;
     db.each<I, T, T, T, I, I, I, I, I, T, I, I, T, OptT, T, T, I, OptI, OptI, I, I, I, OptI, OptI,
         OptI, OptI>(sql, { { "key", key } },
-        [&found](I id, T guid, T name, T kind, I creator, I created, I editor, I modified, I version,
-            T amount, I state, I bid, T addendumOf, OptT fileBlob, T fileMd5, T chain, I revision,
-            OptI lockSession, OptI lockUser, I lockGen, I lockSince, I lockUntil, OptI plockSession,
-            OptI plockUser, OptI removedAt, OptI removedBy) {
-            found = Project { id, std::move(guid), std::move(name), std::move(kind), creator, created,
-                editor, modified, version, std::move(amount), state, bid, std::move(addendumOf),
-                std::move(fileBlob), std::move(fileMd5), std::move(chain), revision, lockSession,
-                lockUser, lockGen, lockSince, lockUntil, plockSession, plockUser, removedAt, removedBy };
+        [&found](I id, T guid, T name, T kind, I creator, I created, I editor, I modified,
+            I version, T amount, I state, I bid, T addendumOf, OptT fileBlob, T fileMd5, T chain,
+            I revision, OptI lockSession, OptI lockUser, I lockGen, I lockSince, I lockUntil,
+            OptI plockSession, OptI plockUser, OptI removedAt, OptI removedBy) {
+            found = Project { id, std::move(guid), std::move(name), std::move(kind), creator,
+                created, editor, modified, version, std::move(amount), state, bid,
+                std::move(addendumOf), std::move(fileBlob), std::move(fileMd5), std::move(chain),
+                revision, lockSession, lockUser, lockGen, lockSince, lockUntil, plockSession,
+                plockUser, removedAt, removedBy };
         });
     return found;
 }
@@ -34,19 +34,25 @@ std::optional<Project> projectWhere(Db &db, const char *sql, Key key)
 std::optional<Project> ProjectStore::find(std::string_view guid)
 {
     return projectWhere(m_db,
-        "SELECT id, guid, name, kind, creator_id, created, editor_id, modified, log_version, amount,"
+        "SELECT id, guid, name, kind, creator_id, created, editor_id, modified, log_version, "
+        "amount,"
         " state, bid_status, addendum_of, file_blob, file_md5, chain, revision, lock_session,"
-        " lock_user, lock_gen, lock_since, lock_until, plock_session, plock_user, removed_at, removed_by"
-        " FROM project WHERE guid_key = :key", guidKey(guid));
+        " lock_user, lock_gen, lock_since, lock_until, plock_session, plock_user, removed_at, "
+        "removed_by"
+        " FROM project WHERE guid_key = :key",
+        guidKey(guid));
 }
 
 std::optional<Project> ProjectStore::find(std::int64_t id)
 {
     return projectWhere(m_db,
-        "SELECT id, guid, name, kind, creator_id, created, editor_id, modified, log_version, amount,"
+        "SELECT id, guid, name, kind, creator_id, created, editor_id, modified, log_version, "
+        "amount,"
         " state, bid_status, addendum_of, file_blob, file_md5, chain, revision, lock_session,"
-        " lock_user, lock_gen, lock_since, lock_until, plock_session, plock_user, removed_at, removed_by"
-        " FROM project WHERE id = :key", id);
+        " lock_user, lock_gen, lock_since, lock_until, plock_session, plock_user, removed_at, "
+        "removed_by"
+        " FROM project WHERE id = :key",
+        id);
 }
 
 namespace {
@@ -88,8 +94,10 @@ std::optional<ProjectStore::Shown> ProjectStore::shown(std::int64_t id)
     std::optional<Shown> found;
     eachShown(m_db,
         "SELECT p.id, p.guid, p.name, p.kind, p.creator_id, p.created, p.modified, p.log_version,"
-        " p.amount, p.state, p.bid_status, p.addendum_of, p.revision, c.name, c.email, e.name, e.email,"
-        " p.info FROM project p JOIN users c ON c.id = p.creator_id JOIN users e ON e.id = p.editor_id"
+        " p.amount, p.state, p.bid_status, p.addendum_of, p.revision, c.name, c.email, e.name, "
+        "e.email,"
+        " p.info FROM project p JOIN users c ON c.id = p.creator_id JOIN users e ON e.id = "
+        "p.editor_id"
         " WHERE p.id = :id",
         { { "id", id } }, [&found](Shown shown) { found = std::move(shown); });
     return found;
@@ -100,8 +108,10 @@ std::vector<ProjectStore::Shown> ProjectStore::allShown()
     std::vector<Shown> found;
     eachShown(m_db,
         "SELECT p.id, p.guid, p.name, p.kind, p.creator_id, p.created, p.modified, p.log_version,"
-        " p.amount, p.state, p.bid_status, p.addendum_of, p.revision, c.name, c.email, e.name, e.email,"
-        " p.info FROM project p JOIN users c ON c.id = p.creator_id JOIN users e ON e.id = p.editor_id"
+        " p.amount, p.state, p.bid_status, p.addendum_of, p.revision, c.name, c.email, e.name, "
+        "e.email,"
+        " p.info FROM project p JOIN users c ON c.id = p.creator_id JOIN users e ON e.id = "
+        "p.editor_id"
         " WHERE p.removed_at IS NULL ORDER BY p.id",
         {}, [&found](Shown shown) { found.push_back(std::move(shown)); });
     return found;
@@ -109,14 +119,17 @@ std::vector<ProjectStore::Shown> ProjectStore::allShown()
 
 bool ProjectStore::isNameTaken(std::string_view name)
 {
-    return m_db.value<I>("SELECT id FROM project WHERE live_name_key = :key",
-        { { "key", foldedKey(name) } }).has_value();
+    return m_db
+        .value<I>(
+            "SELECT id FROM project WHERE live_name_key = :key", { { "key", foldedKey(name) } })
+        .has_value();
 }
 
 std::vector<ProjectStore::Listed> ProjectStore::listed()
 {
     std::vector<Listed> projects;
-    m_db.each<I, I, T>("SELECT id, revision, kind FROM project WHERE removed_at IS NULL ORDER BY id", {},
+    m_db.each<I, I, T>(
+        "SELECT id, revision, kind FROM project WHERE removed_at IS NULL ORDER BY id", {},
         [&projects](I id, I revision, T kind) {
             projects.push_back({ id, revision, std::move(kind) });
         });
@@ -127,15 +140,17 @@ std::int64_t ProjectStore::insert(const New &project)
 {
     const I id = nextKey(m_db, "project");
     const T key = foldedKey(project.name);
-    m_db.run("INSERT INTO project (id, guid, guid_key, name, name_key, live_name_key, kind, creator_id,"
-             " created, editor_id, modified, amount, state, bid_status, addendum_of, revision)"
-             " VALUES (:id, :guid, :guid_key, :name, :key, :live, :kind, :creator, :created, :editor,"
-             " :modified, :amount, :state, :bid, :addendum_of, 1)",
+    m_db.run(
+        "INSERT INTO project (id, guid, guid_key, name, name_key, live_name_key, kind, creator_id,"
+        " created, editor_id, modified, amount, state, bid_status, addendum_of, revision)"
+        " VALUES (:id, :guid, :guid_key, :name, :key, :live, :kind, :creator, :created, :editor,"
+        " :modified, :amount, :state, :bid, :addendum_of, 1)",
         { { "id", id }, { "guid", project.guid }, { "guid_key", guidKey(project.guid) },
             { "name", project.name }, { "key", key }, { "live", key }, { "kind", project.kind },
-            { "creator", project.creatorId }, { "created", project.now }, { "editor", project.creatorId },
-            { "modified", project.now }, { "amount", project.amount }, { "state", project.state },
-            { "bid", project.bidStatus }, { "addendum_of", project.addendumOf } });
+            { "creator", project.creatorId }, { "created", project.now },
+            { "editor", project.creatorId }, { "modified", project.now },
+            { "amount", project.amount }, { "state", project.state }, { "bid", project.bidStatus },
+            { "addendum_of", project.addendumOf } });
     return id;
 }
 
@@ -150,9 +165,10 @@ void ProjectStore::rename(std::int64_t id, std::string_view name, std::int64_t e
 
 void ProjectStore::update(std::int64_t id, const Fields &fields, std::int64_t editorId, Time now)
 {
-    m_db.run("UPDATE project SET amount = COALESCE(:amount, amount), state = COALESCE(:state, state),"
-             " bid_status = COALESCE(:bid, bid_status), editor_id = :editor, modified = :now"
-             " WHERE id = :id",
+    m_db.run(
+        "UPDATE project SET amount = COALESCE(:amount, amount), state = COALESCE(:state, state),"
+        " bid_status = COALESCE(:bid, bid_status), editor_id = :editor, modified = :now"
+        " WHERE id = :id",
         { { "amount", fields.amount }, { "state", fields.state }, { "bid", fields.bidStatus },
             { "editor", editorId }, { "now", now }, { "id", id } });
 }
@@ -192,7 +208,8 @@ void ProjectStore::purge(std::int64_t id)
 
 std::string ProjectStore::info(std::int64_t id)
 {
-    return m_db.value<T>("SELECT info FROM project WHERE id = :id", { { "id", id } }).value_or("{}");
+    return m_db.value<T>("SELECT info FROM project WHERE id = :id", { { "id", id } })
+        .value_or("{}");
 }
 
 void ProjectStore::setInfo(std::int64_t id, std::string_view info)
@@ -208,7 +225,8 @@ void ProjectStore::setProjectLock(std::int64_t id, std::int64_t sessionId, std::
 
 void ProjectStore::freeProjectLock(std::int64_t id)
 {
-    m_db.run("UPDATE project SET plock_session = NULL, plock_user = NULL WHERE id = :id", { { "id", id } });
+    m_db.run("UPDATE project SET plock_session = NULL, plock_user = NULL WHERE id = :id",
+        { { "id", id } });
 }
 
 void ProjectStore::freeProjectLockOfSession(std::int64_t id, std::int64_t sessionId)

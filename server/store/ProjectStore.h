@@ -31,7 +31,8 @@ struct Project {
     std::string fileMd5;
     std::string chain; ///< the chain digest of version `logVersion`
     std::int64_t revision = 0; ///< rises with every change that others hear of
-    std::optional<std::int64_t> lockSession; ///< holder of the log lock, also after its lease ran out
+    std::optional<std::int64_t>
+        lockSession; ///< holder of the log lock, also after its lease ran out
     std::optional<std::int64_t> lockUser;
     std::int64_t lockGeneration = 0;
     Time lockSince = 0;
@@ -48,13 +49,17 @@ struct Project {
 /// by the announcement that follows each change of what a record shows.
 class ProjectStore {
 public:
-    explicit ProjectStore(Db &db) : m_db(db) {}
+    explicit ProjectStore(Db &db)
+        : m_db(db)
+    {
+    }
 
     /// By GUID without regard to case; removed projects too.
     std::optional<Project> find(std::string_view guid);
     std::optional<Project> find(std::int64_t id);
 
-    /// What a project's record shows: the row with the people's names, and the additional information.
+    /// What a project's record shows: the row with the people's names, and the additional
+    /// information.
     struct Shown {
         Project project;
         std::string creatorName, creatorEmail, editorName, editorEmail, info;

@@ -14,7 +14,10 @@ class Db;
 /// generation and goes with it; no download sees it.
 class StageStore {
 public:
-    explicit StageStore(Db &db) : m_db(db) {}
+    explicit StageStore(Db &db)
+        : m_db(db)
+    {
+    }
 
     enum class Part { Log, File };
     struct Staged {

@@ -13,8 +13,8 @@ protected:
     void SetUp() override
     {
         ASSERT_EQ(sqlite3_open(":memory:", &connection), SQLITE_OK);
-        ASSERT_EQ(sqlite3_exec(connection, projectSchema().toUtf8().constData(), nullptr, nullptr,
-                      nullptr),
+        ASSERT_EQ(sqlite3_exec(
+                      connection, projectSchema().toUtf8().constData(), nullptr, nullptr, nullptr),
             SQLITE_OK);
     }
     void TearDown() override { sqlite3_close(connection); }

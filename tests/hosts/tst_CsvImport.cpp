@@ -60,13 +60,13 @@ TEST(CsvImport, TakesCommasTabsByteOrderMarkAndCarriageReturns)
 TEST(CsvImport, NamesTheLineAndTheReason)
 {
     EXPECT_EQ(errorOf(""), "bill.csv, line 1: the file is empty");
-    EXPECT_EQ(errorOf("number;text;unit;quantity\n"),
-        "bill.csv, line 1: there is no column \"rate\"");
+    EXPECT_EQ(
+        errorOf("number;text;unit;quantity\n"), "bill.csv, line 1: there is no column \"rate\"");
     EXPECT_EQ(errorOf(head), "bill.csv, line 1: there is no item in the file");
     EXPECT_EQ(errorOf(head + "1;Door;pcs;2\n"), "bill.csv, line 2: 4 fields instead of 5");
     EXPECT_EQ(errorOf(head + "1;Door;pcs;two;1\n"), "bill.csv, line 2: \"two\" is not a quantity");
-    EXPECT_EQ(errorOf(head + "1;Door;pcs;2;1.23456\n"),
-        "bill.csv, line 2: \"1.23456\" is not a rate");
+    EXPECT_EQ(
+        errorOf(head + "1;Door;pcs;2;1.23456\n"), "bill.csv, line 2: \"1.23456\" is not a rate");
     EXPECT_EQ(errorOf(head + ";Door;pcs;2;1\n"), "bill.csv, line 2: the number is missing");
     EXPECT_EQ(errorOf(head + "1;Door;pcs;2;1\n1;Door;pcs;2;1\n"),
         "bill.csv, line 3: the number 1 stands here twice");

@@ -11,10 +11,13 @@ namespace {
 QByteArray document(const QByteArray &body, const QByteArray &phase = "83")
 {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-           "<GAEB xmlns=\"http://www.gaeb.de/GAEB_DA_XML/DA" + phase + "/3.3\">\n"
-           "<GAEBInfo><Version>3.3</Version></GAEBInfo>\n"
-           "<Award><DP>" + phase + "</DP>\n<BoQ><BoQInfo><Name>LV</Name></BoQInfo><BoQBody>\n"
-        + body + "\n</BoQBody></BoQ></Award></GAEB>\n";
+           "<GAEB xmlns=\"http://www.gaeb.de/GAEB_DA_XML/DA"
+        + phase
+        + "/3.3\">\n"
+          "<GAEBInfo><Version>3.3</Version></GAEBInfo>\n"
+          "<Award><DP>"
+        + phase + "</DP>\n<BoQ><BoQInfo><Name>LV</Name></BoQInfo><BoQBody>\n" + body
+        + "\n</BoQBody></BoQ></Award></GAEB>\n";
 }
 
 std::string errorOf(const QByteArray &content)
@@ -89,8 +92,7 @@ TEST(GaebImport, TakesNamespacePrefixes)
 
 TEST(GaebImport, NamesTheLineAndTheReason)
 {
-    EXPECT_EQ(errorOf("<GAEB>\n<Award>\n</GAEB>"),
-        "bill.x83, line 3: Start-end tags mismatch");
+    EXPECT_EQ(errorOf("<GAEB>\n<Award>\n</GAEB>"), "bill.x83, line 3: Start-end tags mismatch");
     EXPECT_EQ(errorOf("<html></html>"),
         "bill.x83, line 1: this is not a GAEB DA XML file; it begins with <html>");
     EXPECT_EQ(errorOf("<GAEB><GAEBInfo><Version>2.0</Version></GAEBInfo></GAEB>"),

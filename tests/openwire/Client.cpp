@@ -120,7 +120,8 @@ std::chrono::milliseconds timeOf(const std::function<void()> &action)
 {
     const auto start = std::chrono::steady_clock::now();
     action();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::steady_clock::now() - start);
 }
 
 } // namespace kvx::test

@@ -48,10 +48,11 @@ TEST(BrokerUri, missingPartsAreLeftToTheConnection)
 
 TEST(BrokerUri, whatIsNoUriIsRefused)
 {
-    for (const char *text : { "tcp://a b:1", "tcp://h:port", "tcp://h:65536", "tcp://h:-1", "tcp://[::1:1",
-             "tcp://::1:1", "tcp:", "://h:1", "tc p://h:1", "tcp://h:1?soConnectTimeout=soon",
-             "tcp://h:1?wireFormat.version=0", "tcp://h:1?wireFormat.version=13", "tcp://h<>:1",
-             "tcp://h:1\n", "tcp://\xc3\xa4:1", "tcp://[::1]x:1" }) {
+    for (const char *text :
+        { "tcp://a b:1", "tcp://h:port", "tcp://h:65536", "tcp://h:-1", "tcp://[::1:1",
+            "tcp://::1:1", "tcp:", "://h:1", "tc p://h:1", "tcp://h:1?soConnectTimeout=soon",
+            "tcp://h:1?wireFormat.version=0", "tcp://h:1?wireFormat.version=13", "tcp://h<>:1",
+            "tcp://h:1\n", "tcp://\xc3\xa4:1", "tcp://[::1]x:1" }) {
         try {
             BrokerUri::parse(text);
             ADD_FAILURE() << text;

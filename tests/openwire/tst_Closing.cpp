@@ -109,10 +109,18 @@ TEST_F(Closing, handlesMayBeDeletedInAnyOrderWhileMessagesStreamIn)
         client.consumer->setMessageListener(&recorder);
         ASSERT_TRUE(recorder.waitFor(1));
         switch (round % 4) {
-        case 0: client.connection.reset(); break;
-        case 1: client.session.reset(); break;
-        case 2: client.consumer.reset(); break;
-        case 3: client.producer.reset(); break;
+        case 0:
+            client.connection.reset();
+            break;
+        case 1:
+            client.session.reset();
+            break;
+        case 2:
+            client.consumer.reset();
+            break;
+        case 3:
+            client.producer.reset();
+            break;
         }
     }
 }
@@ -174,9 +182,15 @@ TEST_F(Closing, closeFromInsideAListenerReturnsAtOnce)
         recorder.onArrival = [&] {
             time = timeOf([&] {
                 switch (what) {
-                case Connection: client.connection->close(); break;
-                case Session: client.session->close(); break;
-                case Consumer: client.consumer->close(); break;
+                case Connection:
+                    client.connection->close();
+                    break;
+                case Session:
+                    client.session->close();
+                    break;
+                case Consumer:
+                    client.consumer->close();
+                    break;
                 }
             });
         };
@@ -296,7 +310,8 @@ TEST_F(Closing, callsOnClosedObjectsSaySo)
     client.consumer->close();
     EXPECT_EQ(client.consumer->receive(10), nullptr);
     Recorder recorder;
-    EXPECT_THAT(failureOf([&] { client.consumer->setMessageListener(&recorder); }), HasSubstr("closed"));
+    EXPECT_THAT(
+        failureOf([&] { client.consumer->setMessageListener(&recorder); }), HasSubstr("closed"));
     client.session->close();
     EXPECT_THAT(failureOf([&] { client.session->createTopic("x"); }), HasSubstr("closed"));
     client.connection->close();

@@ -13,7 +13,8 @@ std::vector<std::string> corpus()
     std::vector<std::string> entries;
     for (const auto &entry : std::filesystem::directory_iterator(KVX_OPENWIRE_CORPUS)) {
         std::ifstream file(entry.path(), std::ios::binary);
-        entries.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+        entries.emplace_back(
+            std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     }
     return entries;
 }

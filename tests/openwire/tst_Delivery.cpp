@@ -55,7 +55,8 @@ const std::vector<std::string> &interestingTexts()
         "{\"a\":1}",
         std::string("a\xc0\x80") + "b",
         "emoji \xed\xa0\xbd\xed\xb8\x80 end",
-        "Stra\xc3\x9f" "e \xe2\x82\xac \xe6\xbc\xa2 \xef\xbf\xbf",
+        "Stra\xc3\x9f"
+        "e \xe2\x82\xac \xe6\xbc\xa2 \xef\xbf\xbf",
         std::string(300, 'x'),
         std::string(301, 'x'),
         repeated("\xc3\xa4", 1 << 19),
@@ -66,8 +67,8 @@ const std::vector<std::string> &interestingTexts()
 class Peer {
 public:
     explicit Peer(const std::string &uri)
-        : m_process({ KVX_PEER_JAVA, "-Xmx512m", "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-cp",
-            KVX_PEER_CLASSPATH, "JmsPeer", uri, "delivery.from.peer", "delivery.to.peer" })
+        : m_process({ KVX_PEER_JAVA, "-Xmx512m", "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1",
+            "-cp", KVX_PEER_CLASSPATH, "JmsPeer", uri, "delivery.from.peer", "delivery.to.peer" })
     {
         expect("connected");
     }
@@ -124,9 +125,11 @@ TEST_P(Delivery, frameAboveTheBrokersLimitIsRefusedHereAndTheConnectionStays)
     Client client(uri());
     client.open("delivery.toolarge");
     const std::string text(33 << 20, 'z');
-    EXPECT_THAT(failureOf([&] { client.publish(text); }), HasSubstr("larger than the broker takes (33554432)"));
+    EXPECT_THAT(failureOf([&] { client.publish(text); }),
+        HasSubstr("larger than the broker takes (33554432)"));
     client.producer->setDeliveryMode(cms::DeliveryMode::PERSISTENT);
-    EXPECT_THAT(failureOf([&] { client.publish(text); }), HasSubstr("larger than the broker takes"));
+    EXPECT_THAT(
+        failureOf([&] { client.publish(text); }), HasSubstr("larger than the broker takes"));
     client.publish("small");
     EXPECT_EQ(client.receiveText(), "small");
 }
@@ -156,7 +159,9 @@ TEST_P(Delivery, javaTextsInEveryForm)
         EXPECT_EQ(peer.order("text 00410000D83DDE00"), "ok");
         EXPECT_EQ(in.receiveText(), "A\xc0\x80\xed\xa0\xbd\xed\xb8\x80");
         EXPECT_EQ(peer.order("text D83D0042FFFF"), "ok"); // half an emoji
-        EXPECT_EQ(in.receiveText(), "\xed\xa0\xbd" "B\xef\xbf\xbf");
+        EXPECT_EQ(in.receiveText(),
+            "\xed\xa0\xbd"
+            "B\xef\xbf\xbf");
         EXPECT_EQ(peer.order("text"), "ok");
         EXPECT_EQ(in.receiveText(), "");
         EXPECT_EQ(peer.order("null"), "ok");
@@ -211,7 +216,9 @@ TEST_P(Delivery, javaPropertiesAndHeadersAreRead)
     EXPECT_EQ(message->getFloatProperty("float"), 1.5f);
     EXPECT_EQ(message->getDoubleProperty("float"), 1.5);
     EXPECT_EQ(message->getDoubleProperty("double"), -2.25);
-    EXPECT_EQ(message->getStringProperty("text"), "Stra\xc3\x9f" "e");
+    EXPECT_EQ(message->getStringProperty("text"),
+        "Stra\xc3\x9f"
+        "e");
     EXPECT_EQ(message->getStringProperty("int"), "-70000");
     EXPECT_EQ(message->getStringProperty("big"), std::string(9000, 'x'));
     EXPECT_THROW(message->getIntProperty("long"), cms::MessageFormatException);
@@ -247,7 +254,8 @@ TEST_P(Delivery, twentyThousandMessagesArriveInOrderAndOnce)
     in.consumer->setMessageListener(&recorder);
     Client out(uri());
     out.open("delivery.order.other");
-    const std::unique_ptr<cms::MessageProducer> producer(out.session->createProducer(in.topic.get()));
+    const std::unique_ptr<cms::MessageProducer> producer(
+        out.session->createProducer(in.topic.get()));
     producer->setDeliveryMode(cms::DeliveryMode::NON_PERSISTENT);
     const std::unique_ptr<cms::TextMessage> message(out.session->createTextMessage());
     for (int i = 0; i < 20000; ++i) {
@@ -298,7 +306,8 @@ TEST_P(Delivery, receiptsThatAreOutFailWhenTheConnectionCloses)
     for (int i = 0; i < 1000; ++i)
         client.producer->send(message.get(), &receipts);
     client.connection->close();
-    EXPECT_EQ(receipts.succeeded + receipts.failed, 1000); // none is forgotten once close has returned
+    EXPECT_EQ(
+        receipts.succeeded + receipts.failed, 1000); // none is forgotten once close has returned
     EXPECT_NE(failureOf([&] { client.producer->send(message.get(), &receipts); }), "");
     EXPECT_EQ(receipts.succeeded + receipts.failed, 1000);
 }
@@ -348,7 +357,8 @@ TEST_P(Delivery, sendWritesItsDecisionsIntoTheMessage)
     EXPECT_EQ(received->getCMSPriority(), 7);
     EXPECT_EQ(received->getStringProperty("kvxTo"), "anna@example.org;j\xc3\xb6rg@example.org");
     EXPECT_EQ(received->getIntProperty("number"), 8);
-    EXPECT_THROW(dynamic_cast<cms::TextMessage &>(*received).setText("y"), cms::MessageNotWriteableException);
+    EXPECT_THROW(dynamic_cast<cms::TextMessage &>(*received).setText("y"),
+        cms::MessageNotWriteableException);
     const std::unique_ptr<cms::Message> copy(received->clone());
     EXPECT_EQ(dynamic_cast<cms::TextMessage &>(*copy).getText(), "x");
 }
@@ -362,7 +372,8 @@ TEST_P(Delivery, selectorsAndNoLocalFilter)
     const std::unique_ptr<cms::MessageConsumer> foreign(
         client.session->createConsumer(client.topic.get(), "", true));
     for (int number : { 1, 9 }) {
-        const std::unique_ptr<cms::TextMessage> message(client.session->createTextMessage(std::to_string(number)));
+        const std::unique_ptr<cms::TextMessage> message(
+            client.session->createTextMessage(std::to_string(number)));
         message->setIntProperty("number", number);
         client.producer->send(message.get());
     }
@@ -387,10 +398,13 @@ TEST_P(Delivery, destinationsAreChecked)
     EXPECT_THROW(nameless->send(nullptr, message.get()), cms::InvalidDestinationException);
     nameless->send(client.topic.get(), message.get());
     EXPECT_EQ(client.receiveText(), "x");
-    const std::unique_ptr<cms::Topic> other(client.session->createTopic("delivery.destinations.other"));
-    EXPECT_THROW(client.producer->send(other.get(), message.get()), cms::UnsupportedOperationException);
+    const std::unique_ptr<cms::Topic> other(
+        client.session->createTopic("delivery.destinations.other"));
+    EXPECT_THROW(
+        client.producer->send(other.get(), message.get()), cms::UnsupportedOperationException);
     const std::unique_ptr<cms::Queue> queue(client.session->createQueue("delivery.queue"));
-    const std::unique_ptr<cms::MessageConsumer> queueConsumer(client.session->createConsumer(queue.get()));
+    const std::unique_ptr<cms::MessageConsumer> queueConsumer(
+        client.session->createConsumer(queue.get()));
     nameless->send(queue.get(), message.get());
     const std::unique_ptr<cms::Message> received(queueConsumer->receive(20000));
     ASSERT_TRUE(received);

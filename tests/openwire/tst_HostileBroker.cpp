@@ -20,8 +20,8 @@ using testing::IsEmpty;
 
 namespace {
 
-const char shortLimits[]
-    = "?connection.connectResponseTimeout=300&connection.sendTimeout=300&connection.closeTimeout=300";
+const char shortLimits[] = "?connection.connectResponseTimeout=300&connection.sendTimeout=300&"
+                           "connection.closeTimeout=300";
 
 std::string use(const std::string &uri)
 {
@@ -33,7 +33,8 @@ std::string use(const std::string &uri)
 
 std::string dispatchTo(const std::string &consumer, const std::string &message)
 {
-    return framed(fromHex("15 00000000 00") + consumer + fromHex("00") + message + fromHex("00000000"));
+    return framed(
+        fromHex("15 00000000 00") + consumer + fromHex("00") + message + fromHex("00000000"));
 }
 
 // A consumer's id as the client gave it: it stands at the same place in ConsumerInfo.
@@ -132,8 +133,8 @@ TEST(HostileBroker, freezeAtTheFarewellDoesNotHoldUpClose)
 
 TEST(HostileBroker, closedAtEveryStepOfTheHandshakeIsAnErrorAtOnce)
 {
-    for (const int type : { 0x100, int(ConnectionInfoType), int(SessionInfoType), int(ConsumerInfoType),
-             int(ProducerInfoType) }) {
+    for (const int type : { 0x100, int(ConnectionInfoType), int(SessionInfoType),
+             int(ConsumerInfoType), int(ProducerInfoType) }) {
         FakeBroker broker([type](FakePeer &peer) {
             if (type != 0x100)
                 peer.serveUntil(type);
@@ -157,13 +158,8 @@ TEST(HostileBroker, offersThatAreNoneEndTheConnection)
     const std::string offers[] = {
         "HTTP/1.1 400 Bad Request\r\n\r\n",
         framed(fromHex("1e 00000000 00 00000001")), // an answer to nothing
-        magic,
-        version,
-        negative,
-        framed(offer.substr(4, 30)), // cut inside the options
-        fromHex("00000000"),
-        fromHex("ffffffff"),
-        fromHex("7fffffff 01"),
+        magic, version, negative, framed(offer.substr(4, 30)), // cut inside the options
+        fromHex("00000000"), fromHex("ffffffff"), fromHex("7fffffff 01"),
         fromHex("04000001 01"), // one byte above the limit
     };
     for (const std::string &bytes : offers) {
@@ -219,7 +215,8 @@ TEST(HostileBroker, unknownBrokenAndEmptyFramesAreSkipped)
         peer.send(dispatchTo(consumer, fromHex("01 1c 00000000")));
         peer.send(framed(fromHex("1e 00000000 00 7fffffff"))); // an answer to nothing
         peer.send(framed(fromHex("13 00000000 00 00 00000005"))); // producer acknowledgement
-        peer.send(framed(fromHex("12 00000000 00 01 01 00 00 00 00 00 00 00"))); // connection control
+        peer.send(
+            framed(fromHex("12 00000000 00 01 01 00 00 00 00 00 00 00"))); // connection control
         peer.send(dispatchTo(fromHex("00"), textMessage("to nobody")));
         peer.send(dispatchTo(consumer, textMessage("good")));
         peer.serveUntil(0);
@@ -283,8 +280,9 @@ TEST(HostileBroker, classNamesAreTextOnly)
         };
     };
     {
-        FakeBroker broker(refusal("org.springframework.context.support.ClassPathXmlApplicationContext",
-            "http://127.0.0.1/%s%n.xml"));
+        FakeBroker broker(
+            refusal("org.springframework.context.support.ClassPathXmlApplicationContext",
+                "http://127.0.0.1/%s%n.xml"));
         EXPECT_EQ(use(broker.uri()), "http://127.0.0.1/%s%n.xml");
     }
     {
@@ -299,7 +297,8 @@ TEST(HostileBroker, classNamesAreTextOnly)
 
 TEST(HostileBroker, connectionErrorRefusesALoginAndIsReportedLater)
 {
-    const std::string error = framed(fromHex("10 00000000 00 01 01 0003 612e62 01 0004 6f6f7073 00"));
+    const std::string error
+        = framed(fromHex("10 00000000 00 01 01 0003 612e62 01 0004 6f6f7073 00"));
     {
         FakeBroker broker([&](FakePeer &peer) {
             peer.serveUntil(ConnectionInfoType);
@@ -327,7 +326,8 @@ TEST(HostileBroker, endedConsumerIsReported)
 {
     FakeBroker broker([](FakePeer &peer) {
         const std::string consumer = serveToConsumer(peer);
-        peer.send(framed(fromHex("11 00000000 00 00 01") + consumer + fromHex("00000000 00 00 00")));
+        peer.send(
+            framed(fromHex("11 00000000 00 00 01") + consumer + fromHex("00000000 00 00 00")));
         peer.serveUntil(0);
     });
     Client client(broker.uri(shortLimits), "anna");
@@ -380,7 +380,8 @@ TEST(HostileBroker, silentBrokerIsNoticed)
         serveToConsumer(peer);
         peer.freeze();
     });
-    Client client(broker.uri("?wireFormat.MaxInactivityDuration=400&connection.closeTimeout=300"), "anna");
+    Client client(
+        broker.uri("?wireFormat.MaxInactivityDuration=400&connection.closeTimeout=300"), "anna");
     Failures failures;
     client.connection->setExceptionListener(&failures);
     client.open("hostile");

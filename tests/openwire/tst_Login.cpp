@@ -45,7 +45,8 @@ TEST_P(Login, secondConnectionUnderAClientIdIsRefusedInTheBrokersWords)
     } catch (const cms::CMSException &ex) {
         EXPECT_EQ(typeid(ex), typeid(cms::CMSException));
         EXPECT_THAT(ex.getMessage(),
-            StartsWith("Broker: localhost - Client: anna@example.org already connected from tcp://"));
+            StartsWith(
+                "Broker: localhost - Client: anna@example.org already connected from tcp://"));
     }
     first.open("login.first");
     first.publish("still there");
@@ -114,8 +115,9 @@ TEST_P(Login, clientIdsDifferInCaseAndMayHoldAnyCharacter)
     Client lower(uri(), "berta@example.org");
     Client upper(uri(), "Berta@example.org");
     Client umlaut(uri(), "j\xc3\xb6rg \xf0\x9f\x98\x80%s@example.org");
-    EXPECT_THAT(
-        failureOf([] { Client again(uri(), "j\xc3\xb6rg \xed\xa0\xbd\xed\xb8\x80%s@example.org"); }),
+    EXPECT_THAT(failureOf([] {
+        Client again(uri(), "j\xc3\xb6rg \xed\xa0\xbd\xed\xb8\x80%s@example.org");
+    }),
         HasSubstr("j\xc3\xb6rg \xed\xa0\xbd\xed\xb8\x80%s@example.org already connected"));
 }
 
@@ -169,11 +171,14 @@ TEST(LoginRefusal, nobodyListening)
 
 TEST(LoginRefusal, addressesThatCannotBeUsed)
 {
-    EXPECT_EQ(failureOf([] { Client client(""); }), "No Matching Factory Registered for format := ");
-    EXPECT_EQ(failureOf([] { Client client("foo://h:1"); }), "No Matching Factory Registered for format := foo");
+    EXPECT_EQ(
+        failureOf([] { Client client(""); }), "No Matching Factory Registered for format := ");
+    EXPECT_EQ(failureOf([] { Client client("foo://h:1"); }),
+        "No Matching Factory Registered for format := foo");
     EXPECT_EQ(failureOf([] { Client client("tcp://a b:1"); }), "Invalid Connection Uri detected.");
     EXPECT_THAT(failureOf([] { Client client("tcp://127.0.0.1"); }), HasSubstr("no port"));
-    EXPECT_THAT(failureOf([] { Client client("tcp://no-such-host.invalid:61616?soConnectTimeout=5000"); }),
+    EXPECT_THAT(
+        failureOf([] { Client client("tcp://no-such-host.invalid:61616?soConnectTimeout=5000"); }),
         HasSubstr("no-such-host.invalid"));
 }
 
@@ -183,7 +188,8 @@ TEST(LoginRefusal, brokerThatIsFullClosesTheConnection)
     options.maxConnections = 1;
     Broker broker(options);
     Client first(broker.uri(), "one");
-    EXPECT_THAT(failureOf([&] { Client second(broker.uri(), "two"); }), HasSubstr("closed the connection"));
+    EXPECT_THAT(
+        failureOf([&] { Client second(broker.uri(), "two"); }), HasSubstr("closed the connection"));
 }
 
 class Authentication : public testing::TestWithParam<bool> {
@@ -201,7 +207,10 @@ protected:
         s_open.reset();
         s_closed.reset();
     }
-    static std::string uri(const Broker &broker) { return GetParam() ? broker.autoUri() : broker.uri(); }
+    static std::string uri(const Broker &broker)
+    {
+        return GetParam() ? broker.autoUri() : broker.uri();
+    }
     static std::unique_ptr<Broker> s_open;
     static std::unique_ptr<Broker> s_closed;
 };

@@ -14,7 +14,8 @@ using testing::IsEmpty;
 namespace {
 
 // Keep-alive every third of a second, silence noticed after two.
-const char quick[] = "?wireFormat.MaxInactivityDuration=1000&wireFormat.MaxInactivityDurationInitalDelay=100";
+const char quick[]
+    = "?wireFormat.MaxInactivityDuration=1000&wireFormat.MaxInactivityDurationInitalDelay=100";
 
 } // namespace
 
@@ -127,7 +128,8 @@ TEST(Loss, frozenBrokerEndsARequestAtItsLimit)
     client.open("loss.frozenrequest");
     broker.freeze();
     client.producer->setDeliveryMode(cms::DeliveryMode::PERSISTENT);
-    EXPECT_THAT(failureOf([&] { client.publish("no answer"); }), HasSubstr("did not answer in time"));
+    EXPECT_THAT(
+        failureOf([&] { client.publish("no answer"); }), HasSubstr("did not answer in time"));
     broker.thaw();
 }
 
@@ -139,7 +141,8 @@ TEST(Loss, idleConnectionIsKeptAliveByBothEnds)
         Failures failures;
         client.connection->setExceptionListener(&failures);
         client.open("loss.idle");
-        std::this_thread::sleep_for(std::chrono::seconds(5)); // five times what the broker tolerates
+        std::this_thread::sleep_for(
+            std::chrono::seconds(5)); // five times what the broker tolerates
         client.publish("still there");
         EXPECT_EQ(client.receiveText(), "still there");
         EXPECT_THAT(failures.texts(), IsEmpty());

@@ -54,10 +54,14 @@ std::string dispatchOf(const MessageData &message, int version)
 TEST(Marshalling, offerIsTheRecordedOne)
 {
     EXPECT_EQ(toHex(encodeWireFormatInfo({})),
-        "000000c9014163746976654d510000000c01000000b70000000700115463704e6f44656c6179456e61626c656401"
-        "01001253697a6550726566697844697361626c65640100000c4361636865456e61626c6564010000145469676874"
-        "456e636f64696e67456e61626c656401000011537461636b5472616365456e61626c6564010000154d6178496e61"
-        "637469766974794475726174696f6e06000000000000753000204d6178496e61637469766974794475726174696f"
+        "000000c9014163746976654d510000000c01000000b70000000700115463704e6f44656c6179456e61626c6564"
+        "01"
+        "01001253697a6550726566697844697361626c65640100000c4361636865456e61626c65640100001454696768"
+        "74"
+        "456e636f64696e67456e61626c656401000011537461636b5472616365456e61626c6564010000154d6178496e"
+        "61"
+        "637469766974794475726174696f6e06000000000000753000204d6178496e6163746976697479447572617469"
+        "6f"
         "6e496e6974616c44656c6179060000000000002710");
 }
 
@@ -69,7 +73,8 @@ TEST(Marshalling, commandsAreTheRecordedOnes)
     login.userName = "";
     login.password = "";
     EXPECT_EQ(toHex(encodeConnectionInfo(login, 1, 12)),
-        "00000037030000000101017801000c49443a682d312d322d303a31010010616e6e61406578616d706c652e6f7267"
+        "00000037030000000101017801000c49443a682d312d322d303a31010010616e6e61406578616d706c652e6f72"
+        "67"
         "01000001000000000001000000");
     EXPECT_EQ(toHex(encodeKeepAlive(2)), "000000060a0000000200");
     EXPECT_EQ(toHex(encodeRemoveConnection(recordedConnection, 3, 12)),
@@ -85,15 +90,26 @@ TEST(Marshalling, passwordStandsBeforeTheUserName)
     login.userName = "user";
     login.password = "pw";
     EXPECT_EQ(toHex(encodeConnectionInfo(login, 1, 12)).substr(8, 58),
-        "03000000010101780100016301000169010002707701000475736572" "00");
+        "03000000010101780100016301000169010002707701000475736572"
+        "00");
 }
 
 TEST(Marshalling, sessionStandsLastInAProducersId)
 {
     EXPECT_EQ(toHex(encodeProducerInfo({ "c", 1, 2 }, std::nullopt, 1, 12)),
-        "0000002306000000010101" "7b" "01000163" "0000000000000002" "0000000000000001" "00000000000000");
+        "0000002306000000010101"
+        "7b"
+        "01000163"
+        "0000000000000002"
+        "0000000000000001"
+        "00000000000000");
     EXPECT_EQ(toHex(encodeRemoveConsumer({ "c", 1, 2 }, 1, 12)),
-        "000000240c000000010101" "7a" "01000163" "0000000000000001" "0000000000000002" "0000000000000000");
+        "000000240c000000010101"
+        "7a"
+        "01000163"
+        "0000000000000001"
+        "0000000000000002"
+        "0000000000000000");
 }
 
 TEST(Marshalling, emptySelectorIsSentAsNone)
@@ -123,7 +139,8 @@ TEST(Marshalling, answersAreRead)
     Command command = decodeCommand(fromHex("1e 00000000 00 00000007"), 12);
     EXPECT_EQ(std::get<Response>(command).correlationId, 7);
     EXPECT_FALSE(std::get<Response>(command).failure);
-    command = decodeCommand(fromHex("1f 00000000 00 00000008 01 01 0003 612e62 01 0004 6f6f7073"), 12);
+    command
+        = decodeCommand(fromHex("1f 00000000 00 00000008 01 01 0003 612e62 01 0004 6f6f7073"), 12);
     EXPECT_EQ(std::get<Response>(command).correlationId, 8);
     EXPECT_EQ(std::get<Response>(command).failure->className, "a.b");
     EXPECT_EQ(std::get<Response>(command).failure->text, "oops");
@@ -260,16 +277,21 @@ TEST(Marshalling, damagedValuesAreAnError)
 TEST(Marshalling, headerTextsBecomeModifiedUtf8)
 {
     EXPECT_EQ(toModifiedUtf8("plain"), "plain");
-    EXPECT_EQ(toModifiedUtf8(std::string("a\0b", 3)), "a\xc0\x80" "b");
+    EXPECT_EQ(toModifiedUtf8(std::string("a\0b", 3)),
+        "a\xc0\x80"
+        "b");
     EXPECT_EQ(toModifiedUtf8("\xf0\x9f\x98\x80"), "\xed\xa0\xbd\xed\xb8\x80");
-    EXPECT_EQ(toModifiedUtf8("\xed\xa0\xbd\xed\xb8\x80\xc0\x80"), "\xed\xa0\xbd\xed\xb8\x80\xc0\x80");
-    for (const char *bad : { "\xff", "\xc3", "\xe2\x82", "\x80", "\xf0\x80\x80\x80", "\xf4\x90\x80\x80" })
+    EXPECT_EQ(
+        toModifiedUtf8("\xed\xa0\xbd\xed\xb8\x80\xc0\x80"), "\xed\xa0\xbd\xed\xb8\x80\xc0\x80");
+    for (const char *bad :
+        { "\xff", "\xc3", "\xe2\x82", "\x80", "\xf0\x80\x80\x80", "\xf4\x90\x80\x80" })
         EXPECT_THROW(toModifiedUtf8(bad), cms::MessageFormatException) << toHex(bad);
 }
 
 TEST(FrameBuffer, framesComeWholeHoweverTheBytesArrive)
 {
-    const std::string stream = kvx::test::framed("first") + kvx::test::framed("x") + kvx::test::framed("third!");
+    const std::string stream
+        = kvx::test::framed("first") + kvx::test::framed("x") + kvx::test::framed("third!");
     for (std::size_t step = 1; step <= stream.size(); ++step) {
         FrameBuffer buffer;
         std::vector<std::string> frames;

@@ -24,7 +24,8 @@ struct Projects : testing::Test {
     Session anna = harness.join("anna@example.com");
     Session ben = harness.join("ben@example.com");
 
-    int create(const Session &session, int n, const std::string &name, const std::string &kind = "Tender")
+    int create(
+        const Session &session, int n, const std::string &name, const std::string &kind = "Tender")
     {
         return session.ask(newProject(session, guidOf(n), name, kind)).status();
     }
@@ -36,8 +37,14 @@ struct Projects : testing::Test {
             names.insert(project["Description"].GetString());
         return names;
     }
-    Message on(const char *service, int n = 1) { return Message(service).set("ProjectGUID", guidOf(n)); }
-    void makeReadOnly() { harness.db().execute("INSERT INTO meta (name, value) VALUES ('read_only', '1')"); }
+    Message on(const char *service, int n = 1)
+    {
+        return Message(service).set("ProjectGUID", guidOf(n));
+    }
+    void makeReadOnly()
+    {
+        harness.db().execute("INSERT INTO meta (name, value) VALUES ('read_only', '1')");
+    }
 };
 
 } // namespace kvx::test

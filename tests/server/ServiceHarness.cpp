@@ -44,7 +44,10 @@ RoleRights rightsOf(const std::string &role)
 
 } // namespace
 
-TemporaryFolder::TemporaryFolder() : path(newFolder()) {}
+TemporaryFolder::TemporaryFolder()
+    : path(newFolder())
+{
+}
 
 TemporaryFolder::~TemporaryFolder()
 {
@@ -85,7 +88,8 @@ std::int64_t Answer::integer(const char *key) const
 {
     const auto &value = (*this)[key];
     if (!value.IsInt64())
-        throw std::runtime_error(std::string(key) + " is no whole number in " + m_text.substr(0, 200));
+        throw std::runtime_error(
+            std::string(key) + " is no whole number in " + m_text.substr(0, 200));
     return value.GetInt64();
 }
 
@@ -152,12 +156,13 @@ static ExchangePtr exchangeOf(const Session &session, const Message &message)
 std::future<Answer> Session::askLater(Message message) const
 {
     auto promise = std::make_shared<std::promise<Answer>>();
-    m_harness->m_dispatcher->dispatch(exchangeOf(*this, message),
-        [promise](Reply reply) { promise->set_value(Answer(reply)); });
+    m_harness->m_dispatcher->dispatch(
+        exchangeOf(*this, message), [promise](Reply reply) { promise->set_value(Answer(reply)); });
     return promise->get_future();
 }
 
-Answer Session::upload(const std::string &fileName, const std::string &bytes, const std::string &md5) const
+Answer Session::upload(
+    const std::string &fileName, const std::string &bytes, const std::string &md5) const
 {
     Message message("upload");
     message.set("FileName", fileName).set("Email", email);
@@ -172,7 +177,8 @@ Answer Session::upload(Message message, const std::string &bytes) const
     Dispatcher &dispatcher = *m_harness->m_dispatcher;
     const auto wait = [&](void (Dispatcher::*step)(const ExchangePtr &, Completion)) {
         std::promise<Reply> promise;
-        (dispatcher.*step)(exchange, [&promise](Reply reply) { promise.set_value(std::move(reply)); });
+        (dispatcher.*step)(
+            exchange, [&promise](Reply reply) { promise.set_value(std::move(reply)); });
         return promise.get_future().get();
     };
     const Reply decided = wait(&Dispatcher::beginUpload);
@@ -199,8 +205,8 @@ ServiceHarness::ServiceHarness(const Adjust &adjust)
     m_clock = std::make_unique<Clock>();
     migrate(*m_db, m_clock->now());
     Transaction transaction(*m_db, Transaction::Kind::Write);
-    for (const char *role : { "Administrator", "Everything", "Reviewer", "Estimator", "Library reader",
-             "Library writer", "Bill writer" })
+    for (const char *role : { "Administrator", "Everything", "Reviewer", "Estimator",
+             "Library reader", "Library writer", "Bill writer" })
         addRole(*m_db, role, rightsOf(role));
     transaction.commit();
     m_environment = std::make_unique<Environment>(Environment { m_config, *m_clock, newUuid(), 1 });
@@ -216,7 +222,8 @@ ServiceHarness::~ServiceHarness()
     m_dispatcher.reset();
 }
 
-std::int64_t ServiceHarness::addUser(const std::string &email, const std::string &name, const std::string &role)
+std::int64_t ServiceHarness::addUser(
+    const std::string &email, const std::string &name, const std::string &role)
 {
     Transaction transaction(*m_db, Transaction::Kind::Write);
     const std::int64_t id = server::addUser(*m_db, m_clock->now(), email, name, "none");
@@ -242,8 +249,9 @@ Session ServiceHarness::join(const std::string &email, const std::string &role)
 std::vector<ServiceHarness::Sent> ServiceHarness::takeSent()
 {
     std::vector<Sent> sent;
-    m_db->each<std::int64_t, std::string, std::string, std::string, std::string, std::optional<std::int64_t>>(
-        "SELECT id, type, command, sender, payload, project_id FROM outbox WHERE id > :last ORDER BY id",
+    m_db->each<std::int64_t, std::string, std::string, std::string, std::string,
+        std::optional<std::int64_t>>("SELECT id, type, command, sender, payload, project_id FROM "
+                                     "outbox WHERE id > :last ORDER BY id",
         { { "last", m_lastSent } },
         [&](std::int64_t id, std::string type, std::string command, std::string sender,
             std::string payload, std::optional<std::int64_t> project) {
@@ -258,7 +266,8 @@ std::vector<ServiceHarness::Sent> ServiceHarness::takeSent()
 std::string guidOf(int n)
 {
     char text[48];
-    std::snprintf(text, sizeof text, "{%08X-AbCd-4abc-8def-0123456789ab}", static_cast<unsigned>(n));
+    std::snprintf(
+        text, sizeof text, "{%08X-AbCd-4abc-8def-0123456789ab}", static_cast<unsigned>(n));
     return text;
 }
 
@@ -288,20 +297,22 @@ Message newProject(const Session &creator, const std::string &guid, const std::s
     const std::string &kind)
 {
     Message message("newproject");
-    message.set("Type", kind).set("Name", name).set("ProjectGUID", guid).set("CreatorName", "whoever");
+    message.set("Type", kind)
+        .set("Name", name)
+        .set("ProjectGUID", guid)
+        .set("CreatorName", "whoever");
     return message.set("CreatorEmail", creator.email).set("Amount", "12.50").set("ProjectState", 0);
 }
 
-Answer save(const Session &session, const std::string &guid, std::int64_t version, const std::string &content)
+Answer save(const Session &session, const std::string &guid, std::int64_t version,
+    const std::string &content)
 {
     const std::string log = logName(guid, version + 1);
     const Message lock = Message("loglock").set("ProjectGUID", guid).set("LogVersion", version);
     const Answer locked = session.ask(Message(lock).set("ReleaseLock", false));
     if (locked.status() != 1 || locked.integer("Lock") != 1)
         return locked;
-    const auto release = [&] {
-        session.ask(Message(lock).set("ReleaseLock", true));
-    };
+    const auto release = [&] { session.ask(Message(lock).set("ReleaseLock", true)); };
     for (const auto &[name, bytes] : { std::pair(log, logArchive(log, content)),
              std::pair(guid + ".KVX", "file with " + content) }) {
         const Answer uploaded = session.upload(name, bytes);
@@ -333,7 +344,8 @@ Answer permit(const Session &owner, const std::string &guid,
         }
         array += '}';
     }
-    return owner.ask(Message("projectpermission").set("ProjectGUID", guid).raw("userperms", array + ']'));
+    return owner.ask(
+        Message("projectpermission").set("ProjectGUID", guid).raw("userperms", array + ']'));
 }
 
 } // namespace kvx::test

@@ -78,7 +78,8 @@ public:
     Answer ask(Message message) const;
     Answer askAs(Message message) const; ///< without adding anything
     std::future<Answer> askLater(Message message) const;
-    Answer upload(const std::string &fileName, const std::string &bytes, const std::string &md5 = {}) const;
+    Answer upload(
+        const std::string &fileName, const std::string &bytes, const std::string &md5 = {}) const;
     Answer upload(Message message, const std::string &bytes) const;
 
     const std::string email;
@@ -101,9 +102,11 @@ public:
 
     /// A user with that role (none when empty). Roles: "Administrator", "Everything", "Reviewer",
     /// "Estimator", "Library reader", "Library writer", "Bill writer".
-    std::int64_t addUser(const std::string &email, const std::string &name, const std::string &role = "Estimator");
+    std::int64_t addUser(
+        const std::string &email, const std::string &name, const std::string &role = "Estimator");
     Session login(const std::string &email, const std::string &device = "desk");
-    /// addUser and login; the name is the part of the address before "@" in upper case first letter.
+    /// addUser and login; the name is the part of the address before "@" in upper case first
+    /// letter.
     Session join(const std::string &email, const std::string &role = "Estimator");
 
     server::Db &db() { return *m_db; }

@@ -26,47 +26,67 @@ struct Crash : testing::Test {
         Watchdog::allow(110);
         for (const auto &[client, name] : { std::pair(&anna, "anna"), { &ben, "ben" } }) {
             server.addUser(std::string(name) + "@example.com", name, "correct horse battery");
-            ASSERT_EQ(client->login(std::string(name) + "@example.com", "correct horse battery", name).statusCode(), 1);
+            ASSERT_EQ(
+                client->login(std::string(name) + "@example.com", "correct horse battery", name)
+                    .statusCode(),
+                1);
         }
         const std::string email = R"("anna@example.com")";
-        ASSERT_EQ(anna.post(jsonObject({ { "service", "\"newproject\"" }, { "Type", "\"Tender\"" }, { "Name", "\"School\"" },
-                               { "ProjectGUID", jsonQuoted(guid) }, { "CreatorName", "\"\"" }, { "CreatorEmail", email },
-                               { "Email", email }, { "Amount", "\"\"" }, { "ProjectState", "0" } }))
-                      .statusCode(), 1);
+        ASSERT_EQ(
+            anna.post(jsonObject({ { "service", "\"newproject\"" }, { "Type", "\"Tender\"" },
+                          { "Name", "\"School\"" }, { "ProjectGUID", jsonQuoted(guid) },
+                          { "CreatorName", "\"\"" }, { "CreatorEmail", email }, { "Email", email },
+                          { "Amount", "\"\"" }, { "ProjectState", "0" } }))
+                .statusCode(),
+            1);
         ASSERT_EQ(ask(anna, "anna", "projectpermission",
-                      { { "userperms", R"([{"Email":"ben@example.com","ProjectRW":1}])" } }).statusCode(), 1);
+                      { { "userperms", R"([{"Email":"ben@example.com","ProjectRW":1}])" } })
+                      .statusCode(),
+            1);
     }
     HttpReply ask(HttpClient &client, const std::string &name, const std::string &service,
         std::vector<std::pair<std::string, std::string>> keys = {})
     {
-        keys.insert(keys.begin(), { { "service", jsonQuoted(service) }, { "ProjectGUID", jsonQuoted(guid) },
-                                      { "Email", jsonQuoted(name + "@example.com") } });
+        keys.insert(keys.begin(),
+            { { "service", jsonQuoted(service) }, { "ProjectGUID", jsonQuoted(guid) },
+                { "Email", jsonQuoted(name + "@example.com") } });
         return client.post(jsonObject(keys));
     }
     std::string lock(HttpClient &client, const std::string &name, int version, bool release = false)
     {
-        return ask(client, name, "loglock", { { "LogVersion", std::to_string(version) }, { "ReleaseLock", release ? "true" : "false" } })
+        return ask(client, name, "loglock",
+            { { "LogVersion", std::to_string(version) },
+                { "ReleaseLock", release ? "true" : "false" } })
             .member("Lock");
     }
     HttpReply merge(int version)
     {
-        return ask(anna, "anna", "sendservertomerge", { { "LogVersion", std::to_string(version) },
-            { "LogFilename", jsonQuoted(guid + "_log" + std::to_string(version + 1)) }, { "Amount", "\"1\"" } });
+        return ask(anna, "anna", "sendservertomerge",
+            { { "LogVersion", std::to_string(version) },
+                { "LogFilename", jsonQuoted(guid + "_log" + std::to_string(version + 1)) },
+                { "Amount", "\"1\"" } });
     }
     HttpReply upload(const std::string &name, const std::string &bytes)
     {
-        return anna.upload(jsonObject({ { "service", "\"upload\"" }, { "FileName", jsonQuoted(name) } }), bytes);
+        return anna.upload(
+            jsonObject({ { "service", "\"upload\"" }, { "FileName", jsonQuoted(name) } }), bytes);
     }
-    std::string logBytes(int version) { return logArchive(guid + "_log" + std::to_string(version), "changes " + std::to_string(version)); }
+    std::string logBytes(int version)
+    {
+        return logArchive(
+            guid + "_log" + std::to_string(version), "changes " + std::to_string(version));
+    }
     std::string fileBytes(int version) { return "project file " + std::to_string(version); }
     void stage(int version)
     {
-        ASSERT_EQ(upload(guid + "_log" + std::to_string(version), logBytes(version)).statusCode(), 1);
+        ASSERT_EQ(
+            upload(guid + "_log" + std::to_string(version), logBytes(version)).statusCode(), 1);
         ASSERT_EQ(upload(guid + ".KVX", fileBytes(version)).statusCode(), 1);
     }
     HttpReply download(const std::string &name)
     {
-        return ben.download(jsonObject({ { "service", "\"download\"" }, { "FileName", jsonQuoted(name) } }));
+        return ben.download(
+            jsonObject({ { "service", "\"download\"" }, { "FileName", jsonQuoted(name) } }));
     }
     int version() { return std::stoi(ask(ben, "ben", "getlogversion").member("LogVersion")); }
     void crash()
@@ -115,7 +135,8 @@ TEST_F(Crash, AroundTheMergeLeavesTheVersionBeforeOrAfterAndNothingBetween)
         expectWhole(now);
         committed += now - known;
         if (now == known) {
-            // The lock, the session and the stage are where they were: the same request goes through.
+            // The lock, the session and the stage are where they were: the same request goes
+            // through.
             ASSERT_EQ(merge(known).statusCode(), 1);
         } else {
             ASSERT_EQ(merge(known).statusCode(), 1) << "the repeat of a merge whose reply was lost";
@@ -145,7 +166,8 @@ TEST_F(Crash, DuringUploadsLeavesNothingPublishedAndTheSaveGoesOn)
         server.start();
         expectWhole(-1);
         EXPECT_EQ(download(guid + ".KVX").statusCode(), 606);
-        EXPECT_TRUE(std::filesystem::is_empty(server.dataFolder() + "/tmp")) << "swept at the start";
+        EXPECT_TRUE(std::filesystem::is_empty(server.dataFolder() + "/tmp"))
+            << "swept at the start";
     }
     stage(0);
     EXPECT_EQ(merge(-1).statusCode(), 1);
@@ -186,11 +208,13 @@ TEST_F(Crash, NeverGivesANumberTwice)
             HttpClient client(server.url());
             client.setCookie((i % 2 ? anna : ben).cookie());
             while (!ending) {
-                const HttpReply reply = ask(client, name, "allocateidrange", { { "NewRange", "true" } });
+                const HttpReply reply
+                    = ask(client, name, "allocateidrange", { { "NewRange", "true" } });
                 if (reply.statusCode() != 1)
                     continue;
                 const std::lock_guard<std::mutex> lock(mutex);
-                given.emplace_back(std::stoll(reply.member("MinID")), std::stoll(reply.member("MaxID")));
+                given.emplace_back(
+                    std::stoll(reply.member("MinID")), std::stoll(reply.member("MaxID")));
             }
         });
     }
@@ -215,7 +239,8 @@ TEST_F(Crash, NeverGivesANumberTwice)
 TEST_F(Crash, KeepsCheckOutsThatWereAnswered)
 {
     const auto checkOut = [&](HttpClient &client, const std::string &name, const std::string &ids) {
-        return ask(client, name, "checkout", { { "ModuleType", "1" }, { "NotifyOther", "false" }, { "IDs", jsonQuoted(ids) } });
+        return ask(client, name, "checkout",
+            { { "ModuleType", "1" }, { "NotifyOther", "false" }, { "IDs", jsonQuoted(ids) } });
     };
     ASSERT_EQ(checkOut(anna, "anna", "1;2;").statusCode(), 1);
     crash();

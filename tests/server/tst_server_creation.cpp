@@ -5,9 +5,10 @@ using namespace kvx::server;
 
 TEST_F(Projects, NewProjectIsRefusedInThisOrder)
 {
-    const auto create = [this](const std::string &name, const std::string &kind, const Session &who) {
-        return who.ask(newProject(who, guidOf(5), name, kind));
-    };
+    const auto create
+        = [this](const std::string &name, const std::string &kind, const Session &who) {
+              return who.ask(newProject(who, guidOf(5), name, kind));
+          };
     EXPECT_EQ(create("", "Tender", anna).status(), 100);
     EXPECT_EQ(create(std::string(201, 'a'), "Tender", anna).status(), 100);
     EXPECT_EQ(create("a\nb", "Tender", anna).status(), 100);
@@ -29,19 +30,22 @@ TEST_F(Projects, NewProjectIsRefusedInThisOrder)
 
 TEST_F(Projects, RolesDecideWhichKindsOneMayCreate)
 {
-    const std::vector<std::pair<std::string, std::string>> allowed = {
-        { "Administrator", "Estimate Tender Addendum BQLibrary ResourceLibrary" },
-        { "Everything", "Estimate Tender Addendum" }, { "Reviewer", "Estimate Tender Addendum" },
-        { "Library reader", "Estimate Tender Addendum" },
-        { "Library writer", "Estimate Tender Addendum BQLibrary ResourceLibrary" },
-        { "Bill writer", "Estimate Tender Addendum BQLibrary" }, { "", "" } };
+    const std::vector<std::pair<std::string, std::string>> allowed
+        = { { "Administrator", "Estimate Tender Addendum BQLibrary ResourceLibrary" },
+              { "Everything", "Estimate Tender Addendum" },
+              { "Reviewer", "Estimate Tender Addendum" },
+              { "Library reader", "Estimate Tender Addendum" },
+              { "Library writer", "Estimate Tender Addendum BQLibrary ResourceLibrary" },
+              { "Bill writer", "Estimate Tender Addendum BQLibrary" }, { "", "" } };
     int n = 100;
     for (const auto &[role, kinds] : allowed) {
         const Session user = harness.join("user" + std::to_string(n) + "@example.com", role);
-        for (const char *kind : { "Estimate", "Tender", "Addendum", "BQLibrary", "ResourceLibrary" }) {
+        for (const char *kind :
+            { "Estimate", "Tender", "Addendum", "BQLibrary", "ResourceLibrary" }) {
             ++n;
             const bool may = kinds.find(kind) != std::string::npos;
-            EXPECT_EQ(create(user, n, "P" + std::to_string(n), kind), may ? 1 : 300) << role << ' ' << kind;
+            EXPECT_EQ(create(user, n, "P" + std::to_string(n), kind), may ? 1 : 300)
+                << role << ' ' << kind;
         }
     }
 }
@@ -78,9 +82,13 @@ TEST_F(Projects, ASavedProjectIsNoRepeat)
 
 TEST_F(Projects, NamesAreUniqueWithoutRegardToCaseAndForm)
 {
-    ASSERT_EQ(create(anna, 1, "Stra\xC3\x9F" "e \xC3\x84gypten"), 1); // ß folds to ss, Ä composed
+    ASSERT_EQ(create(anna, 1,
+                  "Stra\xC3\x9F"
+                  "e \xC3\x84gypten"),
+        1); // ß folds to ss, Ä composed
     EXPECT_EQ(create(ben, 2, "STRASSE A\xCC\x88GYPTEN"), 311); // A and a combining diaeresis
-    EXPECT_EQ(ben.askAs(Message("existsproject").set("Name", "strasse \xC3\xA4gypten")).status(), 1);
+    EXPECT_EQ(
+        ben.askAs(Message("existsproject").set("Name", "strasse \xC3\xA4gypten")).status(), 1);
     EXPECT_EQ(ben.askAs(Message("existsproject").set("Name", "strasse")).status(), 316);
     EXPECT_EQ(create(ben, 3, std::string(200, 'x')), 1);
     std::string wide;
@@ -103,7 +111,8 @@ TEST_F(Projects, AHiddenProjectsNameCountsAsTakenAndARemovedOnesIsFree)
 TEST_F(Projects, GeneratedNamesAreFreeAndNeverTheSameTwice)
 {
     ASSERT_EQ(create(anna, 1, "project 2"), 1);
-    EXPECT_EQ(anna.askAs(Message("genprojectname")).json(), R"({"statuscode":1,"Name":"Project 1"})");
+    EXPECT_EQ(
+        anna.askAs(Message("genprojectname")).json(), R"({"statuscode":1,"Name":"Project 1"})");
     EXPECT_EQ(ben.askAs(Message("genprojectname")).text("Name"), "Project 3");
     EXPECT_EQ(anna.askAs(Message("genprojectname")).text("Name"), "Project 4");
 }
@@ -127,22 +136,33 @@ TEST_F(Projects, TheInnerLibraryBelongsToItsGuidAndToAdministrators)
     EXPECT_EQ(admin.ask(newProject(admin, guidOf(1), name, "ResourceLibrary")).status(), 300);
     EXPECT_EQ(admin.ask(newProject(admin, inner, name, "BQLibrary")).status(), 300);
     EXPECT_EQ(admin.ask(newProject(admin, inner, name, "ResourceLibrary")).status(), 1);
-    EXPECT_EQ(admin.ask(Message("renameproject").set("ProjectGUID", inner).set("OldName", name)
-                            .set("NewName", "Mine")).status(), 300);
+    EXPECT_EQ(admin
+                  .ask(Message("renameproject")
+                           .set("ProjectGUID", inner)
+                           .set("OldName", name)
+                           .set("NewName", "Mine"))
+                  .status(),
+        300);
     ASSERT_EQ(create(anna, 2, "Mine"), 1);
-    EXPECT_EQ(anna.ask(on("renameproject", 2).set("OldName", "Mine").set("NewName", "kvxINNERratelibrary"))
-                  .status(), 300);
+    EXPECT_EQ(
+        anna.ask(
+                on("renameproject", 2).set("OldName", "Mine").set("NewName", "kvxINNERratelibrary"))
+            .status(),
+        300);
 }
 
 TEST_F(Projects, AnAddendumCopiesTheRowsOfUsersWithAddendum)
 {
     const Session cora = harness.join("cora@example.com");
     ASSERT_EQ(create(anna, 1, "Base"), 1);
-    ASSERT_EQ(permit(anna, guid, { { "ben@example.com", "1,-1,1,2" }, { "cora@example.com", "0,1,-1,1" } })
-                  .status(), 1);
+    ASSERT_EQ(permit(anna, guid,
+                  { { "ben@example.com", "1,-1,1,2" }, { "cora@example.com", "0,1,-1,1" } })
+                  .status(),
+        1);
     harness.takeSent();
     const auto addendum = [](const Session &who, int n, const std::string &base) {
-        std::string json = newProject(who, guidOf(n), "Addendum " + std::to_string(n), "Addendum").json();
+        std::string json
+            = newProject(who, guidOf(n), "Addendum " + std::to_string(n), "Addendum").json();
         json.replace(json.find("newproject"), 10, "addendumproject");
         json.pop_back();
         Message message("addendumproject");
@@ -151,7 +171,8 @@ TEST_F(Projects, AnAddendumCopiesTheRowsOfUsersWithAddendum)
         message.set("Amount", "0").set("ProjectState", "1").set("BidStatus", 3);
         return who.ask(message.set("AddendumProjectGUID", base));
     };
-    EXPECT_EQ(addendum(cora, 5, guid).status(), 300) << "reads the project, but has no Addendum there";
+    EXPECT_EQ(addendum(cora, 5, guid).status(), 300)
+        << "reads the project, but has no Addendum there";
     EXPECT_EQ(addendum(ben, 5, "").status(), 310);
     EXPECT_EQ(addendum(ben, 5, guidOf(77)).status(), 310);
     EXPECT_EQ(addendum(ben, 5, guid).json(), R"({"statuscode":1})");
@@ -171,4 +192,3 @@ TEST_F(Projects, AnAddendumCopiesTheRowsOfUsersWithAddendum)
         R"({"Name":"Ben","Email":"ben@example.com","Permission":[{"ProjectRW":1},{"Money":1},{"Addendum":1},{"Report":1}]}])");
     EXPECT_EQ(cora.askAs(on("getproject", 5)).status(), 310);
 }
-

@@ -66,26 +66,38 @@ TEST(FileNames, TwoHundredNamesAreTakenForWhatTheyAre)
     std::vector<std::string> logs, badLogs, attachments, own, invalid;
     for (const char *version : { "0", "1", "9", "10", "100", "999999999", "123456789", "42" })
         logs.push_back(g + "_log" + version);
-    for (const char *version : { "", "00", "01", "007", "1000000000", "0000000001", "99999999999999999999" })
+    for (const char *version :
+        { "", "00", "01", "007", "1000000000", "0000000001", "99999999999999999999" })
         badLogs.push_back(g + "_log" + version);
-    for (const char *name : { "plan.pdf", "log-1", "log 1", "log1.zip", "Log1", "LOG0", "log1a", "a", "1", "x_y.z",
-             "with space.txt", "-dash", "_under", "a.b.c.d", "catalog5", "\xC3\x84 \xC3\xB6.txt", "con1.txt", "log_1" })
+    for (const char *name : { "plan.pdf", "log-1", "log 1", "log1.zip", "Log1", "LOG0", "log1a",
+             "a", "1", "x_y.z", "with space.txt", "-dash", "_under", "a.b.c.d", "catalog5",
+             "\xC3\x84 \xC3\xB6.txt", "con1.txt", "log_1" })
         attachments.push_back(g + '_' + name);
-    for (const char *name : { "notes.txt", "a", "0", "A-B_C.D", "report 2026.pdf", "KVX", "project.KVX",
-             "log1", "a.con", "console", "com10", "lpt", "\xE4\xBB\xB6.txt", "e\xCC\x81t\xC3\xA9.doc", "aux1" })
+    for (const char *name : { "notes.txt", "a", "0", "A-B_C.D", "report 2026.pdf", "KVX",
+             "project.KVX", "log1", "a.con", "console", "com10", "lpt", "\xE4\xBB\xB6.txt",
+             "e\xCC\x81t\xC3\xA9.doc", "aux1" })
         own.push_back(name);
     own.push_back(std::string(120, 'n'));
-    for (const char *name : { "", " ", ".", "..", "...", ".hidden", "trail.", "trail ", " lead", "a/b", "/a", "a\\b",
-             "..\\a", "../a", "a/../b", "a..b", "C:a", "a:b", "a*", "a?", "\"a\"", "<a>", "a|b", "a\tb", "a\nb", "a\rb",
-             "a\x7F" "b", "\x01", "con", "CON", "Con.txt", "nul", "NUL.tar.gz", "aux.h", "prn", "com1", "COM9.x", "lpt0",
-             "com0", "conin$", "a$", "a%b", "%2e%2e", "a&b", "a;b", "a=b", "a+b", "a@b", "a#b", "~a", "a'b", "`a`",
-             "{a}", "(a)", "[a]", "a,b", "a!b", "\xFF\xFE", "\xC3", "a\xC2\xA0" "b", "a\xE2\x80\xAE" "b",
-             "\xE2\x80\xA8", "\xF0\x9F\x98\x80", "a\xEF\xBB\xBF", "\xE2\x88\x95", "\xEF\xBC\x8F", "a\xC2\x85" })
+    for (const char *name : { "", " ", ".", "..", "...", ".hidden", "trail.", "trail ", " lead",
+             "a/b", "/a", "a\\b", "..\\a", "../a", "a/../b", "a..b", "C:a", "a:b", "a*", "a?",
+             "\"a\"", "<a>", "a|b", "a\tb", "a\nb", "a\rb",
+             "a\x7F"
+             "b",
+             "\x01", "con", "CON", "Con.txt", "nul", "NUL.tar.gz", "aux.h", "prn", "com1", "COM9.x",
+             "lpt0", "com0", "conin$", "a$", "a%b", "%2e%2e", "a&b", "a;b", "a=b", "a+b", "a@b",
+             "a#b", "~a", "a'b", "`a`", "{a}", "(a)", "[a]", "a,b", "a!b", "\xFF\xFE", "\xC3",
+             "a\xC2\xA0"
+             "b",
+             "a\xE2\x80\xAE"
+             "b",
+             "\xE2\x80\xA8", "\xF0\x9F\x98\x80", "a\xEF\xBB\xBF", "\xE2\x88\x95", "\xEF\xBC\x8F",
+             "a\xC2\x85" })
         invalid.push_back(name);
     invalid.push_back(std::string(121, 'n'));
     invalid.push_back(std::string("a\0b", 3));
-    for (const char *name : { "", "_", ".kvx", ".KVX2", ".KVX ", "KVX", " .KVX", "_.hidden", "_../x", "_a/b", "_con", "_a..b",
-             "__", "_nul.txt", "_a\\b", "/x", "_ x", "_x ", "-x", "log1", ".log1" })
+    for (const char *name :
+        { "", "_", ".kvx", ".KVX2", ".KVX ", "KVX", " .KVX", "_.hidden", "_../x", "_a/b", "_con",
+            "_a..b", "__", "_nul.txt", "_a\\b", "/x", "_ x", "_x ", "-x", "log1", ".log1" })
         invalid.push_back(g + name);
     attachments.push_back(g + "___");
     invalid.erase(std::find(invalid.begin(), invalid.end(), g + "__"));
@@ -128,7 +140,8 @@ TEST(LogArchives, AreCheckedInsideOut)
     EXPECT_EQ(fault(logArchive("log2", "x")), "its entry must be named log1");
     EXPECT_EQ(fault(logArchive("../log1", "x")), "its entry must be named log1");
     EXPECT_EQ(fault(logArchive("log1/", "")), "its entry must be named log1");
-    EXPECT_EQ(fault(logArchive("log1", std::string(4 << 20, 'a'))), "its entry unpacks to more than 200 times its size");
+    EXPECT_EQ(fault(logArchive("log1", std::string(4 << 20, 'a'))),
+        "its entry unpacks to more than 200 times its size");
     std::string damaged = good;
     damaged[good.find("some") + 1] = 'X';
     EXPECT_EQ(fault(damaged), "its entry is damaged");
@@ -157,13 +170,15 @@ TEST(LogArchives, WithTwoEntriesAPasswordOrALinkAreRefused)
     EXPECT_EQ(make([](zip_t *) {}), "none");
     EXPECT_EQ(make([](zip_t *archive) {
         zip_file_add(archive, "more", zip_source_buffer(archive, "x", 1, 0), 0);
-    }), "it must hold exactly one entry");
-    EXPECT_EQ(make([](zip_t *archive) {
-        zip_file_set_encryption(archive, 0, ZIP_EM_AES_256, "secret");
-    }), "it has a password");
+    }),
+        "it must hold exactly one entry");
+    EXPECT_EQ(
+        make([](zip_t *archive) { zip_file_set_encryption(archive, 0, ZIP_EM_AES_256, "secret"); }),
+        "it has a password");
     EXPECT_EQ(make([](zip_t *archive) {
         zip_file_set_external_attributes(archive, 0, 0, ZIP_OPSYS_UNIX, 0120777u << 16);
-    }), "its entry is no ordinary file");
+    }),
+        "its entry is no ordinary file");
 }
 
 TEST_F(Files, TheFirstProjectFileBecomesTheBaseAtOnce)
@@ -180,7 +195,8 @@ TEST_F(Files, TheFirstProjectFileBecomesTheBaseAtOnce)
     EXPECT_EQ(anna.upload(guid + ".KVX", "other").status(), 607);
     EXPECT_EQ(download(ben, guid + ".KVX").fileBytes(), "base");
     EXPECT_EQ(save(anna, guid, -1).status(), 1);
-    EXPECT_EQ(anna.upload(guid + ".KVX", "base").status(), 600) << "after the first save the lock is needed";
+    EXPECT_EQ(anna.upload(guid + ".KVX", "base").status(), 600)
+        << "after the first save the lock is needed";
 }
 
 TEST_F(Files, ReadingAForeignFileLooksLikeAMissingOne)
@@ -239,7 +255,8 @@ TEST_F(Files, DigestsAndIdentitiesInTheRequestMustFit)
     EXPECT_EQ(anna.upload("notes.txt", "bytes", md5("other")).status(), 107);
     EXPECT_EQ(anna.upload("notes.txt", "bytes", "abc").status(), 100);
     const auto upload = [&](const char *key, const std::string &value) {
-        return anna.upload(Message("upload").set("FileName", guid + "_a").set(key, value), "x").status();
+        return anna.upload(Message("upload").set("FileName", guid + "_a").set(key, value), "x")
+            .status();
     };
     EXPECT_EQ(upload("email", "ben@example.com"), 301);
     EXPECT_EQ(upload("Email", "ben@example.com"), 301);
@@ -248,7 +265,8 @@ TEST_F(Files, DigestsAndIdentitiesInTheRequestMustFit)
     EXPECT_EQ(upload("ProjectGUID", guidOf(2)), 100);
     EXPECT_EQ(upload("Whatever", "ignored"), 1);
     EXPECT_EQ(anna.upload(Message("upload"), "x").status(), 100);
-    EXPECT_EQ(anna.askAs(Message("upload").set("FileName", "a.txt")).status(), 100) << "without a file";
+    EXPECT_EQ(anna.askAs(Message("upload").set("FileName", "a.txt")).status(), 100)
+        << "without a file";
 }
 
 TEST_F(Files, BlobsAreNamedByTheirDigestAndKeptOnce)
@@ -256,14 +274,17 @@ TEST_F(Files, BlobsAreNamedByTheirDigestAndKeptOnce)
     ASSERT_EQ(anna.upload("a.txt", "same").status(), 1);
     ASSERT_EQ(ben.upload("b.txt", "same").status(), 1);
     const std::string digest = sha256("same");
-    const std::string path = harness.folder() + "/blobs/" + digest.substr(0, 2) + '/' + digest.substr(2, 2) + '/' + digest;
-    struct stat status {};
+    const std::string path = harness.folder() + "/blobs/" + digest.substr(0, 2) + '/'
+        + digest.substr(2, 2) + '/' + digest;
+    struct stat status { };
     ASSERT_EQ(stat(path.c_str(), &status), 0);
     EXPECT_EQ(harness.db().value<int>("SELECT count(*) FROM blob").value(), 1);
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!std::filesystem::is_empty(harness.folder() + "/tmp") && std::chrono::steady_clock::now() < limit)
+    while (!std::filesystem::is_empty(harness.folder() + "/tmp")
+        && std::chrono::steady_clock::now() < limit)
         std::this_thread::yield();
-    EXPECT_TRUE(std::filesystem::is_empty(harness.folder() + "/tmp")) << "temporaries go with their request";
+    EXPECT_TRUE(std::filesystem::is_empty(harness.folder() + "/tmp"))
+        << "temporaries go with their request";
 }
 
 TEST_F(Files, ABlobThatWasSweptWhileItsUploadRanIsPutBack)

@@ -21,7 +21,8 @@ struct Groups : testing::Test {
     }
     int rename(const Session &who, const std::string &from, const std::string &to)
     {
-        return who.askAs(Message("renameprojectgroup").set("OldName", from).set("NewName", to)).status();
+        return who.askAs(Message("renameprojectgroup").set("OldName", from).set("NewName", to))
+            .status();
     }
     int exists(const std::string &name)
     {
@@ -30,8 +31,11 @@ struct Groups : testing::Test {
     void put(int n, const std::string &info)
     {
         ASSERT_EQ(anna.ask(newProject(anna, guidOf(n), "P" + std::to_string(n))).status(), 1);
-        ASSERT_EQ(anna.ask(Message("updateprojectadditionalinfo").set("ProjectGUID", guidOf(n))
-                               .raw("AdditionalInfo", info)).status(), 1);
+        ASSERT_EQ(anna.ask(Message("updateprojectadditionalinfo")
+                               .set("ProjectGUID", guidOf(n))
+                               .raw("AdditionalInfo", info))
+                      .status(),
+            1);
     }
 };
 
@@ -90,9 +94,11 @@ TEST_F(Groups, RenamingReachesTheirProjectsAndIsAnnouncedForEach)
     const auto sent = harness.takeSent();
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_EQ(sent[0].command, "UpdateAddionalInfo");
-    EXPECT_EQ(sent[0].content, "{\"Command\":\"UpdateAddionalInfo\",\"ProjectGUID\":\"" + guidOf(1)
+    EXPECT_EQ(sent[0].content,
+        "{\"Command\":\"UpdateAddionalInfo\",\"ProjectGUID\":\"" + guidOf(1)
             + R"(","AdditionalInfo":{"a":1,"Group":"Colleges","b":[2]}})");
-    EXPECT_EQ(sent[1].content, "{\"Command\":\"UpdateAddionalInfo\",\"ProjectGUID\":\"" + guidOf(3)
+    EXPECT_EQ(sent[1].content,
+        "{\"Command\":\"UpdateAddionalInfo\",\"ProjectGUID\":\"" + guidOf(3)
             + R"(","AdditionalInfo":{"Group":"Colleges"}})");
     const Answer other = anna.askAs(Message("getproject").set("ProjectGUID", guidOf(2)));
     EXPECT_STREQ(other["Project"]["AdditionalInfo"].GetString(), R"({"Group":"Bridges"})");
@@ -106,11 +112,14 @@ TEST_F(Groups, NoMoreThanAThousandProjectsAreRenamedAtOnce)
     put(1, R"({"Group":"Schools"})");
     Transaction transaction(harness.db(), Transaction::Kind::Write);
     for (int i = 2; i <= 1001; ++i) {
-        harness.db().run("INSERT INTO project (id, guid, guid_key, name, name_key, live_name_key, kind, creator_id,"
-                         " created, editor_id, modified, info) SELECT :id, :guid, :key, :name, :k, :live, kind,"
-                         " creator_id, created, editor_id, modified, info FROM project WHERE id = 1",
-            { { "id", 1000 + i }, { "guid", guidOf(i) }, { "key", guidOf(i) }, { "name", std::to_string(i) },
-                { "k", std::to_string(i) }, { "live", std::to_string(i) } });
+        harness.db().run(
+            "INSERT INTO project (id, guid, guid_key, name, name_key, live_name_key, kind, "
+            "creator_id,"
+            " created, editor_id, modified, info) SELECT :id, :guid, :key, :name, :k, :live, kind,"
+            " creator_id, created, editor_id, modified, info FROM project WHERE id = 1",
+            { { "id", 1000 + i }, { "guid", guidOf(i) }, { "key", guidOf(i) },
+                { "name", std::to_string(i) }, { "k", std::to_string(i) },
+                { "live", std::to_string(i) } });
     }
     transaction.commit();
     EXPECT_EQ(rename(anna, "Schools", "Colleges"), 102);

@@ -27,14 +27,19 @@ struct Items : testing::Test {
         ASSERT_EQ(permit(anna, guid, { { "ben@example.com", "1,1,1,1" } }).status(), 1);
         harness.takeSent();
     }
-    Answer checkOut(const Session &session, const std::string &ids, bool notify = false, int module = 3)
+    Answer checkOut(
+        const Session &session, const std::string &ids, bool notify = false, int module = 3)
     {
-        return session.ask(Message("checkout").set("ProjectGUID", guid).set("ModuleType", module)
-                               .set("NotifyOther", notify).set("IDs", ids));
+        return session.ask(Message("checkout")
+                               .set("ProjectGUID", guid)
+                               .set("ModuleType", module)
+                               .set("NotifyOther", notify)
+                               .set("IDs", ids));
     }
     Answer checkIn(const Session &session, const std::string &ids, int module = 3)
     {
-        return session.ask(Message("checkin").set("ProjectGUID", guid).set("ModuleType", module).set("IDs", ids));
+        return session.ask(
+            Message("checkin").set("ProjectGUID", guid).set("ModuleType", module).set("IDs", ids));
     }
     Answer checkInAll(const Session &session, int project = 1)
     {
@@ -51,8 +56,8 @@ struct Items : testing::Test {
             if (!name.empty())
                 name[0] = static_cast<char>(std::tolower(name[0]));
             EXPECT_EQ(email.substr(0, email.find('@')), name);
-            all += (all.empty() ? "" : ", ") + std::to_string(item["ID"].GetInt()) + ' ' + name + ' '
-                + std::to_string(item["State"].GetInt());
+            all += (all.empty() ? "" : ", ") + std::to_string(item["ID"].GetInt()) + ' ' + name
+                + ' ' + std::to_string(item["State"].GetInt());
         }
         return all;
     }
@@ -71,7 +76,8 @@ struct Items : testing::Test {
             content.Parse(message.content.c_str());
             EXPECT_EQ(content.MemberCount(), 3u);
             EXPECT_EQ(content["Command"].GetString(), message.command);
-            all += (all.empty() ? "" : " ") + message.command + std::to_string(content["ModuleType"].GetInt());
+            all += (all.empty() ? "" : " ") + message.command
+                + std::to_string(content["ModuleType"].GetInt());
         }
         return all;
     }
@@ -88,8 +94,8 @@ TEST(ItemIds, AreReadFromText)
     EXPECT_EQ(parseItemIds("5;"), Ids { 5 });
     EXPECT_EQ(parseItemIds("7;0;2147483647;7;"), (Ids { 0, 7, 2147483647 }));
     EXPECT_EQ(parseItemIds("007;"), Ids { 7 });
-    for (const char *bad : { ";", ";;", "5;;", "-1;", "-0;", "+1;", " 1;", "1 ;", "1,2", "a;", "1a;", "2147483648;",
-             "99999999999999999999;", "1.0;", "0x1;", "1;\n", "5; 6;" })
+    for (const char *bad : { ";", ";;", "5;;", "-1;", "-0;", "+1;", " 1;", "1 ;", "1,2", "a;",
+             "1a;", "2147483648;", "99999999999999999999;", "1.0;", "0x1;", "1;\n", "5; 6;" })
         EXPECT_THROW(parseItemIds(bad), BadRequest) << bad;
     std::string many;
     for (int i = 0; i < 500'000; ++i)
@@ -101,7 +107,8 @@ TEST(ItemIds, AreReadFromText)
 TEST_F(Items, ACheckOutAnswersOneEntryForEachId)
 {
     const Answer answer = checkOut(anna, "7;5;7;6");
-    EXPECT_EQ(answer.json(), R"({"statuscode":1,"CheckoutInfo":[)"
+    EXPECT_EQ(answer.json(),
+        R"({"statuscode":1,"CheckoutInfo":[)"
         R"({"ID":5,"Email":"anna@example.com","Name":"Anna","State":1},)"
         R"({"ID":6,"Email":"anna@example.com","Name":"Anna","State":1},)"
         R"({"ID":7,"Email":"anna@example.com","Name":"Anna","State":1}]})");
@@ -121,7 +128,8 @@ TEST_F(Items, ACheckOutIsAllOrNothing)
     const Answer refused = checkOut(ben, "3;4;5;6;", true);
     EXPECT_EQ(refused.status(), 620);
     EXPECT_EQ(refused.text("message"), "1 of the items are checked out by others.");
-    EXPECT_EQ(infoOf(refused), "5 anna 1, 3 ben 1, 4 ben 0, 6  0") << "others' first, each in its true state";
+    EXPECT_EQ(infoOf(refused), "5 anna 1, 3 ben 1, 4 ben 0, 6  0")
+        << "others' first, each in its true state";
     EXPECT_EQ(sent(), "") << "a refused check-out announces nothing";
     EXPECT_EQ(number("SELECT count(*) FROM item WHERE state = 1"), 2);
     EXPECT_EQ(checkOut(ben, "4;6;").status(), 1);
@@ -163,7 +171,9 @@ TEST_F(Items, RefusalsComeWithAnEmptyList)
 {
     EXPECT_EQ(checkOut(rita, "5;").json().find(R"({"statuscode":300)"), 0u);
     EXPECT_EQ(infoOf(checkOut(rita, "5;")), "");
-    ASSERT_EQ(admin.ask(Message("projectlock").set("ProjectGUID", guid).set("ReleaseLock", false)).status(), 1);
+    ASSERT_EQ(admin.ask(Message("projectlock").set("ProjectGUID", guid).set("ReleaseLock", false))
+                  .status(),
+        1);
     const Answer locked = checkOut(anna, "5;");
     EXPECT_EQ(locked.status(), 314);
     EXPECT_EQ(infoOf(locked), "");
@@ -183,7 +193,9 @@ TEST_F(Items, InMaintenanceOneReadsAndChecksIn)
     EXPECT_EQ(sent(), "");
     EXPECT_EQ(checkIn(anna, "5;").status(), 1);
     EXPECT_EQ(checkInAll(anna).status(), 1);
-    EXPECT_EQ(anna.ask(Message("allocateidrange").set("ProjectGUID", guid).set("NewRange", true)).status(), 104);
+    EXPECT_EQ(anna.ask(Message("allocateidrange").set("ProjectGUID", guid).set("NewRange", true))
+                  .status(),
+        104);
 }
 
 TEST_F(Items, CheckInFreesOnesOwnItemsOnly)
@@ -211,15 +223,18 @@ TEST_F(Items, ThePictureTellsOnceWhatWasFreedOnEachConnection)
     EXPECT_EQ(picture(ben), "1 anna 1, 2 anna 1, 3 anna 1");
     ASSERT_EQ(checkIn(anna, "2;").status(), 1);
     EXPECT_EQ(picture(ben), "1 anna 1, 3 anna 1, 2 anna 0");
-    EXPECT_EQ(picture(ben), "1 anna 1, 3 anna 1") << "the second request proves that the first reply came";
+    EXPECT_EQ(picture(ben), "1 anna 1, 3 anna 1")
+        << "the second request proves that the first reply came";
     Session again = ben;
     again.connection = 1000;
-    EXPECT_EQ(picture(again), "1 anna 1, 3 anna 1, 2 anna 0") << "on another connection nothing is proven";
+    EXPECT_EQ(picture(again), "1 anna 1, 3 anna 1, 2 anna 0")
+        << "on another connection nothing is proven";
     ASSERT_EQ(checkIn(anna, "1;").status(), 1);
     ASSERT_EQ(checkOut(anna, "2;").status(), 1);
     EXPECT_EQ(picture(ben), "2 anna 1, 3 anna 1, 1 anna 0");
     EXPECT_EQ(picture(again), "2 anna 1, 3 anna 1, 1 anna 0");
-    harness.db().run("UPDATE item SET at = at - :days WHERE state = 0", { { "days", 8 * 86'400'000LL } });
+    harness.db().run(
+        "UPDATE item SET at = at - :days WHERE state = 0", { { "days", 8 * 86'400'000LL } });
     again.connection = 1001;
     EXPECT_EQ(picture(again), "2 anna 1, 3 anna 1") << "what was freed long ago is told no more";
 }
@@ -265,19 +280,30 @@ TEST_F(Items, CheckStatesAreCopiedToWhoMayWriteThere)
     ASSERT_EQ(checkOut(anna, "1;2;").status(), 1);
     ASSERT_EQ(checkOut(ben, "3;4;").status(), 1);
     ASSERT_EQ(checkOut(admin, "5;", false, 6).status(), 1);
-    ASSERT_EQ(admin.ask(Message("checkout").set("ProjectGUID", guidOf(2)).set("ModuleType", 3)
-                            .set("NotifyOther", false).set("IDs", "2;")).status(), 1);
+    ASSERT_EQ(admin
+                  .ask(Message("checkout")
+                           .set("ProjectGUID", guidOf(2))
+                           .set("ModuleType", 3)
+                           .set("NotifyOther", false)
+                           .set("IDs", "2;"))
+                  .status(),
+        1);
     harness.takeSent();
     const auto copy = [](const Session &who, int from, int to) {
-        return who.askAs(Message("copycheckstate").set("oldProjectGuid", guidOf(from)).set("newProjectGuid", guidOf(to)));
+        return who.askAs(Message("copycheckstate")
+                             .set("oldProjectGuid", guidOf(from))
+                             .set("newProjectGuid", guidOf(to)));
     };
     EXPECT_EQ(copy(ben, 1, 2).status(), 310);
     EXPECT_EQ(copy(anna, 7, 2).status(), 310);
     EXPECT_EQ(copy(rita, 1, 2).status(), 300);
     EXPECT_EQ(copy(anna, 1, 2).json(), R"({"statuscode":1})");
     EXPECT_EQ(sent(), "CheckOut3 CheckOut6");
-    const Answer state = rita.ask(Message("checkout").set("ProjectGUID", guidOf(2)).set("ModuleType", 3)
-                                      .set("NotifyOther", false).set("IDs", ""));
+    const Answer state = rita.ask(Message("checkout")
+                                      .set("ProjectGUID", guidOf(2))
+                                      .set("ModuleType", 3)
+                                      .set("NotifyOther", false)
+                                      .set("IDs", ""));
     EXPECT_EQ(infoOf(state), "1 anna 1, 2 root 1") << "Ben may not write there";
     EXPECT_EQ(copy(anna, 1, 2).status(), 1);
     EXPECT_EQ(sent(), "") << "a repeat changes nothing";
@@ -298,12 +324,14 @@ namespace {
 struct Blocks : Items {
     Answer allocate(const Session &session, bool fresh)
     {
-        return session.ask(Message("allocateidrange").set("ProjectGUID", guid).set("NewRange", fresh));
+        return session.ask(
+            Message("allocateidrange").set("ProjectGUID", guid).set("NewRange", fresh));
     }
     static std::string range(const Answer &answer)
     {
         EXPECT_EQ(answer.keys(), "statuscode MinID MaxID") << answer.json();
-        return std::to_string(answer.integer("MinID")) + '-' + std::to_string(answer.integer("MaxID"));
+        return std::to_string(answer.integer("MinID")) + '-'
+            + std::to_string(answer.integer("MaxID"));
     }
 };
 
@@ -360,7 +388,8 @@ TEST_F(Blocks, AreDisjointOverTenThousandRangesOfEightClients)
     constexpr int each = 1250;
     std::vector<Session> sessions;
     for (int i = 0; i < clients; ++i)
-        sessions.push_back(harness.login(i % 2 ? "anna@example.com" : "ben@example.com", "device " + std::to_string(i)));
+        sessions.push_back(harness.login(
+            i % 2 ? "anna@example.com" : "ben@example.com", "device " + std::to_string(i)));
     std::vector<std::vector<std::pair<std::int64_t, std::int64_t>>> given(clients);
     std::vector<std::thread> threads;
     for (int i = 0; i < clients; ++i) {
@@ -371,7 +400,8 @@ TEST_F(Blocks, AreDisjointOverTenThousandRangesOfEightClients)
                     --n;
                     continue;
                 }
-                given[static_cast<std::size_t>(i)].emplace_back(answer.integer("MinID"), answer.integer("MaxID"));
+                given[static_cast<std::size_t>(i)].emplace_back(
+                    answer.integer("MinID"), answer.integer("MaxID"));
             }
         });
     }

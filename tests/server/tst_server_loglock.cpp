@@ -17,7 +17,10 @@ namespace {
 const std::string guid = guidOf(1);
 
 struct LogLock : testing::Test {
-    explicit LogLock(ServiceHarness::Adjust adjust = {}) : harness(adjust) {}
+    explicit LogLock(ServiceHarness::Adjust adjust = {})
+        : harness(adjust)
+    {
+    }
 
     ServiceHarness harness;
     Session anna = harness.join("anna@example.com");
@@ -27,11 +30,16 @@ struct LogLock : testing::Test {
     void SetUp() override
     {
         ASSERT_EQ(anna.ask(newProject(anna, guid, "School")).status(), 1);
-        ASSERT_EQ(permit(anna, guid, { { "ben@example.com", "1,1,1,1" }, { "cora@example.com", "1,1,1,1" } })
-                      .status(), 1);
+        ASSERT_EQ(permit(anna, guid,
+                      { { "ben@example.com", "1,1,1,1" }, { "cora@example.com", "1,1,1,1" } })
+                      .status(),
+            1);
     }
     Message on(const char *service) { return Message(service).set("ProjectGUID", guid); }
-    Message acquire(std::int64_t version) { return on("loglock").set("LogVersion", version).set("ReleaseLock", false); }
+    Message acquire(std::int64_t version)
+    {
+        return on("loglock").set("LogVersion", version).set("ReleaseLock", false);
+    }
     std::int64_t lock(const Session &session, std::int64_t version)
     {
         const Answer answer = session.ask(acquire(version));
@@ -46,14 +54,18 @@ struct LogLock : testing::Test {
     }
     void release(const Session &session, std::int64_t version)
     {
-        const Answer answer = session.ask(on("loglock").set("LogVersion", version).set("ReleaseLock", true));
+        const Answer answer
+            = session.ask(on("loglock").set("LogVersion", version).set("ReleaseLock", true));
         EXPECT_EQ(answer.json(), R"({"statuscode":1,"Lock":0})");
     }
     /// The writing queue is in order: what was asked before has been judged when this returns.
     void settle() { anna.askAs(Message("genprojectname")); }
     std::int64_t number(const char *sql) { return harness.db().value<std::int64_t>(sql).value(); }
     std::int64_t generation() { return number("SELECT lock_gen FROM project"); }
-    bool isTaken() { return number("SELECT count(*) FROM project WHERE lock_session IS NOT NULL") == 1; }
+    bool isTaken()
+    {
+        return number("SELECT count(*) FROM project WHERE lock_session IS NOT NULL") == 1;
+    }
     void stageLog(const Session &session, std::int64_t version)
     {
         const std::string log = guid + "_log" + std::to_string(version);
@@ -66,21 +78,30 @@ struct LogLock : testing::Test {
 };
 
 struct ShortHold : LogLock {
-    ShortHold() : LogLock([](Config &config) { config.lockHold = 150; }) {}
+    ShortHold()
+        : LogLock([](Config &config) { config.lockHold = 150; })
+    {
+    }
 };
 
 struct ShortLease : LogLock {
-    ShortLease() : LogLock([](Config &config) {
-        config.lockLease = 400;
-        config.lockHold = 20'000;
-    }) {}
+    ShortLease()
+        : LogLock([](Config &config) {
+            config.lockLease = 400;
+            config.lockHold = 20'000;
+        })
+    {
+    }
 };
 
 struct RenewedLease : LogLock {
-    RenewedLease() : LogLock([](Config &config) {
-        config.lockLease = 3'000;
-        config.lockHold = 30'000;
-    }) {}
+    RenewedLease()
+        : LogLock([](Config &config) {
+            config.lockLease = 3'000;
+            config.lockHold = 30'000;
+        })
+    {
+    }
 };
 
 } // namespace
@@ -107,8 +128,11 @@ TEST_F(LogLock, ZeroIsAnsweredExactlyWhenTheClientIsBehind)
         harness.db().run("UPDATE project SET log_version = :v", { { "v", server } });
         for (std::int64_t client = -1; client <= 8; ++client) {
             EXPECT_EQ(lock(anna, client), client < server ? 0 : 1) << client << ' ' << server;
-            const std::int64_t merged = anna.ask(on("sendservertomerge").set("LogVersion", client)
-                    .set("LogFilename", "x").set("Amount", "")).status();
+            const std::int64_t merged = anna.ask(on("sendservertomerge")
+                                                     .set("LogVersion", client)
+                                                     .set("LogFilename", "x")
+                                                     .set("Amount", ""))
+                                            .status();
             if (client >= server) {
                 EXPECT_EQ(merged, client > server ? 602 : 604) << client << ' ' << server;
             }
@@ -164,7 +188,8 @@ TEST_F(LogLock, StrangersSeeNoProject)
 {
     const Session stranger = harness.join("sam@example.com");
     EXPECT_EQ(stranger.ask(acquire(-1)).status(), 310);
-    EXPECT_EQ(anna.ask(on("loglock").set("LogVersion", -2).set("ReleaseLock", false)).status(), 100);
+    EXPECT_EQ(
+        anna.ask(on("loglock").set("LogVersion", -2).set("ReleaseLock", false)).status(), 100);
     EXPECT_EQ(anna.ask(on("loglock").set("LogVersion", -1)).status(), 100);
 }
 
@@ -178,7 +203,8 @@ TEST_F(ShortHold, ABusyLockIsAnsweredTwoWithItsHolder)
     EXPECT_EQ(busy.integer("Lock"), 2);
     EXPECT_EQ(busy.text("HolderName"), "Anna");
     EXPECT_EQ(busy.text("HolderEmail"), "anna@example.com");
-    EXPECT_EQ(lock(harness.login("anna@example.com", "laptop"), -1), 2) << "another session of the same user";
+    EXPECT_EQ(lock(harness.login("anna@example.com", "laptop"), -1), 2)
+        << "another session of the same user";
 }
 
 TEST_F(ShortHold, OneWaitingSaveIsHeldBackSixTimesAtMost)
@@ -233,8 +259,12 @@ TEST_F(LogLock, APublishedVersionSendsWaitersToSynchroniseAndTheyKeepTheirPlaces
     stageLog(anna, 0);
     ASSERT_EQ(anna.upload(guid + ".KVX", "file").status(), 1);
     EXPECT_FALSE(isReady(first));
-    ASSERT_EQ(anna.ask(on("sendservertomerge").set("LogVersion", -1).set("LogFilename", guid + "_log0")
-                           .set("Amount", "")).status(), 1);
+    ASSERT_EQ(anna.ask(on("sendservertomerge")
+                           .set("LogVersion", -1)
+                           .set("LogFilename", guid + "_log0")
+                           .set("Amount", ""))
+                  .status(),
+        1);
     ASSERT_TRUE(isReady(first, 4s) && isReady(second, 4s));
     EXPECT_EQ(first.get().integer("Lock"), 0);
     EXPECT_EQ(second.get().integer("Lock"), 0);
@@ -281,7 +311,8 @@ TEST_F(LogLock, AHolderWithoutAccessCanStillReleaseIt)
     EXPECT_TRUE(isTaken());
     release(chief, -1);
     EXPECT_FALSE(isTaken());
-    EXPECT_EQ(chief.ask(on("loglock").set("LogVersion", -1).set("ReleaseLock", true)).status(), 310);
+    EXPECT_EQ(
+        chief.ask(on("loglock").set("LogVersion", -1).set("ReleaseLock", true)).status(), 310);
 }
 
 TEST_F(LogLock, AStoppingServerAnswersWhoWaits)
@@ -313,7 +344,10 @@ TEST_F(ShortLease, TheLateSaveOfAFormerHolderIsRefused)
     ASSERT_EQ(anna.upload(guid + ".KVX", "anna's").status(), 1);
     ASSERT_EQ(lock(ben, -1), 1);
     stageLog(ben, 0);
-    const Message merge = on("sendservertomerge").set("LogVersion", -1).set("LogFilename", guid + "_log0").set("Amount", "");
+    const Message merge = on("sendservertomerge")
+                              .set("LogVersion", -1)
+                              .set("LogFilename", guid + "_log0")
+                              .set("Amount", "");
     EXPECT_EQ(anna.ask(merge).status(), 600);
     EXPECT_EQ(anna.upload(guid + "_log0", logArchive(guid + "_log0", "late")).status(), 600);
     EXPECT_EQ(ben.ask(merge).status(), 603) << "nothing of the former holder is merged";
@@ -328,8 +362,12 @@ TEST_F(ShortLease, WhileNobodyTakesItTheHoldersNextRequestRenewsALeaseThatRanOut
     stageLog(anna, 0);
     ASSERT_EQ(anna.upload(guid + ".KVX", "file").status(), 1);
     EXPECT_EQ(generation(), 1);
-    EXPECT_EQ(anna.ask(on("sendservertomerge").set("LogVersion", -1).set("LogFilename", guid + "_log0")
-                           .set("Amount", "")).status(), 1);
+    EXPECT_EQ(anna.ask(on("sendservertomerge")
+                           .set("LogVersion", -1)
+                           .set("LogFilename", guid + "_log0")
+                           .set("Amount", ""))
+                  .status(),
+        1);
 }
 
 TEST_F(RenewedLease, AnyRequestOfTheHolderRenewsIt)

@@ -20,9 +20,15 @@ struct OpenClose : testing::Test {
         ASSERT_EQ(permit(anna, guid, { { "ben@example.com", "0,1,1,1" } }).status(), 1);
         harness.takeSent();
     }
-    void TearDown() override { EXPECT_TRUE(harness.takeSent().empty()) << "nothing of this is announced"; }
+    void TearDown() override
+    {
+        EXPECT_TRUE(harness.takeSent().empty()) << "nothing of this is announced";
+    }
     Message on(const char *service) { return Message(service).set("ProjectGUID", guid); }
-    Answer lock(const Session &session, bool release) { return session.ask(on("projectlock").set("ReleaseLock", release)); }
+    Answer lock(const Session &session, bool release)
+    {
+        return session.ask(on("projectlock").set("ReleaseLock", release));
+    }
     void leave(const Session &session, Time milliseconds)
     {
         harness.db().run("UPDATE session SET last_seen = last_seen - :time WHERE id = :id",
@@ -76,7 +82,8 @@ TEST_F(OpenClose, OneUserWorksOnOneDeviceOnly)
     ASSERT_EQ(anna.ask(on("openproject")).status(), 1);
     const Answer elsewhere = annasLaptop.ask(on("openproject"));
     EXPECT_EQ(elsewhere.status(), 321);
-    EXPECT_EQ(elsewhere.text("message"), "You have this project open on desk of Anna. Close it there first.");
+    EXPECT_EQ(elsewhere.text("message"),
+        "You have this project open on desk of Anna. Close it there first.");
     const Message items = on("checkout").set("ModuleType", 1).set("NotifyOther", false);
     EXPECT_EQ(annasLaptop.ask(Message(items).set("IDs", "1;")).status(), 321);
     EXPECT_EQ(annasLaptop.ask(Message(items).set("IDs", "")).status(), 1) << "reading is allowed";
@@ -95,7 +102,8 @@ TEST_F(OpenClose, OneUserWorksOnOneDeviceOnly)
 TEST_F(OpenClose, ClosingIsAlwaysPossible)
 {
     EXPECT_EQ(ben.ask(on("closeproject")).json(), R"({"statuscode":1})") << "not open";
-    EXPECT_EQ(ben.ask(Message("closeproject").set("ProjectGUID", guidOf(77))).status(), 1) << "unknown";
+    EXPECT_EQ(ben.ask(Message("closeproject").set("ProjectGUID", guidOf(77))).status(), 1)
+        << "unknown";
     EXPECT_EQ(ben.ask(Message("closeproject").set("ProjectGUID", "{77}")).status(), 100);
     ASSERT_EQ(ben.ask(on("openproject")).status(), 1);
     ASSERT_EQ(permit(anna, guid, {}).status(), 1);
@@ -106,17 +114,22 @@ TEST_F(OpenClose, ClosingIsAlwaysPossible)
 TEST_F(OpenClose, ClosingFreesTheLogLockAndTheProjectLockOfTheSession)
 {
     ASSERT_EQ(anna.ask(on("openproject")).status(), 1);
-    ASSERT_EQ(anna.ask(on("loglock").set("LogVersion", -1).set("ReleaseLock", false)).integer("Lock"), 1);
+    ASSERT_EQ(
+        anna.ask(on("loglock").set("LogVersion", -1).set("ReleaseLock", false)).integer("Lock"), 1);
     ASSERT_EQ(lock(anna, false).status(), 1);
     ASSERT_EQ(anna.ask(on("closeproject")).status(), 1);
-    EXPECT_EQ(harness.db().value<int>("SELECT count(*) FROM project WHERE lock_session IS NOT NULL"
-                                      " OR plock_session IS NOT NULL").value(), 0);
+    EXPECT_EQ(harness.db()
+                  .value<int>("SELECT count(*) FROM project WHERE lock_session IS NOT NULL"
+                              " OR plock_session IS NOT NULL")
+                  .value(),
+        0);
 }
 
 TEST_F(OpenClose, ALockedProjectIsTheHoldersAlone)
 {
     const Answer locked = lock(anna, false);
-    EXPECT_EQ(locked.json(), R"({"statuscode":1,"LockedName":"Anna","LockedEmail":"anna@example.com"})");
+    EXPECT_EQ(
+        locked.json(), R"({"statuscode":1,"LockedName":"Anna","LockedEmail":"anna@example.com"})");
     EXPECT_EQ(lock(anna, false).status(), 1) << "a repeat";
     const Answer refused = ben.ask(on("openproject"));
     EXPECT_EQ(refused.status(), 314);

@@ -51,7 +51,8 @@ struct Permissions : testing::Test {
 TEST_F(Permissions, AreReplacedAsAWholeAndAnnounced)
 {
     harness.takeSent();
-    EXPECT_EQ(permit(anna, guid, { { "ben@example.com", "0,-1,2,8" }, { "Cora@Example.com", "3" } }).json(),
+    EXPECT_EQ(permit(anna, guid, { { "ben@example.com", "0,-1,2,8" }, { "Cora@Example.com", "3" } })
+                  .json(),
         R"({"statuscode":1})");
     EXPECT_EQ(seenBy(anna), "anna 1 1 1 1, ben 0 -1 2 8, cora 3 -1 -1 -1");
     EXPECT_EQ(seenBy(ben), seenBy(anna));
@@ -77,7 +78,9 @@ TEST_F(Permissions, AreRefused)
     EXPECT_EQ(permit(anna, guid, { { "nobody@example.com", "1" } }).status(), 302);
     EXPECT_EQ(permit(anna, guid, { { "nobody@example.com", "1" } }).text("message"),
         "There is no user \"nobody@example.com\".");
-    EXPECT_EQ(permit(anna, guid, { { "ben@example.com", "1" }, { "BEN@example.com", "0" } }).status(), 100);
+    EXPECT_EQ(
+        permit(anna, guid, { { "ben@example.com", "1" }, { "BEN@example.com", "0" } }).status(),
+        100);
     EXPECT_EQ(permit(anna, guid, { { "ben@example.com", "10" } }).status(), 100);
     EXPECT_EQ(permit(anna, guid, { { "ben@example.com", "-2" } }).status(), 100);
     EXPECT_EQ(permit(anna, guid, { { "ben@example.com", "9,1,1,1" } }).status(), 100);
@@ -96,7 +99,9 @@ TEST_F(Permissions, AnAdministratorMayTakeTheCreatorsAccess)
     const Session admin = harness.join("root@example.com", "Administrator");
     ASSERT_EQ(permit(admin, guid, { { "anna@example.com", "0,1,1,1" } }).status(), 1);
     EXPECT_EQ(permit(anna, guid, {}).status(), 300) << "a creator without write access is no owner";
-    ASSERT_EQ(permit(admin, guid, { { "anna@example.com", "-1" }, { "ben@example.com", "1" } }).status(), 1);
+    ASSERT_EQ(
+        permit(admin, guid, { { "anna@example.com", "-1" }, { "ben@example.com", "1" } }).status(),
+        1);
     EXPECT_EQ(seenBy(anna), "310");
     ASSERT_EQ(permit(admin, guid, {}).status(), 1);
     EXPECT_EQ(seenBy(anna), "310") << "left out means kept, not restored";
@@ -108,10 +113,16 @@ TEST_F(Permissions, WhoLosesWriteLosesLocksStageAndCheckOuts)
 {
     ASSERT_EQ(permit(anna, guid, { { "ben@example.com", "1,1,1,1" } }).status(), 1);
     ASSERT_EQ(ben.ask(on("openproject")).status(), 1);
-    ASSERT_EQ(ben.ask(on("loglock").set("LogVersion", -1).set("ReleaseLock", false)).integer("Lock"), 1);
+    ASSERT_EQ(
+        ben.ask(on("loglock").set("LogVersion", -1).set("ReleaseLock", false)).integer("Lock"), 1);
     ASSERT_EQ(ben.upload(guid + ".KVX", "staged").status(), 1);
     for (const int module : { 1, 2 })
-        ASSERT_EQ(ben.ask(on("checkout").set("ModuleType", module).set("NotifyOther", false).set("IDs", "5;")).status(), 1);
+        ASSERT_EQ(ben.ask(on("checkout")
+                              .set("ModuleType", module)
+                              .set("NotifyOther", false)
+                              .set("IDs", "5;"))
+                      .status(),
+            1);
     harness.takeSent();
 
     ASSERT_EQ(permit(anna, guid, { { "ben@example.com", "0,1,1,1" } }).status(), 1);
@@ -121,7 +132,8 @@ TEST_F(Permissions, WhoLosesWriteLosesLocksStageAndCheckOuts)
     EXPECT_EQ(count("SELECT count(*) FROM project_open"), 1) << "he may still read";
     const auto sent = harness.takeSent();
     ASSERT_EQ(sent.size(), 3u);
-    EXPECT_EQ(sent[0].content, "{\"Command\":\"CheckIn\",\"ProjectGUID\":\"" + guid + "\",\"ModuleType\":1}");
+    EXPECT_EQ(sent[0].content,
+        "{\"Command\":\"CheckIn\",\"ProjectGUID\":\"" + guid + "\",\"ModuleType\":1}");
     EXPECT_EQ(sent[0].type, "notifymsg_checkout");
     EXPECT_EQ(sent[0].sender, "") << "clients of the acting user do not know of it either";
     EXPECT_EQ(sent[1].command, "CheckIn");
@@ -150,7 +162,10 @@ TEST_F(Permissions, LosingOnlyTheStoredRowKeepsRightsByRole)
 {
     const Session chief = harness.join("chief@example.com", "Everything");
     ASSERT_EQ(permit(anna, guid, { { "chief@example.com", "1,1,1,1" } }).status(), 1);
-    ASSERT_EQ(chief.ask(on("checkout").set("ModuleType", 1).set("NotifyOther", false).set("IDs", "5;")).status(), 1);
+    ASSERT_EQ(
+        chief.ask(on("checkout").set("ModuleType", 1).set("NotifyOther", false).set("IDs", "5;"))
+            .status(),
+        1);
     ASSERT_EQ(permit(anna, guid, {}).status(), 1);
     EXPECT_EQ(count("SELECT count(*) FROM item WHERE state = 1"), 1);
 }
@@ -158,8 +173,11 @@ TEST_F(Permissions, LosingOnlyTheStoredRowKeepsRightsByRole)
 TEST_F(Permissions, ByRoleEntriesSentBackAreNotStored)
 {
     const Session chief = harness.join("chief@example.com", "Everything");
-    ASSERT_EQ(permit(anna, guid, { { "chief@example.com", "9,9,9,9" }, { "ben@example.com", "0,9,9,9" },
-                                     { "cora@example.com", "1,1,1,1" } }).status(), 1);
+    ASSERT_EQ(permit(anna, guid,
+                  { { "chief@example.com", "9,9,9,9" }, { "ben@example.com", "0,9,9,9" },
+                      { "cora@example.com", "1,1,1,1" } })
+                  .status(),
+        1);
     EXPECT_EQ(seenBy(anna), "anna 1 1 1 1, cora 1 1 1 1");
     EXPECT_EQ(seenBy(chief), "anna 1 1 1 1, cora 1 1 1 1, chief 9 9 9 9");
     EXPECT_EQ(seenBy(ben), "310");
@@ -171,9 +189,9 @@ TEST_F(Permissions, ByRoleMatrix)
         const char *role;
         int tender, bills, rates; // by role: -1, 0 or 9
     };
-    const Row rows[] = { { "Administrator", 9, 9, 9 }, { "Everything", 9, 9, 9 }, { "Reviewer", 0, 0, 0 },
-        { "Estimator", -1, -1, -1 }, { "Library reader", -1, 0, 0 }, { "Library writer", -1, 9, 9 },
-        { "Bill writer", -1, 9, -1 }, { "", -1, -1, -1 } };
+    const Row rows[] = { { "Administrator", 9, 9, 9 }, { "Everything", 9, 9, 9 },
+        { "Reviewer", 0, 0, 0 }, { "Estimator", -1, -1, -1 }, { "Library reader", -1, 0, 0 },
+        { "Library writer", -1, 9, 9 }, { "Bill writer", -1, 9, -1 }, { "", -1, -1, -1 } };
     const Session admin = harness.join("root@example.com", "Administrator");
     ASSERT_EQ(admin.ask(newProject(admin, guidOf(2), "Bills", "BQLibrary")).status(), 1);
     ASSERT_EQ(admin.ask(newProject(admin, guidOf(3), "Rates", "ResourceLibrary")).status(), 1);
@@ -192,13 +210,19 @@ TEST_F(Permissions, ByRoleMatrix)
             if (level >= 0) {
                 EXPECT_NE(usersOf(answer["Project"]).find(entry), std::string::npos) << row.role;
             }
-            const Message update = Message("updateproject").set("ProjectGUID", guidOf(project)).set("BidStatus", 0);
-            EXPECT_EQ(user.ask(update).status(), level >= 1 ? 1 : level == 0 ? 300 : 310) << row.role;
+            const Message update
+                = Message("updateproject").set("ProjectGUID", guidOf(project)).set("BidStatus", 0);
+            EXPECT_EQ(user.ask(update).status(),
+                level >= 1       ? 1
+                    : level == 0 ? 300
+                                 : 310)
+                << row.role;
             // The announced record lists him alike; replies do not list others by role.
             ASSERT_EQ(permit(admin, guidOf(project), {}).status(), 1);
             rapidjson::Document announced;
             announced.Parse(harness.takeSent().back().content.c_str());
-            EXPECT_EQ(usersOf(announced).find(entry) != std::string::npos, level >= 0) << row.role << ' ' << project;
+            EXPECT_EQ(usersOf(announced).find(entry) != std::string::npos, level >= 0)
+                << row.role << ' ' << project;
             EXPECT_EQ(usersOf(admin.askAs(about)["Project"]).find(own + ' '), std::string::npos);
         }
     }
@@ -208,8 +232,10 @@ TEST_F(Permissions, TheHigherOfStoredAndByRoleCounts)
 {
     const Session reviewer = harness.join("rita@example.com", "Reviewer");
     const Session chief = harness.join("chief@example.com", "Everything");
-    ASSERT_EQ(permit(anna, guid, { { "rita@example.com", "1,-1,-1,-1" }, { "chief@example.com", "0,-1,-1,-1" } })
-                  .status(), 1);
+    ASSERT_EQ(permit(anna, guid,
+                  { { "rita@example.com", "1,-1,-1,-1" }, { "chief@example.com", "0,-1,-1,-1" } })
+                  .status(),
+        1);
     EXPECT_EQ(reviewer.ask(on("updateproject")).status(), 1) << "stored write over reading by role";
     EXPECT_EQ(chief.ask(on("updateproject")).status(), 1) << "write by role over stored reading";
     const std::string listed = "anna 1 1 1 1, chief 0 -1 -1 -1, rita 1 -1 -1 -1";
@@ -220,7 +246,10 @@ TEST_F(Permissions, TheHigherOfStoredAndByRoleCounts)
 TEST_F(Permissions, AStoredRowWithoutProjectRwGivesWayToTheEntryByRole)
 {
     const Session chief = harness.join("chief@example.com", "Everything");
-    ASSERT_EQ(permit(anna, guid, { { "chief@example.com", "-1,1,1,1" }, { "ben@example.com", "-1,1,1,1" } }).status(), 1);
+    ASSERT_EQ(permit(anna, guid,
+                  { { "chief@example.com", "-1,1,1,1" }, { "ben@example.com", "-1,1,1,1" } })
+                  .status(),
+        1);
     rapidjson::Document announced;
     announced.Parse(harness.takeSent().back().content.c_str());
     EXPECT_EQ(usersOf(announced), "anna 1 1 1 1, chief 9 9 9 9, ben -1 1 1 1");
@@ -259,7 +288,8 @@ TEST_F(Permissions, OverFourThousandByRoleOnlyRecentUsersAreListed)
         Transaction transaction(harness.db(), Transaction::Kind::Write);
         const auto role = findRole(harness.db(), "Reviewer").value();
         for (int i = 0; i < 4001; ++i) {
-            const auto id = addUser(harness.db(), 1, "r" + std::to_string(i) + "@example.com", "R", "x");
+            const auto id
+                = addUser(harness.db(), 1, "r" + std::to_string(i) + "@example.com", "R", "x");
             assignRole(harness.db(), role, id);
             if (i < 10)
                 noteLogin(harness.db(), id, wallTime() - (i < 3 ? 1000 : 25 * 3'600'000));

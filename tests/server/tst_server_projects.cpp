@@ -23,7 +23,8 @@ rapidjson::Document parsed(const std::string &json)
 
 constexpr const char *shortKeys
     = "Command ProjectGUID Description Type CreatorName CreatorEmail CreateDate LastEditorName"
-      " LastEditorEmail LastModifyDate LogVersion Amount ProjectState BidStatus AddendumProjectGUID";
+      " LastEditorEmail LastModifyDate LogVersion Amount ProjectState BidStatus "
+      "AddendumProjectGUID";
 
 } // namespace
 
@@ -37,8 +38,10 @@ TEST_F(Projects, ANewProjectIsListedWithEveryKeyOfItsRecord)
     ASSERT_EQ(list["data"]["Projects"].Size(), 1u) << list.json();
     const auto &record = list["data"]["Projects"][0];
     EXPECT_EQ(keysOf(record),
-        "ProjectGUID Description Type CreatorName CreatorEmail CreateDate LastEditorName LastEditorEmail"
-        " LastModifyDate LogVersion Amount ProjectState BidStatus AddendumProjectGUID AdditionalInfo users");
+        "ProjectGUID Description Type CreatorName CreatorEmail CreateDate LastEditorName "
+        "LastEditorEmail"
+        " LastModifyDate LogVersion Amount ProjectState BidStatus AddendumProjectGUID "
+        "AdditionalInfo users");
     EXPECT_EQ(record["ProjectGUID"].GetString(), guid);
     EXPECT_STREQ(record["Description"].GetString(), "School Nordring");
     EXPECT_STREQ(record["CreatorName"].GetString(), "Anna");
@@ -98,12 +101,16 @@ TEST_F(Projects, TheListOfManyProjectsEqualsTheSingleRecords)
         const Answer list = admin.ask(Message("projectlistsynctolocal"));
         ASSERT_EQ(list["data"]["Projects"].Size(), 150u);
         for (const auto &record : list["data"]["Projects"].GetArray()) {
-            const Answer single
-                = admin.askAs(Message("getproject").set("ProjectGUID", record["ProjectGUID"].GetString()));
+            const Answer single = admin.askAs(
+                Message("getproject").set("ProjectGUID", record["ProjectGUID"].GetString()));
             EXPECT_EQ(textOf(single["Project"]), textOf(record));
         }
-        ASSERT_EQ(admin.ask(on("renameproject", 7).set("OldName", round ? "B" : "Project no 7")
-                              .set("NewName", round ? "A" : "B")).status(), 1);
+        ASSERT_EQ(admin
+                      .ask(on("renameproject", 7)
+                               .set("OldName", round ? "B" : "Project no 7")
+                               .set("NewName", round ? "A" : "B"))
+                      .status(),
+            1);
     }
     EXPECT_EQ(listed(admin).count("A"), 1u);
 }
@@ -120,8 +127,8 @@ TEST_F(Projects, UnknownRemovedAndInvisibleProjectsLookAlike)
         texts.insert(answer.text("error") + answer.text("message"));
     }
     EXPECT_EQ(texts, (std::set<std::string> { "NoSuchProjectThere is no such project." }));
-    for (const char *service : { "getproject", "openproject", "getlogversion", "onlineeditors", "updateproject",
-             "removeproject", "checkinall" })
+    for (const char *service : { "getproject", "openproject", "getlogversion", "onlineeditors",
+             "updateproject", "removeproject", "checkinall" })
         EXPECT_EQ(ben.ask(on(service, 1)).status(), 310) << service;
     EXPECT_EQ(ben.ask(Message("getproject").set("ProjectGUID", "4b1d")).status(), 100);
 }
@@ -175,14 +182,21 @@ TEST_F(Projects, RemovalNeedsTheCreatorAndAProjectOpenNowhere)
 TEST_F(Projects, RemovalTakesCheckOutsLocksAndStagesWithIt)
 {
     ASSERT_EQ(create(anna, 1, "School"), 1);
-    ASSERT_EQ(anna.ask(on("checkout").set("ModuleType", 1).set("NotifyOther", false).set("IDs", "1;2;")).status(), 1);
-    ASSERT_EQ(anna.ask(on("loglock").set("LogVersion", -1).set("ReleaseLock", false)).integer("Lock"), 1);
+    ASSERT_EQ(
+        anna.ask(on("checkout").set("ModuleType", 1).set("NotifyOther", false).set("IDs", "1;2;"))
+            .status(),
+        1);
+    ASSERT_EQ(
+        anna.ask(on("loglock").set("LogVersion", -1).set("ReleaseLock", false)).integer("Lock"), 1);
     ASSERT_EQ(anna.upload(guid + ".KVX", "bytes").status(), 1);
     ASSERT_EQ(anna.ask(on("removeproject")).status(), 1);
-    const auto count = [this](const char *sql) { return harness.db().value<std::int64_t>(sql).value(); };
+    const auto count
+        = [this](const char *sql) { return harness.db().value<std::int64_t>(sql).value(); };
     EXPECT_EQ(count("SELECT count(*) FROM item WHERE state = 1"), 0);
     EXPECT_EQ(count("SELECT count(*) FROM stage"), 0);
-    EXPECT_EQ(count("SELECT count(*) FROM project WHERE lock_session IS NOT NULL OR plock_session IS NOT NULL"), 0);
+    EXPECT_EQ(count("SELECT count(*) FROM project WHERE lock_session IS NOT NULL OR plock_session "
+                    "IS NOT NULL"),
+        0);
 }
 
 TEST_F(Projects, AnAbsentUserDoesNotKeepAProjectOpen)
@@ -190,7 +204,8 @@ TEST_F(Projects, AnAbsentUserDoesNotKeepAProjectOpen)
     ASSERT_EQ(create(anna, 1, "School"), 1);
     ASSERT_EQ(permit(anna, guid, { { "ben@example.com", "1,1,1,1" } }).status(), 1);
     ASSERT_EQ(ben.ask(on("openproject")).status(), 1);
-    harness.db().run("UPDATE session SET last_seen = last_seen - 300001 WHERE id = :id", { { "id", ben.id } });
+    harness.db().run(
+        "UPDATE session SET last_seen = last_seen - 300001 WHERE id = :id", { { "id", ben.id } });
     EXPECT_EQ(anna.ask(on("removeproject")).status(), 1);
 }
 
@@ -199,9 +214,16 @@ TEST_F(Projects, UpdateTakesThreeFieldsAndIgnoresEverythingElse)
     ASSERT_EQ(create(anna, 1, "School"), 1);
     ASSERT_EQ(permit(anna, guid, { { "ben@example.com", "1,1,1,1" } }).status(), 1);
     harness.takeSent();
-    const Answer answer = ben.ask(on("updateproject").set("Description", "Stolen").set("CreatorEmail", "ben@example.com")
-            .set("LogVersion", 99).raw("users", "[]").set("AdditionalInfo", "{\"a\":1}").set("ProjectState", "1")
-            .set("Amount", "77.10").set("BidStatus", 4).set("Type", "Estimate"));
+    const Answer answer = ben.ask(on("updateproject")
+                                      .set("Description", "Stolen")
+                                      .set("CreatorEmail", "ben@example.com")
+                                      .set("LogVersion", 99)
+                                      .raw("users", "[]")
+                                      .set("AdditionalInfo", "{\"a\":1}")
+                                      .set("ProjectState", "1")
+                                      .set("Amount", "77.10")
+                                      .set("BidStatus", 4)
+                                      .set("Type", "Estimate"));
     EXPECT_EQ(answer.json(), R"({"statuscode":1})");
     const Answer changed = anna.askAs(on("getproject"));
     const auto &record = changed["Project"];
@@ -224,7 +246,8 @@ TEST_F(Projects, UpdateTakesThreeFieldsAndIgnoresEverythingElse)
     EXPECT_STREQ(content["ProjectState"].GetString(), "1");
     EXPECT_STREQ(content["LastEditorName"].GetString(), "Ben");
 
-    EXPECT_EQ(anna.ask(on("updateproject").set("ProjectState", 0)).status(), 1) << "a number, others kept";
+    EXPECT_EQ(anna.ask(on("updateproject").set("ProjectState", 0)).status(), 1)
+        << "a number, others kept";
     EXPECT_STREQ(anna.askAs(on("getproject"))["Project"]["Amount"].GetString(), "77.10");
     EXPECT_EQ(anna.ask(on("updateproject").set("ProjectState", "one")).status(), 100);
     EXPECT_EQ(anna.ask(on("updateproject").set("Amount", std::string(65, '1'))).status(), 100);
@@ -286,13 +309,16 @@ TEST_F(Projects, AdditionalInformationIsKeptAsCompactTextInTheOrderSent)
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].command, "UpdateAddionalInfo");
     EXPECT_EQ(sent[0].content,
-        "{\"Command\":\"UpdateAddionalInfo\",\"ProjectGUID\":\"" + guid + "\",\"AdditionalInfo\":" + kept + '}');
+        "{\"Command\":\"UpdateAddionalInfo\",\"ProjectGUID\":\"" + guid
+            + "\",\"AdditionalInfo\":" + kept + '}');
 
     EXPECT_EQ(put(jsonText(R"({"b": {"c":2}})")), 1) << "an object as text";
-    EXPECT_STREQ(anna.askAs(on("getproject"))["Project"]["AdditionalInfo"].GetString(), R"({"b":{"c":2}})");
+    EXPECT_STREQ(
+        anna.askAs(on("getproject"))["Project"]["AdditionalInfo"].GetString(), R"({"b":{"c":2}})");
     EXPECT_EQ(put("{}"), 1);
     EXPECT_STREQ(anna.askAs(on("getproject"))["Project"]["AdditionalInfo"].GetString(), "{}");
-    for (const char *bad : { "[]", "null", "1", "\"\"", "\"[1]\"", "\"{\\\"a\\\":1,\\\"a\\\":2}\"" })
+    for (const char *bad :
+        { "[]", "null", "1", "\"\"", "\"[1]\"", "\"{\\\"a\\\":1,\\\"a\\\":2}\"" })
         EXPECT_EQ(put(bad), 100) << bad;
     EXPECT_EQ(put("{\"a\":\"" + std::string(256 * 1024 - 8, 'x') + "\"}"), 1);
     EXPECT_EQ(put("{\"a\":\"" + std::string(256 * 1024 - 7, 'x') + "\"}"), 100);
@@ -302,12 +328,13 @@ TEST_F(Projects, EveryServiceNeedsASession)
 {
     Session stranger = anna;
     stranger.token = "forged";
-    for (const char *service : { "projectlistsynctolocal", "getproject", "genprojectname", "existsproject", "newproject",
-             "addendumproject", "removeproject", "updateproject", "renameproject", "updateprojectadditionalinfo",
-             "projectpermission", "newprojectgroup", "removeprojectgroup", "renameprojectgroup", "existsprojectgroup",
-             "openproject", "closeproject", "projectlock", "onlineeditors", "getlogversion", "loglock",
-             "sendservertomerge", "download", "hasupload", "checkout", "checkin", "checkinall", "allocateidrange",
-             "copycheckstate" })
+    for (const char *service : { "projectlistsynctolocal", "getproject", "genprojectname",
+             "existsproject", "newproject", "addendumproject", "removeproject", "updateproject",
+             "renameproject", "updateprojectadditionalinfo", "projectpermission", "newprojectgroup",
+             "removeprojectgroup", "renameprojectgroup", "existsprojectgroup", "openproject",
+             "closeproject", "projectlock", "onlineeditors", "getlogversion", "loglock",
+             "sendservertomerge", "download", "hasupload", "checkout", "checkin", "checkinall",
+             "allocateidrange", "copycheckstate" })
         EXPECT_EQ(stranger.ask(Message(service)).status(), 2) << service;
     EXPECT_EQ(stranger.upload("notes.txt", "x").status(), 2);
 }
@@ -315,10 +342,10 @@ TEST_F(Projects, EveryServiceNeedsASession)
 TEST_F(Projects, AnEmailOfAnotherUserIsRefusedForAdministratorsToo)
 {
     ASSERT_EQ(create(anna, 1, "School"), 1);
-    for (const char *service : { "projectlistsynctolocal", "removeproject", "updateproject", "renameproject",
-             "updateprojectadditionalinfo", "projectpermission", "openproject", "closeproject", "projectlock",
-             "onlineeditors", "getlogversion", "loglock", "sendservertomerge", "checkout", "checkin", "checkinall",
-             "allocateidrange" }) {
+    for (const char *service : { "projectlistsynctolocal", "removeproject", "updateproject",
+             "renameproject", "updateprojectadditionalinfo", "projectpermission", "openproject",
+             "closeproject", "projectlock", "onlineeditors", "getlogversion", "loglock",
+             "sendservertomerge", "checkout", "checkin", "checkinall", "allocateidrange" }) {
         EXPECT_EQ(admin.askAs(on(service).set("Email", anna.email)).status(), 301) << service;
         EXPECT_EQ(admin.askAs(on(service)).status(), 100) << service;
     }

@@ -35,23 +35,31 @@ struct Save : testing::Test {
     }
     std::int64_t lock(const Session &session, std::int64_t version, bool release = false)
     {
-        return session.ask(on("loglock").set("LogVersion", version).set("ReleaseLock", release)).integer("Lock");
+        return session.ask(on("loglock").set("LogVersion", version).set("ReleaseLock", release))
+            .integer("Lock");
     }
     Answer stageLog(const Session &session, std::int64_t version, const std::string &content = "x")
     {
         const std::string log = logName(guid, version);
         return session.upload(log, logArchive(log, content));
     }
-    Answer merge(const Session &session, std::int64_t version, const std::string &log, const std::string &amount = "99")
+    Answer merge(const Session &session, std::int64_t version, const std::string &log,
+        const std::string &amount = "99")
     {
-        return session.ask(on("sendservertomerge").set("LogVersion", version).set("LogFilename", log).set("Amount", amount));
+        return session.ask(on("sendservertomerge")
+                               .set("LogVersion", version)
+                               .set("LogFilename", log)
+                               .set("Amount", amount));
     }
     Answer download(const Session &session, const std::string &name)
     {
         return session.askAs(Message("download").set("FileName", name));
     }
     std::int64_t number(const char *sql) { return harness.db().value<std::int64_t>(sql).value(); }
-    std::string amount() { return harness.db().value<std::string>("SELECT amount FROM project").value(); }
+    std::string amount()
+    {
+        return harness.db().value<std::string>("SELECT amount FROM project").value();
+    }
 };
 
 } // namespace
@@ -126,7 +134,8 @@ TEST_F(Save, UploadsOfLogsAreJudged)
     EXPECT_EQ(stageLog(anna, 1).status(), 600) << "somebody else's lock";
     const Answer bad = ben.upload(guid + "_log1", "no archive");
     EXPECT_EQ(bad.status(), 605);
-    EXPECT_EQ(bad.text("message"), "The change log is not a valid archive: it is not a zip archive.");
+    EXPECT_EQ(
+        bad.text("message"), "The change log is not a valid archive: it is not a zip archive.");
     EXPECT_EQ(ben.upload(guid + "_log1", logArchive(guid + "_log2", "x")).status(), 605);
     EXPECT_EQ(number("SELECT count(*) FROM stage"), 0);
     EXPECT_EQ(stageLog(ben, 1).json(), R"({"statuscode":1})");
@@ -150,8 +159,8 @@ TEST_F(Save, AMergeIsRefusedInThisOrder)
     ASSERT_EQ(lock(ben, 0), 1);
     EXPECT_EQ(merge(ben, -1, "nonsense").status(), 601);
     EXPECT_EQ(merge(ben, 1, "nonsense").status(), 602);
-    for (const std::string &name : { std::string("nonsense"), guid + "_log0", guid + "_log2", guid + "_log01",
-             guidOf(2) + "_log1", guid + ".KVX", std::string() })
+    for (const std::string &name : { std::string("nonsense"), guid + "_log0", guid + "_log2",
+             guid + "_log01", guidOf(2) + "_log1", guid + ".KVX", std::string() })
         EXPECT_EQ(merge(ben, 0, name).status(), 604) << name;
     EXPECT_EQ(merge(ben, 0, guid + "_log1").status(), 603);
     ASSERT_EQ(stageLog(ben, 1).status(), 1);
@@ -172,7 +181,8 @@ TEST_F(Save, TheAmountIsNoReasonToRefuse)
         EXPECT_EQ(lock(anna, version), 1);
         EXPECT_EQ(stageLog(anna, version + 1).status(), 1);
         EXPECT_EQ(anna.upload(guid + ".KVX", "f").status(), 1);
-        Message message = on("sendservertomerge").set("LogVersion", version).set("LogFilename", log);
+        Message message
+            = on("sendservertomerge").set("LogVersion", version).set("LogFilename", log);
         if (!json.empty())
             message.raw("Amount", json);
         EXPECT_EQ(anna.ask(message).status(), 1);
@@ -223,9 +233,12 @@ TEST_F(Save, TheChainTiesEveryVersionToTheOneBefore)
 {
     std::string before;
     for (int v = -1; v < 3; ++v) {
-        const std::string chain = save(v % 2 ? anna : ben, guid, v, "content " + std::to_string(v)).text("Chain");
-        const auto row = harness.db().row<std::string, std::string, std::int64_t, Time, std::string>(
-            "SELECT blob, file_digest, user_id, at, chain FROM project_log WHERE version = :v", { { "v", v + 1 } });
+        const std::string chain
+            = save(v % 2 ? anna : ben, guid, v, "content " + std::to_string(v)).text("Chain");
+        const auto row
+            = harness.db().row<std::string, std::string, std::int64_t, Time, std::string>(
+                "SELECT blob, file_digest, user_id, at, chain FROM project_log WHERE version = :v",
+                { { "v", v + 1 } });
         const auto &[log, file, user, at, stored] = row.value();
         EXPECT_EQ(chain, chainDigest({ before, guid, v + 1, log, file, user, at }));
         EXPECT_EQ(stored, chain);
@@ -290,7 +303,8 @@ TEST_F(Save, ManySaversPublishEverySaveExactlyOnceInDenseVersions)
             const Session &session = sessions[static_cast<std::size_t>(i)];
             for (int n = 0; n < savesEach;) {
                 const std::int64_t known = session.ask(on("getlogversion")).integer("LogVersion");
-                const Answer answer = save(session, guid, known, std::to_string(i) + '/' + std::to_string(n));
+                const Answer answer
+                    = save(session, guid, known, std::to_string(i) + '/' + std::to_string(n));
                 if (answer.has("Chain")) {
                     published[static_cast<std::size_t>(i)].push_back(answer.integer("LogVersion"));
                     ++n;
@@ -305,7 +319,8 @@ TEST_F(Save, ManySaversPublishEverySaveExactlyOnceInDenseVersions)
     std::set<std::int64_t> versions;
     for (int i = 0; i < savers; ++i) {
         for (int n = 0; n < savesEach; ++n) {
-            const std::int64_t v = published[static_cast<std::size_t>(i)][static_cast<std::size_t>(n)];
+            const std::int64_t v
+                = published[static_cast<std::size_t>(i)][static_cast<std::size_t>(n)];
             EXPECT_TRUE(versions.insert(v).second) << v << " was acknowledged twice";
             const std::string log = logName(guid, v);
             EXPECT_EQ(download(anna, log).fileBytes(),
@@ -321,7 +336,8 @@ TEST_F(Save, ManySaversPublishEverySaveExactlyOnceInDenseVersions)
         announced.push_back(content["LogVersion"].GetInt());
     }
     EXPECT_EQ(announced.size(), static_cast<std::size_t>(savers * savesEach));
-    EXPECT_TRUE(std::is_sorted(announced.begin(), announced.end())) << "in the order of the commits";
+    EXPECT_TRUE(std::is_sorted(announced.begin(), announced.end()))
+        << "in the order of the commits";
     const auto last = harness.db().value<std::string>("SELECT file_blob FROM project").value();
     EXPECT_EQ(download(anna, guid + ".KVX").fileBytes().substr(0, 10), "file with ");
     EXPECT_EQ(sha256(download(anna, guid + ".KVX").fileBytes()), last);

@@ -29,10 +29,14 @@ struct Tidying : testing::Test {
             transaction.commit();
         }
     }
-    bool isThere(const std::string &bytes) { return std::filesystem::exists(blobs.path(sha256(bytes))); }
+    bool isThere(const std::string &bytes)
+    {
+        return std::filesystem::exists(blobs.path(sha256(bytes)));
+    }
     void age(const std::string &bytes)
     {
-        const timespec old[2] = { { time(nullptr) - 25 * 3600, 0 }, { time(nullptr) - 25 * 3600, 0 } };
+        const timespec old[2]
+            = { { time(nullptr) - 25 * 3600, 0 }, { time(nullptr) - 25 * 3600, 0 } };
         ASSERT_EQ(utimensat(AT_FDCWD, blobs.path(sha256(bytes)).c_str(), old, 0), 0);
         harness.db().run("UPDATE blob SET created = created - :day WHERE sha256 = :sha",
             { { "day", 25 * 3'600'000 }, { "sha", sha256(bytes) } });
@@ -84,8 +88,12 @@ TEST_F(Tidying, EverythingThatASaveNamesStays)
 {
     for (int v = -1; v < 4; ++v)
         ASSERT_EQ(save(anna, guid, v, std::to_string(v)).status(), 1);
-    ASSERT_EQ(anna.ask(Message("loglock").set("ProjectGUID", guid).set("LogVersion", 4).set("ReleaseLock", false))
-                  .integer("Lock"), 1);
+    ASSERT_EQ(anna.ask(Message("loglock")
+                           .set("ProjectGUID", guid)
+                           .set("LogVersion", 4)
+                           .set("ReleaseLock", false))
+                  .integer("Lock"),
+        1);
     ASSERT_EQ(anna.upload(guid + ".KVX", "staged").status(), 1);
     for (int v = -1; v < 4; ++v) {
         age("file with " + std::to_string(v));
@@ -107,7 +115,8 @@ TEST_F(Tidying, TrashIsEmptiedAfterItsTimeAndTheGuidStaysTaken)
     ASSERT_EQ(anna.ask(Message("removeproject").set("ProjectGUID", guid)).status(), 1);
     tidy(purgeTrash);
     EXPECT_EQ(number("SELECT count(*) FROM project_log"), 1);
-    harness.db().run("UPDATE project SET removed_at = removed_at - :time", { { "time", 30 * day } });
+    harness.db().run(
+        "UPDATE project SET removed_at = removed_at - :time", { { "time", 30 * day } });
     tidy(purgeTrash, 2);
     EXPECT_EQ(number("SELECT count(*) FROM project_log"), 0);
     EXPECT_EQ(number("SELECT count(*) FROM file"), 0);

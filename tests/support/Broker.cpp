@@ -117,7 +117,8 @@ bool Broker::launch()
     std::vector<std::string> words = { KVX_BROKER_SCRIPT, "--port", std::to_string(m_port),
         "--auto-port", std::to_string(m_autoPort), "--data", m_folder, "--max-frame",
         std::to_string(m_options.maxFrame), "--max-connections",
-        std::to_string(m_options.maxConnections), "--slow-limit", std::to_string(m_options.slowLimit) };
+        std::to_string(m_options.maxConnections), "--slow-limit",
+        std::to_string(m_options.slowLimit) };
     for (const User &user : m_options.users) {
         words.push_back("--auth");
         words.push_back(user.name + ":" + m_folder + "/password-" + user.name);

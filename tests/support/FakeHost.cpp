@@ -44,10 +44,10 @@ protected:
     void append(const log4cplus::spi::InternalLoggingEvent &event) override
     {
         const std::lock_guard<std::mutex> lock(m_store->mutex);
-        m_store->records.append({ event.getLogLevel(),
-            QString::fromLocal8Bit(event.getMessage().c_str()),
-            QString::fromLocal8Bit(event.getFile().c_str()),
-            QString::fromLocal8Bit(event.getFunction().c_str()) });
+        m_store->records.append(
+            { event.getLogLevel(), QString::fromLocal8Bit(event.getMessage().c_str()),
+                QString::fromLocal8Bit(event.getFile().c_str()),
+                QString::fromLocal8Bit(event.getFunction().c_str()) });
     }
 
 private:

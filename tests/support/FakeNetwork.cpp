@@ -100,15 +100,15 @@ QString FakeNetwork::lastError() const
     return {};
 }
 
-void FakeNetwork::searchServer(const QStringList &addresses, int port, void *receiver,
-    SearchFunction progress)
+void FakeNetwork::searchServer(
+    const QStringList &addresses, int port, void *receiver, SearchFunction progress)
 {
     calls.append(QStringLiteral("searchServer"));
     int done = 0;
     for (const QString &address : addresses) {
         ++done;
-        progress(receiver, address + QLatin1Char(':') + QString::number(port), done,
-            addresses.size());
+        progress(
+            receiver, address + QLatin1Char(':') + QString::number(port), done, addresses.size());
     }
 }
 

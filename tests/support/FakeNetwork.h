@@ -70,15 +70,15 @@ public:
     bool hasSession() const override;
     void abort() override;
     QString lastError() const override;
-    void searchServer(const QStringList &addresses, int port, void *receiver,
-        SearchFunction progress) override;
+    void searchServer(
+        const QStringList &addresses, int port, void *receiver, SearchFunction progress) override;
     bool ping(const QString &host, int port) override;
     QString serverVersion(const QString &host, int port) override;
     void cancelSearch() override;
     bool post(const QString &url, const QJsonObject &request, QJsonObject &reply, void *receiver,
         ProgressFunction progress) override;
-    bool uploadFile(const QString &url, const QString &localFileName,
-        const QString &serverFileName, void *receiver, ProgressFunction progress) override;
+    bool uploadFile(const QString &url, const QString &localFileName, const QString &serverFileName,
+        void *receiver, ProgressFunction progress) override;
     bool downloadFile(const QString &url, const QString &serverFileName,
         const QString &localFileName, void *receiver, ProgressFunction progress) override;
 

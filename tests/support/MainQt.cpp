@@ -5,7 +5,8 @@
 
 int main(int argc, char **argv)
 {
-    // Temporary files of the code under test go to a folder of this process's own, as a host does it.
+    // Temporary files of the code under test go to a folder of this process's own, as a host does
+    // it.
     const QTemporaryDir temporary;
     qputenv("TMPDIR", temporary.path().toUtf8());
 

@@ -30,7 +30,8 @@ struct State {
 
 State &state()
 {
-    static State *instance = new State; // GoogleTest deletes its listeners after our statics are gone
+    static State *instance
+        = new State; // GoogleTest deletes its listeners after our statics are gone
     return *instance;
 }
 

@@ -38,9 +38,9 @@ Ended runKvx(const QStringList &arguments, const QByteArray &input = {})
 QStringList as(const kvx::host::ShellProcess::Account &account, const QStringList &command)
 {
     return QStringList { QStringLiteral("--server"), site().server(), QStringLiteral("--user"),
-               account.email, QStringLiteral("--password-file"), account.passwordFile,
-               QStringLiteral("--home"), account.home }
-        + command;
+        account.email, QStringLiteral("--password-file"), account.passwordFile,
+        QStringLiteral("--home"), account.home }
+    + command;
 }
 
 QString write(const QString &path, const QByteArray &content)
@@ -95,7 +95,8 @@ TEST(CommandLine, OptionsThatMakeNoSenseAreUsageErrors)
     const Ended server = runKvx({ QStringLiteral("--server"), QStringLiteral("nowhere"),
         QStringLiteral("--user"), QStringLiteral("a@b"), QStringLiteral("projects") });
     EXPECT_EQ(server.exit, 2);
-    EXPECT_EQ(server.err.toStdString(), "kvx: \"nowhere\" is not a server of the form host:port.\n");
+    EXPECT_EQ(
+        server.err.toStdString(), "kvx: \"nowhere\" is not a server of the form host:port.\n");
     const Ended password = runKvx({ QStringLiteral("--user"), QStringLiteral("a@b"),
         QStringLiteral("--password-file"), QStringLiteral("nowhere"), QStringLiteral("projects") });
     EXPECT_EQ(password.exit, 2);
@@ -149,8 +150,8 @@ TEST(CommandLine, AnImportIntoASharedProjectArrivesAtTheColleague)
         0);
     ASSERT_TRUE(team.member(1).waitForEvent(QStringLiteral("projectNew")));
     ASSERT_EQ(exitOf(team.member(1).run(QStringLiteral("open ") + name)), 0);
-    const QJsonObject imported = team.member(0).run(
-        QStringLiteral("import %1 %2").arg(name, QStringLiteral(KVX_TENDER)));
+    const QJsonObject imported
+        = team.member(0).run(QStringLiteral("import %1 %2").arg(name, QStringLiteral(KVX_TENDER)));
     ASSERT_EQ(exitOf(imported), 0) << errorOf(imported).toStdString();
     ASSERT_GE(imported.value(QLatin1String("items")).toInt(), 300);
     ASSERT_EQ(exitOf(team.member(0).run(QStringLiteral("save ") + name)), 0);
@@ -201,8 +202,8 @@ TEST(CommandLine, LosingAccessClosesTheProjectAndItsEditsStayOnDisk)
 {
     Team team(2);
     const QString name = freshName(QStringLiteral("lost"));
-    const QJsonObject made = team.member(0).run(
-        QStringLiteral("new %1 --from %2").arg(name, billFile(5)));
+    const QJsonObject made
+        = team.member(0).run(QStringLiteral("new %1 --from %2").arg(name, billFile(5)));
     ASSERT_EQ(exitOf(made), 0);
     ASSERT_EQ(exitOf(team.member(0).run(
                   QStringLiteral("permissions %1 --set %2=1").arg(name, team.email(1)))),

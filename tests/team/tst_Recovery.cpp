@@ -16,8 +16,9 @@ class SharedProject : public testing::Test {
 protected:
     void SetUp() override
     {
-        const QJsonObject made = anna().run(
-            QStringLiteral("new %1 --from %2").arg(freshName(QStringLiteral("shared")), billFile(30)));
+        const QJsonObject made
+            = anna().run(QStringLiteral("new %1 --from %2")
+                             .arg(freshName(QStringLiteral("shared")), billFile(30)));
         ASSERT_EQ(exitOf(made), 0) << errorOf(made).toStdString();
         guid = made.value(QLatin1String("guid")).toString();
         ASSERT_EQ(exitOf(anna().run(
@@ -47,8 +48,8 @@ protected:
     }
     void edit(kvx::host::ShellProcess &shell, int item, int rate)
     {
-        const QJsonObject result = shell.run(
-            QStringLiteral("edit %1 01.%2 rate=%3").arg(guid).arg(item).arg(rate));
+        const QJsonObject result
+            = shell.run(QStringLiteral("edit %1 01.%2 rate=%3").arg(guid).arg(item).arg(rate));
         ASSERT_EQ(exitOf(result), 0) << errorOf(result).toStdString();
     }
     void save(kvx::host::ShellProcess &shell)
@@ -114,10 +115,9 @@ TEST_F(SharedProject, AHostKilledAtAnyMomentOfASaveLosesAndRepeatsNothing)
             save(anna());
         expectEqualCopies();
         const QJsonObject item = ben().run(QStringLiteral("show %1 01").arg(guid));
-        const QJsonObject row
-            = item.value(QLatin1String("list")).toArray().at(round).toObject();
-        EXPECT_EQ(row.value(QLatin1String("rate")).toString(),
-            QStringLiteral("%1.00").arg(100 + round));
+        const QJsonObject row = item.value(QLatin1String("list")).toArray().at(round).toObject();
+        EXPECT_EQ(
+            row.value(QLatin1String("rate")).toString(), QStringLiteral("%1.00").arg(100 + round));
     }
 }
 
@@ -148,8 +148,10 @@ TEST_F(SharedProject, BothSavingAtOnceGetVersionsOneAfterTheOther)
         ben().send(QStringLiteral("save ") + guid);
         const QJsonObject first = anna().result(180000);
         const QJsonObject second = ben().result(180000);
-        EXPECT_TRUE(first.value(QLatin1String("published")).toBool()) << errorOf(first).toStdString();
-        EXPECT_TRUE(second.value(QLatin1String("published")).toBool()) << errorOf(second).toStdString();
+        EXPECT_TRUE(first.value(QLatin1String("published")).toBool())
+            << errorOf(first).toStdString();
+        EXPECT_TRUE(second.value(QLatin1String("published")).toBool())
+            << errorOf(second).toStdString();
         EXPECT_NE(first.value(QLatin1String("version")), second.value(QLatin1String("version")));
     }
     expectEqualCopies();
@@ -201,10 +203,8 @@ TEST_F(SharedProject, DiscardedEditsAreKeptInAFile)
 
 TEST_F(SharedProject, TheCreatorHoldsNoItemOfThePublishedBase)
 {
-    const QJsonArray items = anna()
-                                 .run(QStringLiteral("show ") + guid)
-                                 .value(QLatin1String("list"))
-                                 .toArray();
+    const QJsonArray items
+        = anna().run(QStringLiteral("show ") + guid).value(QLatin1String("list")).toArray();
     ASSERT_EQ(items.size(), 30);
     for (const QJsonValue &item : items)
         EXPECT_EQ(item.toObject().value(QLatin1String("state")).toInt(), 0);

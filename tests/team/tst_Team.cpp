@@ -63,8 +63,8 @@ private:
 void RandomTeam::createProject(int creator)
 {
     const QString name = freshName(QStringLiteral("project"));
-    const QJsonObject made = m_team.member(creator).run(
-        QStringLiteral("new %1 --from %2").arg(name, billFile(20)));
+    const QJsonObject made
+        = m_team.member(creator).run(QStringLiteral("new %1 --from %2").arg(name, billFile(20)));
     ASSERT_EQ(exitOf(made), 0) << errorOf(made).toStdString();
     QString grants;
     for (int i = 0; i < m_team.size(); ++i) {
@@ -100,7 +100,8 @@ QString RandomTeam::projectCommand(int member, const Project &project)
     case 9:
         return QStringLiteral("sync %1").arg(project.guid);
     case 10:
-        return QStringLiteral("rename %1 %2").arg(project.guid, freshName(QStringLiteral("renamed")));
+        return QStringLiteral("rename %1 %2")
+            .arg(project.guid, freshName(QStringLiteral("renamed")));
     default:
         if (member != project.creator)
             return QStringLiteral("show %1 01").arg(project.guid);
@@ -113,7 +114,8 @@ QString RandomTeam::projectCommand(int member, const Project &project)
 
 QString RandomTeam::randomCommand(int member)
 {
-    const Project &project = m_projects.at(static_cast<std::size_t>(pick(static_cast<int>(m_projects.size()))));
+    const Project &project
+        = m_projects.at(static_cast<std::size_t>(pick(static_cast<int>(m_projects.size()))));
     if (pick(40) == 0 && m_projects.size() > 2 && project.creator == member)
         return QStringLiteral("remove %1").arg(project.guid);
     if (pick(30) == 0)
@@ -142,8 +144,8 @@ void RandomTeam::run(int operations, const std::function<void(int done)> &meanwh
             const QJsonObject result = m_team.member(i).result(120000);
             // Refusals are part of the game; a usage error or silence is not.
             ASSERT_NE(exitOf(result), -1) << "no answer to " << commands.at(i).toStdString();
-            ASSERT_NE(exitOf(result), 2) << commands.at(i).toStdString() << ": "
-                                         << errorOf(result).toStdString();
+            ASSERT_NE(exitOf(result), 2)
+                << commands.at(i).toStdString() << ": " << errorOf(result).toStdString();
             ++done;
         }
         if (meanwhile)
@@ -158,7 +160,8 @@ QMap<QString, QJsonObject> RandomTeam::listOf(const QJsonObject &result) const
     QMap<QString, QJsonObject> list;
     for (const QJsonValue &value : result.value(QLatin1String("projects")).toArray()) {
         QJsonObject record = value.toObject();
-        for (const char *key : { "LogVersion", "LastEditorName", "LastEditorEmail", "LastModifyDate" })
+        for (const char *key :
+            { "LogVersion", "LastEditorName", "LastEditorEmail", "LastModifyDate" })
             record.remove(QLatin1String(key));
         QJsonArray users;
         for (const QJsonValue &user : record.value(QLatin1String("users")).toArray()) {
@@ -183,9 +186,8 @@ RandomTeam::View RandomTeam::freshView(int member)
     view.list = listOf(shell.run(QStringLiteral("projects")));
     for (const QString &guid : view.list.keys()) {
         view.status[guid] = shell.run(QStringLiteral("status %1").arg(guid));
-        view.items[guid] = shell.run(QStringLiteral("show %1").arg(guid))
-                               .value(QLatin1String("list"))
-                               .toArray();
+        view.items[guid]
+            = shell.run(QStringLiteral("show %1").arg(guid)).value(QLatin1String("list")).toArray();
     }
     EXPECT_TRUE(shell.stop());
     return view;
@@ -216,9 +218,11 @@ void RandomTeam::expectSameProjects(int member, const View &expected)
         EXPECT_EQ(exitOf(synced), 0) << errorOf(synced).toStdString();
         const QJsonObject status = m_team.member(member).run(QStringLiteral("status %1").arg(guid));
         for (const char *key : { "version", "pending", "digest", "total", "items" })
-            EXPECT_EQ(status.value(QLatin1String(key)), expected.status[guid].value(QLatin1String(key)))
-                << key << " of " << guid.toStdString() << " at " << m_team.email(member).toStdString()
-                << ": " << QJsonDocument(status).toJson().toStdString()
+            EXPECT_EQ(
+                status.value(QLatin1String(key)), expected.status[guid].value(QLatin1String(key)))
+                << key << " of " << guid.toStdString() << " at "
+                << m_team.email(member).toStdString() << ": "
+                << QJsonDocument(status).toJson().toStdString()
                 << QJsonDocument(expected.status[guid]).toJson().toStdString();
         const QJsonArray seen = m_team.member(member)
                                     .run(QStringLiteral("show %1").arg(guid))

@@ -9,7 +9,8 @@ class CMS_API Closeable {
 public:
     virtual ~Closeable() = default;
 
-    /// Releases the broker's resources of the object; calling it again does nothing. Throws CMSException.
+    /// Releases the broker's resources of the object; calling it again does nothing. Throws
+    /// CMSException.
     virtual void close() = 0;
 };
 

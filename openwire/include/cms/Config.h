@@ -1,4 +1,5 @@
 #pragma once
 
-/// Marks the classes of the messaging interface. The library is linked statically: nothing to export.
+/// Marks the classes of the messaging interface. The library is linked statically: nothing to
+/// export.
 #define CMS_API

@@ -23,9 +23,9 @@ class ExceptionListener;
 class CMS_API Connection : public Startable, public Stoppable, public Closeable {
 public:
     /// Leaves the broker, which frees the client ID, ends all sessions and frees the socket.
-    /// Waits up to two seconds for the broker and up to two for listeners that are running; what has
-    /// not ended then ends on its own later. May be called from inside any listener. Deleting the
-    /// connection does the same.
+    /// Waits up to two seconds for the broker and up to two for listeners that are running; what
+    /// has not ended then ends on its own later. May be called from inside any listener. Deleting
+    /// the connection does the same.
     virtual void close() = 0;
 
     virtual Session *createSession() = 0;

@@ -25,12 +25,14 @@ public:
     static cms::ConnectionFactory *createCMSConnectionFactory(const std::string &brokerURI);
 
     /// Opens the socket at once and throws CMSException when nobody answers, or
-    /// "No Matching Factory Registered for format := <scheme>". Login comes later, except in the form
-    /// with a client ID. User name and password are kept for later calls unless empty.
+    /// "No Matching Factory Registered for format := <scheme>". Login comes later, except in the
+    /// form with a client ID. User name and password are kept for later calls unless empty.
     virtual Connection *createConnection() = 0;
-    virtual Connection *createConnection(const std::string &username, const std::string &password) = 0;
-    virtual Connection *createConnection(const std::string &username, const std::string &password,
-        const std::string &clientId) = 0;
+    virtual Connection *createConnection(const std::string &username, const std::string &password)
+        = 0;
+    virtual Connection *createConnection(
+        const std::string &username, const std::string &password, const std::string &clientId)
+        = 0;
 
     /// Given to connections made from now on.
     virtual void setExceptionListener(ExceptionListener *listener) = 0;

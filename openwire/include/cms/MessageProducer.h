@@ -11,12 +11,12 @@ namespace cms {
 /// Sends messages. Safe to call from several threads; messages of one thread keep their order.
 class CMS_API MessageProducer : public Closeable {
 public:
-    /// Sends a message, which stays the caller's and may be used again; id, time, priority, delivery
-    /// mode, expiry and destination are written into it.
+    /// Sends a message, which stays the caller's and may be used again; id, time, priority,
+    /// delivery mode, expiry and destination are written into it.
     ///
-    /// Persistent: waits for the broker's answer, up to 15 s. Non-persistent: returns as soon as the
-    /// message is on its way. With a callback: does not wait in either mode and reports the broker's
-    /// answer through it; when send itself throws, the callback is not called.
+    /// Persistent: waits for the broker's answer, up to 15 s. Non-persistent: returns as soon as
+    /// the message is on its way. With a callback: does not wait in either mode and reports the
+    /// broker's answer through it; when send itself throws, the callback is not called.
     ///
     /// CMSException when the connection is lost, the broker refused the message, or the frame is
     /// larger than the broker takes (nothing is sent then, and the connection stays usable).
@@ -26,13 +26,17 @@ public:
     virtual void send(Message *message, AsyncCallback *onComplete) = 0;
     virtual void send(Message *message, int deliveryMode, int priority, long long timeToLive) = 0;
     virtual void send(Message *message, int deliveryMode, int priority, long long timeToLive,
-        AsyncCallback *onComplete) = 0;
+        AsyncCallback *onComplete)
+        = 0;
     virtual void send(const Destination *destination, Message *message) = 0;
-    virtual void send(const Destination *destination, Message *message, AsyncCallback *onComplete) = 0;
+    virtual void send(const Destination *destination, Message *message, AsyncCallback *onComplete)
+        = 0;
     virtual void send(const Destination *destination, Message *message, int deliveryMode,
-        int priority, long long timeToLive) = 0;
+        int priority, long long timeToLive)
+        = 0;
     virtual void send(const Destination *destination, Message *message, int deliveryMode,
-        int priority, long long timeToLive, AsyncCallback *onComplete) = 0;
+        int priority, long long timeToLive, AsyncCallback *onComplete)
+        = 0;
 
     /// Defaults for the forms that do not say: PERSISTENT, priority 4, no expiry.
     virtual void setDeliveryMode(int mode) = 0;

@@ -40,10 +40,12 @@ public:
     /// The destination is copied and may be deleted at once. noLocal leaves out messages that were
     /// sent over the same connection. Waits for the broker's answer, up to 15 s.
     virtual MessageConsumer *createConsumer(const Destination *destination) = 0;
-    virtual MessageConsumer *createConsumer(const Destination *destination,
-        const std::string &selector) = 0;
-    virtual MessageConsumer *createConsumer(const Destination *destination,
-        const std::string &selector, bool noLocal) = 0;
+    virtual MessageConsumer *createConsumer(
+        const Destination *destination, const std::string &selector)
+        = 0;
+    virtual MessageConsumer *createConsumer(
+        const Destination *destination, const std::string &selector, bool noLocal)
+        = 0;
 
     /// Without destination the producer's send() calls name one.
     virtual MessageProducer *createProducer(const Destination *destination = NULL) = 0;

@@ -9,7 +9,8 @@ class CMS_API Startable {
 public:
     virtual ~Startable() = default;
 
-    /// Begins delivery of messages; what arrived before is kept and delivered now. Throws CMSException.
+    /// Begins delivery of messages; what arrived before is kept and delivered now. Throws
+    /// CMSException.
     virtual void start() = 0;
 };
 

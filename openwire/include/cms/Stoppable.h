@@ -9,7 +9,8 @@ class CMS_API Stoppable {
 public:
     virtual ~Stoppable() = default;
 
-    /// Holds delivery back until the next start; waits for a listener that is running. Throws CMSException.
+    /// Holds delivery back until the next start; waits for a listener that is running. Throws
+    /// CMSException.
     virtual void stop() = 0;
 };
 
