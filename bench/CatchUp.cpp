@@ -13,6 +13,7 @@
 #include <KVXSQLite/IKVXSQLiteModelCommandFile.h>
 #include <QFile>
 #include <sqlite3.h>
+#include <unistd.h>
 
 namespace kvx::bench {
 
@@ -29,6 +30,9 @@ QString freshCopy(Stand &stand, const QString &of)
     for (const char *suffix : { "", "-wal", "-shm" })
         QFile::remove(path + QLatin1String(suffix));
     require(QFile::copy(of, path), of);
+    QFile copy(path);
+    require(
+        copy.open(QIODevice::ReadWrite) && fsync(copy.handle()) == 0, path); // not the work's part
     return path;
 }
 
@@ -118,11 +122,8 @@ void measureBehind(Stand &stand, Report &report, const ChangeLogs &logs, int fro
     const MemoryPeak peak;
     synchronise(*database, logs.guid, from);
     const double memory = peak.growth();
-    const QString what = QStringLiteral("catch-up, logs: %1, changeset bytes each: %2")
-                             .arg(files.size())
-                             .arg(changesets.first().size());
-    report.note(what);
-    const QString count = QString::number(files.size());
+    const QString count = QStringLiteral("%1 of %2 rows").arg(files.size()).arg(logs.rows);
+    report.note(QStringLiteral("%1 bytes of changeset a log").arg(changesets.first().size()));
     report.addRatio(QStringLiteral("catch-up by applying, logs: %1").arg(count), median(floor),
         median(executed), limit);
     report.addRatio(QStringLiteral("catch-up by synchronising, logs: %1").arg(count), median(floor),

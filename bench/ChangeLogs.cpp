@@ -29,6 +29,7 @@ ChangeLogs writeChangeLogs(Stand &stand, const QString &name, const TenderSize &
     int rows, const QList<int> &copies)
 {
     ChangeLogs logs;
+    logs.rows = rows;
     logs.guid = stand.share(name, size, &logs.base);
     const QString work = stand.path(name + QLatin1String(".work"));
     require(QFile::copy(logs.base, work), work);

@@ -15,6 +15,7 @@ struct TenderSize;
 struct ChangeLogs {
     QString guid;
     QString base;
+    int rows = 0; ///< changed by each log
     QStringList files;
     QMap<int, QString> copies; ///< version to a project file that stands at it
 };
