@@ -122,7 +122,13 @@ int save(Context &context, const Arguments &arguments)
             data);
     if (result.code == KVXCWProjectData::MergeLogsFailed)
         return mergeFailed(context, *project, result.text);
-    return context.output.failed(NotPublished, result.text, data);
+    QString reason = result.text;
+    if (result.code == KVXCWProjectData::LockWaitExhausted) {
+        const QString holder = context.client.saveLockHolder(*project);
+        if (!holder.isEmpty())
+            reason += QStringLiteral(" The save lock is held by %1.").arg(holder);
+    }
+    return context.output.failed(NotPublished, reason, data);
 }
 
 int sync(Context &context, const Arguments &arguments)

@@ -91,12 +91,35 @@ void Client::keepAlive()
         users->keepAlive();
         return;
     }
+    postService({ { QStringLiteral("service"), QStringLiteral("keepactive") },
+        { QStringLiteral("Email"), m_options.email } });
+}
+
+QJsonObject Client::postService(const QJsonObject &request) const
+{
     QJsonObject reply;
     KVXNetwork::getInstance()->post(
-        QStringLiteral("http://%1:%2/kvx/service").arg(m_options.host, m_options.port),
-        { { QStringLiteral("service"), QStringLiteral("keepactive") },
-            { QStringLiteral("Email"), m_options.email } },
+        QStringLiteral("http://%1:%2/kvx/service").arg(m_options.host, m_options.port), request,
         reply, nullptr, nullptr);
+    return reply;
+}
+
+QString Client::saveLockHolder(const OpenProject &project) const
+{
+    QJsonObject request { { QStringLiteral("service"), QStringLiteral("loglock") },
+        { QStringLiteral("Email"), m_options.email },
+        { QStringLiteral("ProjectGUID"), project.guid() },
+        { QStringLiteral("LogVersion"), project.synchronizer()->logVersion() },
+        { QStringLiteral("ReleaseLock"), false } };
+    const QJsonObject reply = postService(request);
+    if (reply.value(QLatin1String("Lock")).toInt() == 1) {
+        request.insert(QStringLiteral("ReleaseLock"), true); // it has come free; a save asks itself
+        postService(request);
+    }
+    const QString holder = reply.value(QLatin1String("HolderName")).toString();
+    return holder.isEmpty() ? QString()
+                            : QStringLiteral("%1, since %2")
+                                  .arg(holder, reply.value(QLatin1String("Since")).toString());
 }
 
 void Client::end()

@@ -63,6 +63,9 @@ public:
     /// where.
     OpenProject *discard(const QString &guid, QString *where, OpenProject::Failure *failure);
 
+    /// Who holds the project's save lock and since when; empty when it is free.
+    QString saveLockHolder(const OpenProject &project) const;
+
 Q_SIGNALS:
     /// Something a user may want to see: "projectSaved", "connectionLost" …; the data name the
     /// project and what else belongs to it.
@@ -71,6 +74,7 @@ Q_SIGNALS:
 private:
     KVXErrorCode login();
     void keepAlive();
+    QJsonObject postService(const QJsonObject &request) const;
     void connectSignals();
     void report(const QString &event, const QString &guid);
     void onNotify(const QJsonObject &message);
