@@ -35,7 +35,7 @@ QString figure(double value)
 QString columns(const QString &name, const QString &floor, const QString &ours,
     const QString &ratio, const QString &goal)
 {
-    return name.leftJustified(48) + floor.rightJustified(12) + ours.rightJustified(12)
+    return name.leftJustified(58) + floor.rightJustified(12) + ours.rightJustified(12)
         + ratio.rightJustified(8) + QLatin1String("  ") + goal;
 }
 
