@@ -79,10 +79,12 @@ Status Connection::open(const std::string &path, Role role)
     limitConnection(m_handle);
     if (sqlite3_db_readonly(m_handle, "main") == 1)
         return { Failure::Io, "opening " + path + ": the file is read-only" };
-    const char *settings = role == Role::Host ? "PRAGMA cell_size_check=ON; PRAGMA mmap_size=0; "
-                                                "PRAGMA foreign_keys=ON; PRAGMA synchronous=FULL"
-                                              : "PRAGMA cell_size_check=ON; PRAGMA mmap_size=0; "
-                                                "PRAGMA foreign_keys=ON; PRAGMA synchronous=NORMAL";
+    // Published edits need not be overwritten with zeros when they leave the pending table.
+    const char *settings = role == Role::Host
+        ? "PRAGMA cell_size_check=ON; PRAGMA mmap_size=0; PRAGMA secure_delete=OFF; "
+          "PRAGMA foreign_keys=ON; PRAGMA synchronous=FULL"
+        : "PRAGMA cell_size_check=ON; PRAGMA mmap_size=0; PRAGMA secure_delete=OFF; "
+          "PRAGMA foreign_keys=ON; PRAGMA synchronous=NORMAL";
     return exec(settings, "preparing the connection");
 }
 
