@@ -115,8 +115,9 @@ TEST(ServerNotifications, EveryCommitIsHeardThoughTheBrokerIsKilledAgainAndAgain
         awaitBroker(server);
         for (int i = 0; i < 4; ++i)
             announce();
-        if (round % 2 == 0)
-            listener->await(4); // else some are still on their way when the broker dies
+        // A message that the broker has confirmed dies with it where a listener has not got it yet:
+        // the topic is not durable. What is announced while the broker is away must not be lost.
+        awaitNumber(*listener, static_cast<std::int64_t>(expected.size()));
         for (const std::string &text : listener->await(0))
             numbers.insert(number(text));
         broker.kill();
