@@ -19,10 +19,10 @@
 #include "store/ProcessStore.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <iostream>
 #include <limits>
 #include <thread>
-#include <unistd.h>
 
 namespace kvx::server {
 
@@ -136,7 +136,7 @@ int serve(const Config &config, const ServeOptions &options)
         ended = publisher->stop(publisherDrain);
     logLine(LogLevel::Info, "stopped");
     if (!ended)
-        _exit(ExitDone); // a thread is caught in a broker that never answers
+        std::quick_exit(ExitDone); // a thread is caught in a broker that never answers
     pool.reset();
     dispatcher.reset();
     http.reset();

@@ -17,6 +17,8 @@ namespace {
 constexpr std::chrono::milliseconds pollInterval { 500 };
 constexpr std::chrono::milliseconds firstBackoff { 200 };
 constexpr std::chrono::milliseconds longestBackoff { 5000 };
+/// A broker that answers nothing more holds up the closing of its connection this long at most.
+constexpr std::chrono::seconds closingLimit { 5 };
 constexpr std::size_t inFlightLimit = 64;
 constexpr std::size_t messageLimit = std::size_t { 1 } << 20;
 /// A "New" that comes later than this may meet a list that holds the project already.
@@ -57,7 +59,7 @@ bool Publisher::stop(std::chrono::milliseconds limit)
         m_stopEnd = std::chrono::steady_clock::now() + limit;
     }
     m_changed.notify_all();
-    m_changed.wait_for(lock, limit + std::chrono::seconds(1), [this] { return m_ended; });
+    m_changed.wait_for(lock, limit + closingLimit, [this] { return m_ended; });
     const bool ended = m_ended;
     lock.unlock();
     if (ended && m_thread.joinable())
