@@ -56,8 +56,7 @@ bool addEntry(zip_t *archive, const QString &name, const QString &path, const QB
     }
     // The library's own default takes ten times as long for a few per cent.
     constexpr zip_uint32_t level = 6;
-    if (zip_set_file_compression(
-            archive, static_cast<zip_uint64_t>(index), ZIP_CM_DEFLATE, level)
+    if (zip_set_file_compression(archive, static_cast<zip_uint64_t>(index), ZIP_CM_DEFLATE, level)
         != 0)
         return false;
     return password.isEmpty()

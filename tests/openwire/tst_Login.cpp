@@ -244,8 +244,8 @@ TEST_P(Authentication, wrongPasswordAndUnknownUserAreSecurityExceptions)
         }
         return std::string("no answer");
     };
-    EXPECT_EQ(refusal(*s_closed, "estimator", "wrong"),
-        "User name [estimator] or password is invalid.");
+    EXPECT_EQ(
+        refusal(*s_closed, "estimator", "wrong"), "User name [estimator] or password is invalid.");
     EXPECT_EQ(refusal(*s_open, "nobody", "x"), "User name [nobody] or password is invalid.");
     Client right(uri(*s_closed), clientId, "server", "other"); // the refused ones hold no client ID
 }
