@@ -19,7 +19,8 @@ elseif(KVX_SANITIZE STREQUAL "thread")
     # The HTTP library's fences are known to be invisible to this sanitizer; nothing to warn of each time.
     set(kvx_sanitizer -fsanitize=thread -fno-omit-frame-pointer -Wno-tsan)
 elseif(KVX_SANITIZE STREQUAL "fuzzer")
-    set(kvx_sanitizer -fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+    set(kvx_sanitizer -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all
+        -fno-omit-frame-pointer)
 elseif(KVX_SANITIZE)
     message(FATAL_ERROR "KVX_SANITIZE=${KVX_SANITIZE} is not known")
 endif()
