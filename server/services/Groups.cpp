@@ -32,11 +32,11 @@ Json *groupIn(rapidjson::Document &info, const std::string &groupKey)
 }
 
 /// Calls `act(project, document, value of "Group")` for each living project of the group.
-template <class Act> std::size_t eachMember(Call &call, const std::string &group, Act act)
+template <class Act> std::size_t eachMember(Db &db, const std::string &group, Act act)
 {
     const std::string key = foldedKey(group);
     std::size_t count = 0;
-    for (const auto &candidate : GroupStore(call.db()).candidates("\"Group\"")) {
+    for (const auto &candidate : GroupStore(db).candidates("\"Group\"")) {
         rapidjson::Document info;
         info.Parse(candidate.info.data(), candidate.info.size());
         if (Json *named = groupIn(info, key)) {
@@ -45,11 +45,6 @@ template <class Act> std::size_t eachMember(Call &call, const std::string &group
         }
     }
     return count;
-}
-
-std::size_t memberCount(Call &call, const std::string &group)
-{
-    return eachMember(call, group, [](std::int64_t, rapidjson::Document &, Json &) {});
 }
 
 Reply newGroup(Call &call)
@@ -78,7 +73,7 @@ Reply removeGroup(Call &call)
         return Reply::refused(StatusCode::NoSuchGroup, { name });
     if (!mayManage(call, *group))
         return Reply::refused(StatusCode::NotAllowed);
-    if (const std::size_t members = memberCount(call, name))
+    if (const std::size_t members = projectsInGroup(call.db(), name))
         return Reply::refused(StatusCode::GroupNotEmpty, { std::to_string(members) });
     groups.remove(group->id);
     return Reply::ok();
@@ -101,12 +96,12 @@ Reply renameGroup(Call &call)
         return Reply::refused(StatusCode::NameTaken, { newName });
     if (group->name == newName)
         return Reply::ok();
-    if (memberCount(call, oldName) > mostRenamed)
+    if (projectsInGroup(call.db(), oldName) > mostRenamed)
         return Reply::refused(StatusCode::TooLarge, { "a group of 1,000 projects" });
 
     groups.rename(group->id, newName);
     ProjectStore projects(call.db());
-    eachMember(call, oldName, [&](std::int64_t id, rapidjson::Document &info, Json &named) {
+    eachMember(call.db(), oldName, [&](std::int64_t id, rapidjson::Document &info, Json &named) {
         named.SetString(
             newName.data(), static_cast<rapidjson::SizeType>(newName.size()), info.GetAllocator());
         const std::string text = compactJson(info);
@@ -123,6 +118,11 @@ Reply existsGroup(Call &call)
 }
 
 } // namespace
+
+std::size_t projectsInGroup(Db &db, const std::string &group)
+{
+    return eachMember(db, group, [](std::int64_t, rapidjson::Document &, Json &) {});
+}
 
 const ServiceTable groupServices = {
     { "newprojectgroup", newGroup, NeedsUser | Writes },

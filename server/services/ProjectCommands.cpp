@@ -25,7 +25,7 @@ std::string joined(const std::vector<OpenStore::Editor> &editors)
 }
 
 // Not behind the table's project rule: its remover may repeat the request when the project is gone.
-Reply removeProject(Call &call)
+Reply removeProjectOfCaller(Call &call)
 {
     const std::string guid = call.request().guid("ProjectGUID");
     const auto project = call.findProject(guid);
@@ -38,19 +38,9 @@ Reply removeProject(Call &call)
     }
     if (!project->owner)
         return Reply::refused(StatusCode::NotAllowed);
-    const auto editors
-        = OpenStore(call.db()).editors(project->id, call.now() - call.config().sessionPresence);
-    if (!editors.empty())
-        return Reply::refused(StatusCode::ProjectInUse, { joined(editors) });
-    if (!project->lockedBy.empty())
-        return Reply::refused(StatusCode::ProjectLocked, { project->lockedBy });
-
-    ItemStore(call.db()).checkInProject(project->id, call.now());
-    StageStore(call.db()).drop(project->id);
-    OpenStore(call.db()).closeEverywhere(project->id);
-    projects.remove(project->id, call.caller().userId, call.now());
-    call.wakeHeld(logLockKey(project->id));
-    announceRecord(call, project->id, "Remove");
+    if (const auto refusal = refuseRemoval(call, *project))
+        return *refusal;
+    removeProject(call, project->id, call.caller().userId);
     call.audit(static_cast<int>(StatusCode::Ok), project->guid, project->name);
     return Reply::ok();
 }
@@ -120,8 +110,29 @@ Reply updateAdditionalInfo(Call &call)
 
 } // namespace
 
+std::optional<Reply> refuseRemoval(Call &call, const ProjectAccess &project)
+{
+    const auto editors
+        = OpenStore(call.db()).editors(project.id, call.now() - call.config().sessionPresence);
+    if (!editors.empty())
+        return Reply::refused(StatusCode::ProjectInUse, { joined(editors) });
+    if (!project.lockedBy.empty())
+        return Reply::refused(StatusCode::ProjectLocked, { project.lockedBy });
+    return std::nullopt;
+}
+
+void removeProject(Call &call, std::int64_t projectId, const std::optional<std::int64_t> &removedBy)
+{
+    ItemStore(call.db()).checkInProject(projectId, call.now());
+    StageStore(call.db()).drop(projectId);
+    OpenStore(call.db()).closeEverywhere(projectId);
+    ProjectStore(call.db()).remove(projectId, removedBy, call.now());
+    call.wakeHeld(logLockKey(projectId));
+    announceRecord(call, projectId, "Remove");
+}
+
 const ServiceTable projectCommandServices = {
-    { "removeproject", removeProject, NeedsUser | NamesCaller | Writes },
+    { "removeproject", removeProjectOfCaller, NeedsUser | NamesCaller | Writes },
     { "updateproject", updateProject, ProjectWriter | NamesCaller | Unlocked | Writes },
     { "renameproject", renameProject, ProjectWriter | NamesCaller | Unlocked | Writes },
     { "updateprojectadditionalinfo", updateAdditionalInfo,

@@ -173,12 +173,36 @@ void ProjectStore::update(std::int64_t id, const Fields &fields, std::int64_t ed
             { "editor", editorId }, { "now", now }, { "id", id } });
 }
 
-void ProjectStore::remove(std::int64_t id, std::int64_t userId, Time now)
+void ProjectStore::remove(std::int64_t id, const std::optional<std::int64_t> &userId, Time now)
 {
     m_db.run("UPDATE project SET removed_at = :now, removed_by = :user, live_name_key = NULL,"
              " lock_session = NULL, lock_user = NULL, plock_session = NULL, plock_user = NULL"
              " WHERE id = :id",
         { { "now", now }, { "user", userId }, { "id", id } });
+}
+
+void ProjectStore::restore(std::int64_t id, std::string_view name)
+{
+    const T key = foldedKey(name);
+    m_db.run("UPDATE project SET removed_at = NULL, removed_by = NULL, name = :name,"
+             " name_key = :key, live_name_key = :live WHERE id = :id",
+        { { "name", name }, { "key", key }, { "live", key }, { "id", id } });
+}
+
+std::vector<ProjectStore::Removed> ProjectStore::removed()
+{
+    std::vector<Removed> found;
+    m_db.each<I, T, T, T, I, T, T, bool>(
+        "SELECT p.id, p.guid, p.name, p.kind, p.removed_at, COALESCE(u.name, ''),"
+        " COALESCE(u.email, ''), CASE WHEN EXISTS (SELECT 1 FROM project_permission m"
+        " WHERE m.project_id = p.id) THEN 0 ELSE 1 END FROM project p"
+        " LEFT JOIN users u ON u.id = p.removed_by"
+        " WHERE p.removed_at IS NOT NULL ORDER BY p.removed_at, p.id",
+        {}, [&found](I id, T guid, T name, T kind, I at, T byName, T byEmail, bool purged) {
+            found.push_back({ id, std::move(guid), std::move(name), std::move(kind), at,
+                std::move(byName), std::move(byEmail), purged });
+        });
+    return found;
 }
 
 std::vector<std::int64_t> ProjectStore::removedBefore(Time before, int maximum)

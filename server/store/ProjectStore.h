@@ -93,8 +93,21 @@ public:
         std::optional<std::int64_t> state, bidStatus;
     };
     void update(std::int64_t id, const Fields &fields, std::int64_t editorId, Time now);
-    /// Removes the project from all lists and frees its name; the GUID stays taken.
-    void remove(std::int64_t id, std::int64_t userId, Time now);
+    /// Removes the project from all lists and frees its name; the GUID stays taken. No user stands
+    /// for the administration.
+    void remove(std::int64_t id, const std::optional<std::int64_t> &userId, Time now);
+    /// Takes it back from the trash under that name, without an owner of any lock. Throws a unique
+    /// DbError when the name is taken.
+    void restore(std::int64_t id, std::string_view name);
+    struct Removed {
+        std::int64_t id = 0;
+        std::string guid, name, kind;
+        Time at = 0;
+        std::string byName, byEmail; ///< empty for the administration
+        bool purged = false; ///< only the row is left
+    };
+    /// All removed projects, by time.
+    std::vector<Removed> removed();
 
     /// Removed before `before` and not purged yet.
     std::vector<std::int64_t> removedBefore(Time before, int maximum);
