@@ -1,9 +1,8 @@
 #include "services/Access.h"
 #include "base/Config.h"
+#include "services/Announcements.h"
 #include "services/ProjectRecord.h"
 #include "store/Db.h"
-#include "store/ItemStore.h"
-#include "store/LogStore.h"
 #include "store/MetaStore.h"
 #include "store/OpenStore.h"
 #include "store/PermissionStore.h"
@@ -69,28 +68,19 @@ bool hasSpace(const Config &config)
         >= config.diskReserve;
 }
 
-void withdraw(
-    Call &call, std::int64_t projectId, const std::string &guid, std::int64_t userId, bool mayRead)
+void announceItems(Call &call, std::int64_t projectId, const std::string &guid,
+    const std::string &command, std::int64_t module)
 {
-    if (LogStore(call.db()).releaseOfUser(projectId, userId))
-        call.wakeHeld(logLockKey(projectId));
-    ProjectStore(call.db()).freeProjectLockOfUser(projectId, userId);
-    if (!mayRead)
-        OpenStore(call.db()).closeAll(projectId, userId);
-    for (const std::int64_t module : ItemStore(call.db()).checkInAll(projectId, userId, call.now()))
-        announceItems(call, projectId, guid, "CheckIn", module, Call::Sender::Server);
+    call.announce(itemsAnnouncement(projectId, guid, command, module));
 }
 
-void announceItems(Call &call, std::int64_t projectId, const std::string &guid,
-    const std::string &command, std::int64_t module, Call::Sender sender)
+void announceWholeRecord(Call &call, std::int64_t projectId, const std::string &command)
 {
     Announcement announcement;
-    announcement.type = "notifymsg_checkout";
+    announcement.type = "notifymsg_projectlist";
     announcement.command = command;
-    announcement.content = "{\"Command\":" + jsonText(command)
-        + ",\"ProjectGUID\":" + jsonText(guid) + ",\"ModuleType\":" + std::to_string(module) + '}';
     announcement.projectId = projectId;
-    call.announce(std::move(announcement), sender);
+    call.announce(std::move(announcement));
 }
 
 void announceRecord(Call &call, std::int64_t projectId, const std::string &command)

@@ -27,14 +27,12 @@ bool isInMaintenance(Call &call);
 /// Free space above `disk.reserve`.
 bool hasSpace(const Config &config);
 
-/// Frees what a user who may no longer write holds in a project (log lock with its stage, project
-/// lock, check-outs), and what he has open when he may not read it either. Tells the others.
-void withdraw(
-    Call &call, std::int64_t projectId, const std::string &guid, std::int64_t userId, bool mayRead);
-
-/// "CheckOut" or "CheckIn" of a module's items.
+/// "CheckOut" or "CheckIn" of a module's items, in the caller's name.
 void announceItems(Call &call, std::int64_t projectId, const std::string &guid,
-    const std::string &command, std::int64_t module, Call::Sender sender = Call::Sender::Caller);
+    const std::string &command, std::int64_t module);
+
+/// "New" or "PermissionChanged": the record with its users, as it is when the message is sent.
+void announceWholeRecord(Call &call, std::int64_t projectId, const std::string &command);
 
 /// A project-list notification with the short record.
 void announceRecord(Call &call, std::int64_t projectId, const std::string &command);

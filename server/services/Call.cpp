@@ -31,9 +31,9 @@ std::optional<ProjectAccess> Call::findProject(const std::string &guid)
     return server::findProject(m_db, config(), m_now, guid, m_caller->userId, m_caller->rights);
 }
 
-void Call::announce(Announcement announcement, Sender sender)
+void Call::announce(Announcement announcement)
 {
-    announcement.sender = m_caller && sender == Sender::Caller ? m_caller->email : std::string();
+    announcement.sender = m_caller ? m_caller->email : std::string();
     addAnnouncement(m_db, m_now, announcement);
     m_announced = true;
 }

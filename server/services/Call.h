@@ -84,12 +84,10 @@ public:
     /// A project named by another key, as this caller sees it; nothing when he may not read it.
     std::optional<ProjectAccess> findProject(const std::string &guid);
 
-    /// Whom clients take for the acting user. They ignore check-out messages of their own user:
-    /// what his own client does not know yet is announced by the server.
-    enum class Sender { Caller, Server };
-
-    /// Adds a message for all clients to this transaction. The sender is filled in.
-    void announce(Announcement announcement, Sender sender = Sender::Caller);
+    /// Adds a message for all clients to this transaction, in the caller's name.
+    void announce(Announcement announcement);
+    /// Messages were added in another way: wakes the publisher after the commit.
+    void noteAnnounced() { m_announced = true; }
 
     /// After the commit, runs the requests held under that key (Reply::held) again.
     void wakeHeld(std::string key) { m_wakes.push_back(std::move(key)); }

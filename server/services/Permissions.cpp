@@ -1,6 +1,7 @@
 #include "services/Permissions.h"
 #include "base/Text.h"
 #include "services/Access.h"
+#include "services/Withdrawal.h"
 #include "store/Db.h"
 #include "store/PermissionStore.h"
 #include "store/UserStore.h"
@@ -72,35 +73,38 @@ Reply projectPermission(Call &call)
         rows[entry.userId] = entry.levels;
     }
 
-    PermissionStore permissions(call.db());
-    std::map<std::int64_t, int> before; // effective levels of everybody who had a row
-    for (const StoredLevels &row : permissions.of(project.id)) {
-        before[row.userId] = levelOf(call.db(), project.id, project.kind, row.userId);
-        if (row.userId == project.creatorId)
-            rows.try_emplace(row.userId, row.levels);
-        if (rows.count(row.userId) == 0)
-            permissions.clear(project.id, row.userId);
-    }
-    for (const auto &[userId, levels] : rows)
-        permissions.set(project.id, userId, levels);
-
-    for (const auto &[userId, level] : before) {
-        const int now = levelOf(call.db(), project.id, project.kind, userId);
-        if (now < 1 && level >= 0 && now != level)
-            withdraw(call, project.id, project.guid, userId, now >= 0);
-    }
-
-    Announcement announcement;
-    announcement.type = "notifymsg_projectlist";
-    announcement.command = "PermissionChanged";
-    announcement.projectId = project.id;
-    call.announce(std::move(announcement));
+    replacePermissions(
+        call, { project.id, project.guid, project.kind, project.creatorId, std::move(rows) });
     call.audit(static_cast<int>(StatusCode::Ok), project.guid,
         compactJson(*call.request().find("userperms")));
     return Reply::ok();
 }
 
 } // namespace
+
+void replacePermissions(Call &call, NewPermissions wanted)
+{
+    PermissionStore permissions(call.db());
+    std::map<std::int64_t, int> before; // effective levels of everybody who had a row
+    for (const StoredLevels &row : permissions.of(wanted.projectId)) {
+        before[row.userId] = levelOf(call.db(), wanted.projectId, wanted.kind, row.userId);
+        if (row.userId == wanted.creatorId)
+            wanted.rows.try_emplace(row.userId, row.levels);
+        if (wanted.rows.count(row.userId) == 0)
+            permissions.clear(wanted.projectId, row.userId);
+    }
+    for (const auto &[userId, levels] : wanted.rows)
+        permissions.set(wanted.projectId, userId, levels);
+
+    for (const auto &[userId, level] : before) {
+        const int now = levelOf(call.db(), wanted.projectId, wanted.kind, userId);
+        if (now < 1 && level >= 0 && now != level
+            && withdraw(call.db(), call.now(), wanted.projectId, wanted.guid, userId, now >= 0))
+            call.wakeHeld(logLockKey(wanted.projectId));
+    }
+
+    announceWholeRecord(call, wanted.projectId, "PermissionChanged");
+}
 
 const ServiceTable permissionServices = {
     { "projectpermission", projectPermission, ProjectOwner | NamesCaller | Unlocked | Writes },

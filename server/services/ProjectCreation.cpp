@@ -61,11 +61,7 @@ Reply create(Call &call, const ProjectStore::New &project, const ProjectAccess *
     if (source)
         permissions.copyForAddendum(source->id, id);
 
-    Announcement announcement;
-    announcement.type = "notifymsg_projectlist";
-    announcement.command = "New";
-    announcement.projectId = id;
-    call.announce(std::move(announcement));
+    announceWholeRecord(call, id, "New");
     call.audit(static_cast<int>(StatusCode::Ok), project.guid, project.name);
     return Reply::ok();
 }

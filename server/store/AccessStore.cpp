@@ -72,4 +72,26 @@ std::optional<ProjectAccess> findProject(Db &db, const Config &config, Time now,
     return access;
 }
 
+std::vector<HeldProject> projectsHeldBy(Db &db, std::int64_t userId)
+{
+    std::vector<HeldProject> held;
+    db.each<std::int64_t, std::string, std::string, int>(
+        "SELECT p.id, p.guid, p.kind, coalesce(m.rw, -1) FROM project p "
+        "LEFT JOIN project_permission m ON m.project_id = p.id AND m.user_id = :user "
+        "WHERE p.removed_at IS NULL AND p.id IN ("
+        "SELECT o.project_id FROM session s JOIN project_open o ON o.session_id = s.id "
+        "WHERE s.user_id = :user "
+        "UNION SELECT l.id FROM session s JOIN project l ON l.lock_session = s.id "
+        "WHERE s.user_id = :user "
+        "UNION SELECT l.id FROM session s JOIN project l ON l.plock_session = s.id "
+        "WHERE s.user_id = :user "
+        "UNION SELECT i.id FROM project i WHERE EXISTS (SELECT 1 FROM item t "
+        "WHERE t.project_id = i.id AND t.user_id = :user AND t.state = 1)) ORDER BY p.id",
+        { { "user", userId } },
+        [&held](std::int64_t id, std::string guid, std::string kind, int storedRw) {
+            held.push_back({ id, std::move(guid), std::move(kind), storedRw });
+        });
+    return held;
+}
+
 } // namespace kvx::server

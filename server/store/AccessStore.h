@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kvx::server {
 
@@ -45,5 +46,15 @@ int levelByRole(const RoleRights &rights, const std::string &kind);
 /// removed, or when the user may not read it: the three look alike from outside.
 std::optional<ProjectAccess> findProject(Db &db, const Config &config, Time now,
     const std::string &guid, std::int64_t userId, const RoleRights &rights);
+
+/// A living project in which a user has something that goes with his rights: a log lock, a project
+/// lock, check-outs, or the project open.
+struct HeldProject {
+    std::int64_t id = 0;
+    std::string guid;
+    std::string kind;
+    int storedRw = -1; ///< of that user
+};
+std::vector<HeldProject> projectsHeldBy(Db &db, std::int64_t userId);
 
 } // namespace kvx::server

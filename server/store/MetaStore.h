@@ -8,7 +8,7 @@ namespace kvx::server {
 class Db;
 
 /// Named values of the whole server: "epoch", "epoch_since", "read_only", "created", "roles",
-/// "clock".
+/// "roles.latest", "clock".
 std::optional<std::string> metaValue(Db &db, const std::string &name);
 void setMetaValue(Db &db, const std::string &name, const std::string &value);
 

@@ -4,7 +4,9 @@
 #include "store/Db.h"
 #include "store/MetaStore.h"
 
+#include <algorithm>
 #include <map>
+#include <sstream>
 
 namespace kvx::server {
 
@@ -23,7 +25,27 @@ Role roleFrom(const RoleColumns &row)
     return role;
 }
 
+constexpr const char *latestChangeKey = "roles.latest";
+
 } // namespace
+
+const std::array<RightName, 9> rightNames { {
+    { "AllProjectReadWrite", &RoleRights::allProjectReadWrite },
+    { "AllProjectReview", &RoleRights::allProjectReview },
+    { "ExportProject", &RoleRights::exportProject },
+    { "ExportUnitRate", &RoleRights::exportUnitRate },
+    { "UploadReportSetting", &RoleRights::uploadReportSetting },
+    { "ReadOnlyRateLibrary", &RoleRights::readOnlyRateLibrary },
+    { "ReadWriteRateLibrary", &RoleRights::readWriteRateLibrary },
+    { "ReadWriteBQLibrary", &RoleRights::readWriteBQLibrary },
+    { "Administrator", &RoleRights::administrator },
+} };
+
+bool RoleRights::operator==(const RoleRights &other) const
+{
+    return std::all_of(rightNames.begin(), rightNames.end(),
+        [&](const RightName &name) { return this->*name.right == other.*name.right; });
+}
 
 std::vector<Role> loadRoles(Db &db)
 {
@@ -69,6 +91,16 @@ std::optional<std::int64_t> findRole(Db &db, const std::string &name)
         "SELECT id FROM role WHERE name_key = :key", { { "key", foldedKey(name) } });
 }
 
+std::vector<Account> loadAccounts(Db &db)
+{
+    std::vector<Account> accounts;
+    db.each<std::int64_t, std::string, bool>("SELECT id, email, disabled FROM users", {},
+        [&accounts](std::int64_t id, std::string email, bool disabled) {
+            accounts.push_back({ id, std::move(email), disabled });
+        });
+    return accounts;
+}
+
 std::int64_t addRole(Db &db, const std::string &name, const RoleRights &rights)
 {
     const std::int64_t id = nextKey(db, "role");
@@ -85,6 +117,41 @@ std::int64_t addRole(Db &db, const std::string &name, const RoleRights &rights)
             { "libwrite", rights.readWriteRateLibrary }, { "bqwrite", rights.readWriteBQLibrary },
             { "admin", rights.administrator } });
     return id;
+}
+
+void setRole(
+    Db &db, std::int64_t id, const std::string &name, const RoleRights &rights, int position)
+{
+    db.run("UPDATE role SET name = :name, name_key = :key, position = :position, "
+           "all_project_read_write = :readwrite, all_project_review = :review, "
+           "export_project = :export, export_unit_rate = :rate, upload_report_setting = :report, "
+           "read_only_rate_library = :libread, read_write_rate_library = :libwrite, "
+           "read_write_bq_library = :bqwrite, administrator = :admin WHERE id = :id",
+        { { "id", id }, { "name", name }, { "key", foldedKey(name) }, { "position", position },
+            { "readwrite", rights.allProjectReadWrite }, { "review", rights.allProjectReview },
+            { "export", rights.exportProject }, { "rate", rights.exportUnitRate },
+            { "report", rights.uploadReportSetting }, { "libread", rights.readOnlyRateLibrary },
+            { "libwrite", rights.readWriteRateLibrary }, { "bqwrite", rights.readWriteBQLibrary },
+            { "admin", rights.administrator } });
+}
+
+void setRoleMembers(Db &db, std::int64_t id, const std::vector<std::int64_t> &users)
+{
+    db.run("DELETE FROM role_user WHERE role_id = :role", { { "role", id } });
+    for (const std::int64_t user : users)
+        assignRole(db, id, user);
+}
+
+void removeRole(Db &db, std::int64_t id)
+{
+    db.run("DELETE FROM role_user WHERE role_id = :role", { { "role", id } });
+    db.run("DELETE FROM role WHERE id = :role", { { "role", id } });
+}
+
+void releaseRoleNames(Db &db)
+{
+    // No folded name has a line feed in it.
+    db.run("UPDATE role SET name_key = '\n' || id");
 }
 
 bool assignRole(Db &db, std::int64_t roleId, std::int64_t userId)
@@ -119,28 +186,31 @@ std::int64_t rolesRevision(Db &db)
     return std::stoll(metaValue(db, "roles").value_or("0"));
 }
 
-std::int64_t raiseRolesRevision(Db &db)
+std::int64_t raiseRolesRevision(Db &db, std::int64_t session)
 {
-    const std::int64_t revision = rolesRevision(db) + 1;
-    setMetaValue(db, "roles", std::to_string(revision));
-    return revision;
+    const std::int64_t before = rolesRevision(db);
+    const LatestRolesChange latest = latestRolesChange(db);
+    const std::int64_t since = session != 0 && latest.session == session ? latest.since : before;
+    setMetaValue(db, "roles", std::to_string(before + 1));
+    setMetaValue(db, latestChangeKey, std::to_string(session) + ' ' + std::to_string(since));
+    return before + 1;
+}
+
+LatestRolesChange latestRolesChange(Db &db)
+{
+    LatestRolesChange latest;
+    std::istringstream text(metaValue(db, latestChangeKey).value_or("0 0"));
+    text >> latest.session >> latest.since;
+    return latest;
 }
 
 std::string roleJson(const Role &role, std::int64_t revision, bool withUsers)
 {
-    const auto digit = [](const char *key, bool granted) {
-        return std::string(",\"") + key + "\":" + (granted ? '1' : '0');
-    };
-    const RoleRights &r = role.rights;
-    std::string json = "{\"RoleID\":" + std::to_string(role.id) + ",\"Name\":" + jsonText(role.name)
-        + digit("AllProjectReadWrite", r.allProjectReadWrite)
-        + digit("AllProjectReview", r.allProjectReview) + digit("ExportProject", r.exportProject)
-        + digit("ExportUnitRate", r.exportUnitRate)
-        + digit("UploadReportSetting", r.uploadReportSetting)
-        + digit("ReadOnlyRateLibrary", r.readOnlyRateLibrary)
-        + digit("ReadWriteRateLibrary", r.readWriteRateLibrary)
-        + digit("ReadWriteBQLibrary", r.readWriteBQLibrary)
-        + digit("Administrator", r.administrator) + ",\"Revision\":" + std::to_string(revision);
+    std::string json
+        = "{\"RoleID\":" + std::to_string(role.id) + ",\"Name\":" + jsonText(role.name);
+    for (const RightName &name : rightNames)
+        json += std::string(",\"") + name.key + (role.rights.*name.right ? "\":1" : "\":0");
+    json += ",\"Revision\":" + std::to_string(revision);
     if (withUsers) {
         json += ",\"users\":[";
         for (const RoleMember &member : role.members) {

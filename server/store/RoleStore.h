@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -20,7 +21,18 @@ struct RoleRights {
     bool readWriteRateLibrary = false;
     bool readWriteBQLibrary = false;
     bool administrator = false;
+
+    bool operator==(const RoleRights &other) const;
+    bool operator!=(const RoleRights &other) const { return !(*this == other); }
 };
+
+/// A permission's name in requests and replies.
+struct RightName {
+    const char *key;
+    bool RoleRights::*right;
+};
+/// All of them, in the order in which they are sent.
+extern const std::array<RightName, 9> rightNames;
 
 struct RoleMember {
     std::int64_t userId = 0;
@@ -44,8 +56,25 @@ std::optional<Role> firstRoleOf(Db &db, std::int64_t userId);
 
 std::optional<std::int64_t> findRole(Db &db, const std::string &name);
 
+/// Who has an account.
+struct Account {
+    std::int64_t id = 0;
+    std::string email;
+    bool disabled = false;
+};
+std::vector<Account> loadAccounts(Db &db);
+
 /// A new role behind all others; its key.
 std::int64_t addRole(Db &db, const std::string &name, const RoleRights &rights);
+
+/// What a change of the whole table makes of one role. Names may trade places between roles: see
+/// releaseRoleNames.
+void setRole(
+    Db &db, std::int64_t id, const std::string &name, const RoleRights &rights, int position);
+void setRoleMembers(Db &db, std::int64_t id, const std::vector<std::int64_t> &users);
+void removeRole(Db &db, std::int64_t id);
+/// Frees the names of all roles, so that a change in one transaction may give them out anew.
+void releaseRoleNames(Db &db);
 
 /// False where nothing was to change.
 bool assignRole(Db &db, std::int64_t roleId, std::int64_t userId);
@@ -56,7 +85,14 @@ std::int64_t countEnabledAdministrators(Db &db);
 
 /// Raised with every change of roles or their members.
 std::int64_t rolesRevision(Db &db);
-std::int64_t raiseRolesRevision(Db &db);
+std::int64_t raiseRolesRevision(Db &db, std::int64_t session = 0);
+
+/// Who made the latest changes: `session` all of those after revision `since`.
+struct LatestRolesChange {
+    std::int64_t session = 0; ///< 0: a command
+    std::int64_t since = 0;
+};
+LatestRolesChange latestRolesChange(Db &db);
 
 /// {"RoleID", "Name", the nine permissions as 0 or 1, "Revision"} and, where asked for, "users".
 std::string roleJson(const Role &role, std::int64_t revision, bool withUsers);

@@ -141,6 +141,8 @@ void ServerState::bring(const rapidjson::Value &json)
                 ask(step.at(1),
                     Message("newprojectgroup").set("Name", step.at(2)).set("Type", step.at(3)));
             } },
+        // [name]: by another administrator
+        { "roles changed", [&] { raiseRolesRevision(m_harness.db()); } },
         // [name, value]: settings of the server
         { "products served", [&] { m_harness.config().loginProducts = { step.at(1) }; } },
         { "sessions of one user",
