@@ -37,6 +37,10 @@ Stand::Stand(bool quick)
     require(m_site.start(), m_site.error());
     require(m_site.addUser(m_email, QStringLiteral("Bench")), m_site.error());
 
+    // Only now: projects, server and floors lie on the disk, what clients download where theirs
+    // does.
+    m_temporary.emplace();
+
     host::ClientOptions options;
     options.host = m_site.server().section(QLatin1Char(':'), 0, 0);
     options.port = m_site.server().section(QLatin1Char(':'), 1);

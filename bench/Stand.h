@@ -3,12 +3,14 @@
 #include "Tender.h"
 #include "Wire.h"
 #include "client/Client.h"
+#include "client/TemporaryFolder.h"
 #include "demo/Site.h"
 
 #include <QJsonObject>
 #include <QTemporaryDir>
 #include <chrono>
 #include <memory>
+#include <optional>
 
 namespace kvx::bench {
 
@@ -50,6 +52,7 @@ private:
     bool m_quick;
     QString m_email = QStringLiteral("bench@example.com");
     demo::Site m_site;
+    std::optional<host::TemporaryFolder> m_temporary;
     std::unique_ptr<host::Client> m_client;
 };
 

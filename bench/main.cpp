@@ -4,7 +4,6 @@
 #include "Report.h"
 #include "Stand.h"
 #include "Workloads.h"
-#include "client/TemporaryFolder.h"
 
 #include <CLI/CLI.hpp>
 #include <QCoreApplication>
@@ -44,7 +43,6 @@ void settle()
 
 int main(int argc, char **argv)
 {
-    const kvx::host::TemporaryFolder temporary;
     std::signal(SIGPIPE, SIG_IGN);
     const QCoreApplication application(argc, argv);
 

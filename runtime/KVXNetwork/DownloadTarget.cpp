@@ -2,6 +2,11 @@
 
 #include "LocalFile.h"
 
+#include <QDir>
+#include <QFileInfo>
+#include <QUuid>
+#include <filesystem>
+
 #if defined(_WIN32)
 #include <io.h>
 #else
@@ -12,34 +17,70 @@ namespace kvx {
 
 namespace {
 
+#if defined(_WIN32)
+
 bool syncFile(int descriptor)
 {
-#if defined(_WIN32)
     return ::_commit(descriptor) == 0;
-#else
-    return ::fsync(descriptor) == 0;
-#endif
 }
+
+std::filesystem::path nativePath(const QString &path)
+{
+    return path.toStdWString();
+}
+
+#else
+
+bool syncFile(int descriptor)
+{
+    return ::fsync(descriptor) == 0;
+}
+
+std::filesystem::path nativePath(const QString &path)
+{
+    return QFile::encodeName(path).toStdString();
+}
+
+#endif
 
 } // namespace
 
 DownloadTarget::DownloadTarget(const QString &path)
-    : m_file(path)
+    : m_path(path)
+    , m_file(path + QLatin1Char('.') + QUuid::createUuid().toString(QUuid::Id128).left(8))
 {
+}
+
+DownloadTarget::~DownloadTarget()
+{
+    if (m_file.isOpen())
+        m_file.remove();
+}
+
+bool DownloadTarget::isKept(const QString &path)
+{
+    const QString temporary = QDir::tempPath(); // empty: TMPDIR names no folder
+    const QString folder = QFileInfo(path).dir().canonicalPath();
+    return temporary.isEmpty()
+        || !(folder + QLatin1Char('/')).startsWith(temporary + QLatin1Char('/'));
 }
 
 bool DownloadTarget::open()
 {
-    m_error = whyNotWritable(m_file.fileName());
+    m_error = whyNotWritable(m_path);
     if (!m_error.isEmpty())
         return false;
-    return m_file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) || fail();
+    if (!m_file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered))
+        return fail(m_file.errorString());
+    if (QFile::exists(m_path))
+        m_file.setPermissions(QFile::permissions(m_path));
+    return true;
 }
 
 bool DownloadTarget::write(const char *bytes, qint64 size)
 {
     if (m_file.write(bytes, size) != size)
-        return fail();
+        return fail(m_file.errorString());
     if (!m_expected.isEmpty())
         m_hash.addData(bytes, static_cast<int>(size));
     m_received += size;
@@ -52,16 +93,19 @@ bool DownloadTarget::commit()
         m_error = QStringLiteral("The file arrived damaged.");
         return false;
     }
-    // QSaveFile syncs, too, but keeps quiet about a failure.
-    if (!syncFile(m_file.handle()) || !m_file.commit())
-        return fail();
+    if (isKept(m_path) && !syncFile(m_file.handle()))
+        return fail(qt_error_string());
+    std::error_code error;
+    std::filesystem::rename(nativePath(m_file.fileName()), nativePath(m_path), error);
+    if (error)
+        return fail(QString::fromStdString(error.message()));
+    m_file.close();
     return true;
 }
 
-bool DownloadTarget::fail()
+bool DownloadTarget::fail(const QString &cause)
 {
-    m_error = QStringLiteral("The file \"%1\" cannot be written: %2")
-                  .arg(m_file.fileName(), m_file.errorString());
+    m_error = QStringLiteral("The file \"%1\" cannot be written: %2").arg(m_path, cause);
     return false;
 }
 
