@@ -41,7 +41,8 @@ CREATE TABLE session (
     product TEXT NOT NULL,
     created BIGINT NOT NULL,
     last_seen BIGINT NOT NULL,
-    ends BIGINT NOT NULL
+    ends BIGINT NOT NULL,
+    worked INTEGER NOT NULL DEFAULT 0
 );
 CREATE INDEX session_user ON session (user_id);
 CREATE INDEX session_seen ON session (last_seen);
