@@ -29,6 +29,21 @@ public:
     /// Every user of every role; owned by the roles.
     const QList<KVXUser *> &users() const { return m_users; }
 
+    // Changes of the local table, which updateRoles sends; a synchronisation undoes what was not
+    // sent. Pointers are those of roles().
+    /// At the end of the order; takes ownership.
+    void addRole(KVXRole *role);
+    /// With its users.
+    void removeRole(KVXRole *role);
+    /// To that place in the order, 0 being the first.
+    void moveRole(KVXRole *role, int place);
+    /// Does nothing where the role names the user already. The server knows the name.
+    void addUser(KVXRole *role, const QString &email);
+    void removeUser(KVXRole *role, const QString &email);
+
+    /// The server's answer to the last updateRoles, a KVXErrorCode; 0 where it was not reached.
+    int statusCode() const { return m_statusCode; }
+
     /// True while the application itself changes roles: role notifications are then ignored.
     bool isUpdating() const { return m_updating > 0; }
     void beginUpdate() { ++m_updating; }
@@ -41,6 +56,7 @@ Q_SIGNALS:
 protected:
     QList<KVXRole *> m_roles;
     QList<KVXUser *> m_users;
+    int m_statusCode = 0;
     std::mutex m_mutex; ///< makes synchronisation and update exclude each other
 
 private:

@@ -42,6 +42,8 @@ public:
 
     /// Takes ownership.
     void add(KVXUser *user);
+    /// Deletes the user of exactly this e-mail.
+    void remove(const QString &email);
     /// True when a user of exactly this e-mail holds the role.
     bool has(const KVXUser *user) const;
     const QList<KVXUser *> &users() const { return m_users; }

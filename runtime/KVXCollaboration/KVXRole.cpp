@@ -53,6 +53,15 @@ void KVXRole::add(KVXUser *user)
         m_users.append(user);
 }
 
+void KVXRole::remove(const QString &email)
+{
+    const QString removed = email; // the caller's text may live in the user
+    for (int i = m_users.size() - 1; i >= 0; --i) {
+        if (m_users.at(i)->email() == removed)
+            delete m_users.takeAt(i);
+    }
+}
+
 bool KVXRole::has(const KVXUser *user) const
 {
     return user && std::any_of(m_users.begin(), m_users.end(), [user](const KVXUser *holder) {
