@@ -7,6 +7,7 @@
 #include "projectlist/KVXCWProjectListImpl.h"
 #include "projectlist/KVXCWProjectPermissionImpl.h"
 #include "resources/KVXCWFileServiceImpl.h"
+#include "users/KVXCWUserImpl.h"
 
 #include <new>
 
@@ -26,7 +27,7 @@ void initLoginManager(KVXCWLogin **slot)
 
 void initUserManager(KVXCWUser **slot)
 {
-    *slot = nullptr; // no such manager in this release
+    create<KVXCWUserImpl>(slot);
 }
 
 void initReportTemplateMgr(KVXReportTemplateMgr **slot)

@@ -8,6 +8,7 @@
 #include "projectlist/KVXCWProjectPermissionImpl.h"
 #include "resources/KVXCWFileServiceImpl.h"
 #include "support/FakeHost.h"
+#include "users/KVXCWUserImpl.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -51,11 +52,11 @@ TEST(EntryPoints, eachCreatesANewManagerOfItsClass)
     expectCreates<KVXCWProjectPermissionImpl>(initProjectPermissionManager);
     expectCreates<KVXCWProjectDataImpl>(initProjectDataSynchronizer);
     expectCreates<KVXCWIDManagerImpl>(initIdManager);
+    expectCreates<KVXCWUserImpl>(initUserManager);
 }
 
 TEST(EntryPoints, managersOfLaterReleasesAreNull)
 {
-    expectNothing(initUserManager);
     expectNothing(initReportTemplateMgr);
     expectNothing(initGlobalLockMgr);
     expectNothing(initOcr);
@@ -82,6 +83,7 @@ TEST(EntryPoints, managersAreCreatedWithoutAServer)
     host.unconfigure();
     expectCreates<KVXCWProjectListImpl>(initProjectListManager);
     expectCreates<KVXCWIDManagerImpl>(initIdManager);
+    expectCreates<KVXCWUserImpl>(initUserManager);
     expectNoRequest(host);
 }
 

@@ -3,6 +3,7 @@
 #include "projectdata/KVXCWIDManagerImpl.h"
 #include "projectdata/KVXCWProjectDataImpl.h"
 #include "projectlist/KVXCWProjectListImpl.h"
+#include "users/KVXCWUserImpl.h"
 
 #include <QMetaMethod>
 #include <gtest/gtest.h>
@@ -48,6 +49,7 @@ TEST(MetaObjects, receiversHaveExactlyTheNotificationSlot)
             KVXCWProjectList::staticMetaObject },
         { KVXCWIDManagerImpl::staticMetaObject, "KVXCWIDManagerImpl",
             KVXCWIDManager::staticMetaObject },
+        { KVXCWUserImpl::staticMetaObject, "KVXCWUserImpl", KVXCWUser::staticMetaObject },
     };
     for (const auto &receiver : receivers) {
         EXPECT_STREQ(receiver.type.className(), receiver.name);
