@@ -16,7 +16,6 @@ int recordsTable(void *, const char *table)
 } // namespace
 
 RecordingSession::RecordingSession(Connection &connection)
-    : m_connection(connection)
 {
     int code = sqlite3session_create(connection.handle(), "main", &m_session);
     if (code == SQLITE_OK) {

@@ -22,7 +22,6 @@ public:
     Status changes(Bytes *changeset) const;
 
 private:
-    Connection &m_connection;
     sqlite3_session *m_session = nullptr;
     Status m_status;
 };
