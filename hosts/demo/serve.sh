@@ -1,34 +1,44 @@
 #!/usr/bin/env bash
-# serve.sh BUILD-FOLDER [--data DIR] [option of kvx-server …]: server and broker on this machine until
-# Ctrl-C. Called by ./run serve.
+# serve.sh BUILD-FOLDER [--data DIR] [--broker-port N] [option of kvx-server …]: server and broker on
+# this machine until Ctrl-C. Called by ./run serve.
 set -eu
 here=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")
 build=$1
 shift
 data=$HOME/kvx-data
-if [ "${1:-}" = --data ]; then
-    [ $# -gt 1 ] || { echo "serve: --data needs a folder" >&2; exit 2; }
-    data=$2
-    shift 2
-fi
-broker_port=${KVX_BROKER_PORT:-61616}
-mkdir -p "$data"
+broker_port=61616
+while [ $# -gt 0 ]; do
+    case $1 in
+    --data | --broker-port)
+        [ $# -gt 1 ] || { echo "serve: $1 needs a value" >&2; exit 2; }
+        if [ "$1" = --data ]; then data=$2; else broker_port=$2; fi
+        shift 2
+        ;;
+    *) break ;;
+    esac
+done
 umask 077
+mkdir -p "$data" || exit 2
 
-"$here/../../server/broker/kvx-broker" --port "$broker_port" --data "$data/broker" &
-broker=$!
 server=
+broker=
 stop() {
-    trap - EXIT INT TERM
-    [ -z "$server" ] || kill "$server" 2>/dev/null || true
-    [ -z "$server" ] || wait "$server" 2>/dev/null || true
-    kill "$broker" 2>/dev/null || true
-    wait "$broker" 2>/dev/null || true
+    trap - EXIT INT TERM HUP
+    # The server first: it still has its last notifications to send.
+    for process in $server $broker; do
+        kill "$process" 2>/dev/null || true
+        wait "$process" 2>/dev/null || true
+    done
 }
 trap stop EXIT
-trap 'stop; exit 0' INT TERM
+trap 'stop; exit 0' INT TERM HUP
 
-"$build/server/kvx-server" serve --data "$data" --broker.url "tcp://127.0.0.1:$broker_port" \
-    --broker.publicPort "$broker_port" "$@" &
+# Both end with this script, however it ends.
+setpriv --pdeathsig TERM "$here/../../server/broker/kvx-broker" --port "$broker_port" \
+    --data "$data/broker" >/dev/null &
+broker=$!
+setpriv --pdeathsig TERM "$build/server/kvx-server" serve --data "$data" \
+    --broker.url "tcp://127.0.0.1:$broker_port" --broker.publicPort "$broker_port" "$@" &
 server=$!
+# What ends first has said why; its exit code is ours.
 wait -n "$server" "$broker"
