@@ -1,5 +1,6 @@
 #include "frame/EntryPoints.h"
 
+#include "common/KVXCWCommonImpl.h"
 #include "login/KVXCWLoginImpl.h"
 #include "messaging/KVXCWMessageImpl.h"
 #include "projectdata/KVXCWIDManagerImpl.h"
@@ -7,6 +8,8 @@
 #include "projectlist/KVXCWProjectListImpl.h"
 #include "projectlist/KVXCWProjectPermissionImpl.h"
 #include "resources/KVXCWFileServiceImpl.h"
+#include "resources/KVXGlobalLockMgrImpl.h"
+#include "resources/KVXReportTemplateMgrImpl.h"
 #include "users/KVXCWUserImpl.h"
 
 #include <new>
@@ -32,12 +35,12 @@ void initUserManager(KVXCWUser **slot)
 
 void initReportTemplateMgr(KVXReportTemplateMgr **slot)
 {
-    *slot = nullptr; // no such manager in this release
+    create<KVXReportTemplateMgrImpl>(slot);
 }
 
 void initGlobalLockMgr(KVXGlobalLockMgr **slot)
 {
-    *slot = nullptr; // no such manager in this release
+    create<KVXGlobalLockMgrImpl>(slot);
 }
 
 void initProjectListManager(KVXCWProjectList **slot)
@@ -77,7 +80,7 @@ void initMessage(KVXCWMessage **slot)
 
 void initCommon(KVXCWCommon **slot)
 {
-    *slot = nullptr; // no such manager in this release
+    create<KVXCWCommonImpl>(slot);
 }
 
 void initServerStatusChecker(void **) { }

@@ -28,6 +28,7 @@ public:
 
     /// Top-level members; undefined, empty or 0 when absent or of another type.
     QJsonValue operator[](const char *key) const { return m_object.value(QLatin1String(key)); }
+    QJsonValue operator[](const QString &key) const { return m_object.value(key); }
     QString text(const char *key) const { return (*this)[key].toString(); }
     int integer(const char *key) const { return kvx::toInt((*this)[key]); }
 

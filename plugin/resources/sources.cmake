@@ -1,3 +1,5 @@
 target_sources(kvx_plugin_objects PRIVATE
     resources/KVXCWFileServiceImpl.cpp
+    resources/KVXGlobalLockMgrImpl.cpp
+    resources/KVXReportTemplateMgrImpl.cpp
 )

@@ -60,12 +60,6 @@ QJsonObject message(const char *command, const QJsonValue &content, const char *
         { QStringLiteral("notifymsg_content"), content } };
 }
 
-void expectJson(const QJsonObject &actual, const char *expected)
-{
-    EXPECT_EQ(QJsonDocument(actual).toJson(QJsonDocument::Compact).toStdString(),
-        QJsonDocument(json(expected)).toJson(QJsonDocument::Compact).toStdString());
-}
-
 ProjectListTest::ProjectListTest()
 {
     FakeSynchronizer::created = 0;

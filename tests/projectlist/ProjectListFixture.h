@@ -38,8 +38,6 @@ QJsonObject withUsers(const QList<QJsonObject> &users);
 /// A project list notification.
 QJsonObject message(
     const char *command, const QJsonValue &content, const char *from = "ben@example.com");
-/// Compares and shows both as text.
-void expectJson(const QJsonObject &actual, const char *expected);
 
 /// Counts what the list asks of the synchronisers.
 class FakeSynchronizer : public KVXCWProjectData {

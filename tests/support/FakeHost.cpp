@@ -164,6 +164,12 @@ void expectNoRequest(FakeHost &host)
     EXPECT_TRUE(services.isEmpty()) << services.join(QLatin1Char(' ')).toStdString();
 }
 
+void expectJson(const QJsonObject &actual, const char *expected)
+{
+    EXPECT_EQ(QJsonDocument(actual).toJson(QJsonDocument::Compact).toStdString(),
+        QJsonDocument(json(expected)).toJson(QJsonDocument::Compact).toStdString());
+}
+
 bool waitUntil(const std::function<bool()> &condition, int limitMs)
 {
     QElapsedTimer timer;

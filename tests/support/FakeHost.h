@@ -111,6 +111,9 @@ private:
 /// Fails the test when requests were made that were not taken.
 void expectNoRequest(FakeHost &host);
 
+/// Fails the test when the object is not the one of that JSON text.
+void expectJson(const QJsonObject &actual, const char *expected);
+
 /// Runs the event loop until the condition holds, at most so many milliseconds.
 bool waitUntil(const std::function<bool()> &condition, int limitMs = 5000);
 

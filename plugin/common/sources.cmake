@@ -1,0 +1,3 @@
+target_sources(kvx_plugin_objects PRIVATE
+    common/KVXCWCommonImpl.cpp
+)
