@@ -1,113 +1,55 @@
 #include "admin/AdminCommand.h"
-#include "base/Config.h"
-#include "base/JsonText.h"
-#include "base/Text.h"
-#include "store/AuditStore.h"
-#include "store/Db.h"
-#include "store/Migrations.h"
-#include "store/OutboxStore.h"
-#include "store/ProcessStore.h"
-#include "store/RoleStore.h"
-#include "store/UserStore.h"
 
-#include <iostream>
-#include <termios.h>
-#include <unistd.h>
+#include <ctime>
 
 namespace kvx::server {
 
-namespace {
-
-constexpr std::size_t longestPassword = 1024;
-
-std::string askHidden(const char *question)
+std::string CommandArguments::text(const std::string &name) const
 {
-    termios shown {};
-    tcgetattr(STDIN_FILENO, &shown);
-    termios hidden = shown;
-    hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    tcsetattr(STDIN_FILENO, TCSANOW, &hidden);
-    std::cerr << question << std::flush;
-    std::string line;
-    std::getline(std::cin, line);
-    tcsetattr(STDIN_FILENO, TCSANOW, &shown);
-    std::cerr << '\n';
-    return line;
+    const auto found = m_values.find(name);
+    return found == m_values.end() || found->second.empty() ? std::string() : found->second.front();
 }
 
-} // namespace
-
-AdminSession::AdminSession(const Config &config, bool json)
-    : m_db(std::make_unique<Db>(config.databaseFile()))
-    , m_now(wallTime())
-    , m_json(json)
+std::vector<std::string> CommandArguments::texts(const std::string &name) const
 {
-    if (!pendingMigrations(*m_db).empty())
-        throw MigrationError("the database has an older schema; run \"kvx-server migrate\" first");
+    const auto found = m_values.find(name);
+    return found == m_values.end() ? std::vector<std::string>() : found->second;
 }
 
-AdminSession::~AdminSession() = default;
-
-User AdminSession::user(const std::string &email)
+std::int64_t CommandArguments::number(const std::string &name) const
 {
-    const auto found = findUser(db(), canonicalEmail(email));
-    if (!found)
-        throw CommandRefused("there is no user \"" + email + "\"");
-    return *found;
+    return std::stoll(text(name));
 }
 
-void AdminSession::audit(
-    const std::string &command, const std::string &object, const std::string &detail)
+std::vector<std::int64_t> CommandArguments::numbers(const std::string &name) const
 {
-    if (m_processId == 0)
-        m_processId = registerProcess(db(), m_now);
-    AuditEntry entry;
-    entry.service = command;
-    entry.object = object;
-    entry.detail = detail;
-    addAudit(db(), m_processId, m_now, entry);
+    std::vector<std::int64_t> numbers;
+    for (const std::string &text : texts(name))
+        numbers.push_back(std::stoll(text));
+    return numbers;
 }
 
-void AdminSession::announceRoles(const std::vector<std::string> &emails)
+std::int64_t CommandArguments::day(const std::string &name) const
 {
-    raiseRolesRevision(db());
-    std::string users;
-    for (const std::string &email : emails)
-        users += (users.empty() ? "" : ",") + jsonText(email);
-    Announcement announcement;
-    announcement.type = "notifymsg_role";
-    announcement.command = "Update";
-    announcement.content = "{\"Command\":\"Update\",\"Users\":[" + users + "]}";
-    announcement.topic = "roles";
-    addAnnouncement(db(), m_now, announcement);
+    const std::string given = text(name);
+    std::tm day {};
+    day.tm_isdst = -1;
+    const char *end = strptime(given.c_str(), "%Y-%m-%d", &day);
+    const std::tm wanted = day;
+    const std::time_t seconds = end && *end == '\0' ? std::mktime(&day) : -1;
+    if (seconds == -1 || day.tm_mday != wanted.tm_mday)
+        throw CommandUsage(name + " must be a day like 2026-11-21, not \"" + given + '"');
+    return static_cast<std::int64_t>(seconds) * 1000;
 }
 
-int AdminSession::done(const std::string &sentence, const std::string &members)
+std::int64_t dayAfter(std::int64_t midnight)
 {
-    if (m_json)
-        std::cout << "{\"ok\":true" << members << "}\n";
-    else
-        std::cout << sentence << '\n';
-    return 0;
-}
-
-std::string readNewPassword()
-{
-    std::string password;
-    if (isatty(STDIN_FILENO)) {
-        password = askHidden("Password: ");
-        if (password != askHidden("Password again: "))
-            throw CommandRefused("the two passwords differ");
-    } else {
-        std::getline(std::cin, password);
-    }
-    if (password.empty())
-        throw CommandRefused("the password must not be empty");
-    if (password.size() > longestPassword)
-        throw CommandRefused("the password must not be longer than 1024 bytes");
-    if (!isValidUtf8(password))
-        throw CommandRefused("the password must be UTF-8 text");
-    return password;
+    const std::time_t seconds = static_cast<std::time_t>(midnight / 1000);
+    std::tm day {};
+    localtime_r(&seconds, &day);
+    ++day.tm_mday;
+    day.tm_isdst = -1;
+    return static_cast<std::int64_t>(std::mktime(&day)) * 1000;
 }
 
 } // namespace kvx::server

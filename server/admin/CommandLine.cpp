@@ -1,11 +1,10 @@
 #include "admin/CommandLine.h"
-#include "admin/AdminCommand.h"
+#include "admin/AdminSession.h"
 #include "admin/DataFolder.h"
-#include "admin/RoleCommands.h"
 #include "admin/Serve.h"
-#include "admin/UserCommands.h"
 #include "base/Config.h"
 #include "base/JsonText.h"
+#include "base/Text.h"
 #include "http/HttpServer.h"
 #include "store/Db.h"
 #include "store/Migrations.h"
@@ -26,10 +25,13 @@ struct Options {
     bool json = false;
     ServeOptions serve;
     bool dryRun = false;
-    std::string email;
-    std::string name;
-    std::string role;
-    std::vector<std::string> roles;
+};
+
+/// A command of the tables as the command line knows it.
+struct ParsedCommand {
+    const AdminCommand *command;
+    CLI::App *app;
+    std::vector<std::pair<const CommandOption *, CLI::Option *>> options;
 };
 
 Config gatherConfig(const Options &options)
@@ -61,52 +63,70 @@ CLI::App *addCommand(CLI::App &parent, const char *name, const char *meaning)
     return command;
 }
 
-void addUserCommands(CLI::App &app, Options &options)
+std::string wholeNumber(const std::string &text)
 {
-    CLI::App *user = addCommand(app, "user", "accounts");
-    user->require_subcommand(1);
-    CLI::App *add = addCommand(
-        *user, "add", "add an account; the password comes from the terminal or standard input");
-    add->add_option("email", options.email)->required();
-    add->add_option("--name", options.name, "name as others see it")->required();
-    add->add_option("--role", options.roles, "role (may stand several times)");
-    addCommand(*user, "list", "list the accounts");
-    for (const auto &[name, meaning] :
-        { std::pair("password", "set a new password; ends the sessions"),
-            { "disable", "refuse log-ins; ends the sessions" },
-            { "enable", "allow log-ins again" } })
-        addCommand(*user, name, meaning)->add_option("email", options.email)->required();
+    const std::size_t digits = text.size() - (text.rfind('-', 0) == 0 ? 1 : 0);
+    const bool fits = digits > 0 && digits <= 18
+        && text.find_first_not_of("0123456789", text.size() - digits) == std::string::npos;
+    return fits ? "" : '"' + text + "\" is not a whole number";
 }
 
-void addRoleCommands(CLI::App &app, Options &options)
+CLI::Option *addOption(CLI::App &app, const CommandOption &option)
 {
-    CLI::App *role = addCommand(app, "role", "roles");
-    role->require_subcommand(1);
-    addCommand(*role, "list", "list the roles and their users");
-    for (const auto &[name, meaning] : { std::pair("assign", "give a role to a user"),
-             { "unassign", "take a role from a user" } }) {
-        CLI::App *command = addCommand(*role, name, meaning);
-        command->add_option("role", options.role)->required();
-        command->add_option("email", options.email)->required();
-    }
+    if (option.takes == CommandOption::Flag)
+        return app.add_flag(option.name, option.meaning);
+    const bool many
+        = option.takes == CommandOption::Texts || option.takes == CommandOption::Numbers;
+    const bool number
+        = option.takes == CommandOption::Number || option.takes == CommandOption::Numbers;
+    CLI::Option *added = app.add_option(option.name, option.meaning)->required(option.isRequired());
+    added->type_name(number ? "NUMBER" : "TEXT");
+    if (number)
+        added->check(wholeNumber);
+    if (many && option.isWord())
+        added->expected(-1);
+    else if (many)
+        added->take_all()->allow_extra_args(false);
+    else
+        added->multi_option_policy(CLI::MultiOptionPolicy::Throw);
+    return added;
 }
 
-int runAdmin(CLI::App &app, const Config &config, const Options &options)
+std::vector<ParsedCommand> addAdminCommands(CLI::App &app)
 {
-    AdminSession session(config, options.json);
-    if (const CLI::App *user = app.get_subcommand("user"); user->parsed()) {
-        if (user->got_subcommand("add"))
-            return addUserCommand(session, options.email, options.name, options.roles);
-        if (user->got_subcommand("list"))
-            return listUsersCommand(session);
-        if (user->got_subcommand("password"))
-            return setPasswordCommand(session, options.email);
-        return disableUserCommand(session, options.email, user->got_subcommand("disable"));
+    std::vector<ParsedCommand> parsed;
+    for (const AdminNoun &noun : allAdminNouns()) {
+        CLI::App *group = addCommand(app, noun.name, noun.meaning);
+        group->require_subcommand(1);
+        for (const AdminCommand &command : *noun.commands) {
+            parsed.push_back({ &command, addCommand(*group, command.verb, command.meaning), {} });
+            for (const CommandOption &option : command.options)
+                parsed.back().options.emplace_back(&option, addOption(*parsed.back().app, option));
+        }
     }
-    const CLI::App *role = app.get_subcommand("role");
-    if (role->got_subcommand("list"))
-        return listRolesCommand(session);
-    return assignRoleCommand(session, options.role, options.email, role->got_subcommand("assign"));
+    return parsed;
+}
+
+int runAdmin(const std::vector<ParsedCommand> &commands, const Config &config, bool json)
+{
+    for (const ParsedCommand &parsed : commands) {
+        if (!parsed.app->parsed())
+            continue;
+        CommandArguments arguments;
+        for (const auto &[option, given] : parsed.options) {
+            if (given->count() == 0)
+                continue;
+            for (const std::string &value : given->results()) {
+                if (!isValidUtf8(value))
+                    throw CommandUsage(std::string(option->name) + " must be UTF-8 text");
+            }
+            arguments.set(option->name, given->results());
+        }
+        AdminSession session(
+            config, std::string(parsed.command->noun) + ' ' + parsed.command->verb, json);
+        return parsed.command->run(session, arguments);
+    }
+    throw CommandUsage("there is no such command");
 }
 
 int fail(const Options &options, ExitCode code, const std::string &text)
@@ -143,8 +163,7 @@ int runCommandLine(int argc, char **argv)
         "where the first administrator's password is written instead of to the terminal");
     CLI::App *migrateCommand = addCommand(app, "migrate", "raise the schema of the database");
     migrateCommand->add_flag("--dry-run", options.dryRun, "only say what would be done");
-    addUserCommands(app, options);
-    addRoleCommands(app, options);
+    const std::vector<ParsedCommand> adminCommands = addAdminCommands(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
@@ -161,8 +180,10 @@ int runCommandLine(int argc, char **argv)
             return initialise(config, options.serve, options.json);
         if (migrateCommand->parsed())
             return migrateOnly(config, options.dryRun, options.json);
-        return runAdmin(app, config, options);
+        return runAdmin(adminCommands, config, options.json);
     } catch (const ConfigError &error) {
+        return fail(options, ExitUsage, error.what());
+    } catch (const CommandUsage &error) {
         return fail(options, ExitUsage, error.what());
     } catch (const CommandRefused &error) {
         return fail(options, ExitRefused, error.what());

@@ -1,14 +1,10 @@
 #pragma once
 
-#include <string>
+#include "admin/AdminCommand.h"
 
 namespace kvx::server {
 
-class AdminSession;
-
-int listRolesCommand(AdminSession &session);
-/// Gives or takes a role; the last enabled administrator keeps his.
-int assignRoleCommand(
-    AdminSession &session, const std::string &role, const std::string &email, bool assign);
+/// Roles, their permissions and their members.
+extern const AdminCommandTable roleCommands;
 
 } // namespace kvx::server

@@ -1,15 +1,17 @@
 #include "admin/UserCommands.h"
-#include "admin/AdminCommand.h"
+#include "admin/AdminSession.h"
+#include "admin/Listing.h"
+#include "admin/PasswordInput.h"
+#include "admin/RoleEdit.h"
+#include "admin/SessionCommands.h"
+#include "admin/UserRemoval.h"
 #include "base/JsonText.h"
 #include "base/Text.h"
 #include "services/Password.h"
-#include "store/Db.h"
+#include "services/RoleChange.h"
 #include "store/RoleStore.h"
-#include "store/SessionStore.h"
-#include "store/UserStore.h"
 
 #include <algorithm>
-#include <iostream>
 
 namespace kvx::server {
 
@@ -17,11 +19,10 @@ namespace {
 
 constexpr std::size_t longestEmail = 254;
 constexpr std::size_t longestName = 100;
+constexpr std::size_t randomPasswordLength = 20;
 
 std::string checkedEmail(const std::string &text)
 {
-    if (!isValidUtf8(text))
-        throw CommandRefused("the e-mail must be UTF-8 text");
     const std::string email = canonicalEmail(text);
     const std::size_t at = email.find('@');
     const bool plain = std::all_of(email.begin(), email.end(), [](char c) {
@@ -33,95 +34,150 @@ std::string checkedEmail(const std::string &text)
     return email;
 }
 
-std::string dateOrDash(const std::optional<Time> &time)
+/// A password that is given, or made and then told once.
+struct ChosenPassword {
+    explicit ChosenPassword(const CommandArguments &arguments)
+        : isRandom(arguments.has("--random-password"))
+        , text(isRandom ? randomPassword(randomPasswordLength) : readNewPassword())
+        , hash(hashPassword(text))
+    {
+    }
+    std::string sentence() const { return isRandom ? "\npassword: " + text : ""; }
+    std::string member() const { return isRandom ? ",\"password\":" + jsonText(text) : ""; }
+
+    const bool isRandom;
+    const std::string text;
+    const std::string hash;
+};
+
+int addAccount(AdminSession &session, const CommandArguments &arguments)
 {
-    return time ? minuteText(*time) : "-";
+    const std::string email = checkedEmail(arguments.text("email"));
+    const std::vector<std::string> roles = arguments.texts("--role");
+    const auto name = displayName(arguments.text("--name"), longestName);
+    if (!name)
+        throw CommandRefused("the name must have 1 to 100 characters");
+    const std::string taken = "there is a user \"" + email + "\" already";
+    for (const std::string &role : roles)
+        roleNamed(session.db(), role);
+    if (findUser(session.db(), email))
+        throw CommandRefused(taken);
+    const ChosenPassword password(arguments);
+
+    AdminChange change(session);
+    RoleChange roleChange(change.db());
+    try {
+        const std::int64_t id = addUser(change.db(), wallTime(), email, *name, password.hash);
+        for (const std::string &role : roles)
+            assignRole(change.db(), roleNamed(change.db(), role).id, id);
+    } catch (const DbError &error) {
+        if (!error.isUnique())
+            throw;
+        throw CommandRefused(taken);
+    }
+    finishRoleChange(change, roleChange);
+    change.audit(email, *name);
+    change.commit();
+    return session.done(email + " was added." + password.sentence(),
+        ",\"email\":" + jsonText(email) + password.member());
 }
+
+int listAccounts(AdminSession &session, const CommandArguments &)
+{
+    const Transaction snapshot(session.db(), Transaction::Kind::Read);
+    Listing listing({ { "email", "E-mail" }, { "name", "Name" }, { "role", "Role" },
+        { "disabled", "State" }, { "productVersion", "Product" }, { "lastLogin", "Last login" } });
+    for (const User &user : loadUsers(session.db())) {
+        const auto role = firstRoleOf(session.db(), user.id);
+        listing.add({ user.email, user.name, role ? role->name : "",
+            Cell::flag(user.disabled, "disabled", "enabled"), user.productVersion,
+            Cell::time(user.lastLogin) });
+    }
+    return session.done("users", listing);
+}
+
+int setAccountPassword(AdminSession &session, const CommandArguments &arguments)
+{
+    session.user(arguments.text("email")); // before anything is asked for
+    const ChosenPassword password(arguments);
+    AdminChange change(session);
+    const User user = session.user(arguments.text("email"));
+    setPassword(change.db(), user.id, password.hash);
+    endSessionsOf(change.db(), user.id);
+    change.audit(user.email);
+    change.commit();
+    return session.done("The password of " + user.email + " was changed; his sessions have ended."
+            + password.sentence(),
+        ",\"email\":" + jsonText(user.email) + password.member());
+}
+
+int setAccountDisabled(AdminSession &session, const CommandArguments &arguments, bool disabled)
+{
+    const std::string word = disabled ? "disabled" : "enabled";
+    AdminChange change(session);
+    const User user = session.user(arguments.text("email"));
+    const std::string member = ",\"email\":" + jsonText(user.email);
+    if (user.disabled == disabled)
+        return session.done(user.email + " is " + word + " already.", member);
+    RoleChange roleChange(change.db());
+    setDisabled(change.db(), user.id, disabled);
+    if (disabled)
+        endSessionsOf(change.db(), user.id);
+    finishRoleChange(change, roleChange);
+    change.audit(user.email);
+    change.commit();
+    return session.done(user.email + " is " + word + " now.", member);
+}
+
+int disableAccount(AdminSession &session, const CommandArguments &arguments)
+{
+    return setAccountDisabled(session, arguments, true);
+}
+
+int enableAccount(AdminSession &session, const CommandArguments &arguments)
+{
+    return setAccountDisabled(session, arguments, false);
+}
+
+int deleteAccount(AdminSession &session, const CommandArguments &arguments)
+{
+    AdminChange change(session);
+    const User user = session.user(arguments.text("email"));
+    const std::int64_t projects = removeAccount(change, user);
+    change.audit(user.email, user.name);
+    change.commit();
+    return session.done(user.email + " was deleted, with his access to " + std::to_string(projects)
+            + " projects; his name stays in their history.",
+        ",\"email\":" + jsonText(user.email) + ",\"projects\":" + std::to_string(projects));
+}
+
+int listAccountSessions(AdminSession &session, const CommandArguments &arguments)
+{
+    return listSessionsOf(session, session.user(arguments.text("email")).id);
+}
+
+const CommandOption emailOfAccount { "email", "the account's e-mail" };
+const CommandOption randomPasswordOption { "--random-password", "make a password and print it once",
+    CommandOption::Flag };
 
 } // namespace
 
-int addUserCommand(AdminSession &session, const std::string &email, const std::string &name,
-    const std::vector<std::string> &roles)
-{
-    const std::string canonical = checkedEmail(email);
-    const auto shown = isValidUtf8(name) ? displayName(name, longestName) : std::nullopt;
-    if (!shown)
-        throw CommandRefused("the name must have 1 to 100 characters");
-    Db &db = session.db();
-    for (const std::string &role : roles) {
-        if (!findRole(db, role))
-            throw CommandRefused("there is no role \"" + role + "\"");
-    }
-    if (findUser(db, canonical))
-        throw CommandRefused("there is a user \"" + canonical + "\" already");
-    const std::string hash = hashPassword(readNewPassword());
-
-    Transaction transaction(db, Transaction::Kind::Write);
-    try {
-        const std::int64_t id = addUser(db, session.now(), canonical, *shown, hash);
-        for (const std::string &role : roles)
-            assignRole(db, findRole(db, role).value(), id);
-    } catch (const DbError &error) {
-        if (error.isUnique())
-            throw CommandRefused("there is a user \"" + canonical + "\" already");
-        throw;
-    }
-    if (!roles.empty())
-        session.announceRoles({ canonical });
-    session.audit("user add", canonical);
-    transaction.commit();
-    return session.done(canonical + " was added.", ",\"email\":" + jsonText(canonical));
-}
-
-int listUsersCommand(AdminSession &session)
-{
-    std::string json = ",\"users\":[";
-    std::string text;
-    for (const User &user : loadUsers(session.db())) {
-        const auto role = firstRoleOf(session.db(), user.id);
-        if (json.back() == '}')
-            json += ',';
-        json += "{\"email\":" + jsonText(user.email) + ",\"name\":" + jsonText(user.name)
-            + ",\"role\":" + jsonText(role ? role->name : "")
-            + ",\"disabled\":" + (user.disabled ? "true" : "false")
-            + ",\"productVersion\":" + std::to_string(user.productVersion)
-            + ",\"lastLogin\":" + jsonText(user.lastLogin ? utcText(*user.lastLogin) : "") + '}';
-        text += (text.empty() ? "" : "\n") + user.email + '\t' + user.name + '\t'
-            + (role ? role->name : "-") + '\t' + (user.disabled ? "disabled" : "enabled") + '\t'
-            + dateOrDash(user.lastLogin);
-    }
-    return session.done(text, json + ']');
-}
-
-int setPasswordCommand(AdminSession &session, const std::string &email)
-{
-    const User user = session.user(email);
-    const std::string hash = hashPassword(readNewPassword());
-    Transaction transaction(session.db(), Transaction::Kind::Write);
-    setPassword(session.db(), user.id, hash);
-    endSessionsOf(session.db(), user.id);
-    session.audit("user password", user.email);
-    transaction.commit();
-    return session.done("The password of " + user.email + " was changed; his sessions have ended.");
-}
-
-int disableUserCommand(AdminSession &session, const std::string &email, bool disabled)
-{
-    const User user = session.user(email);
-    const char *word = disabled ? "disabled" : "enabled";
-    if (user.disabled == disabled)
-        return session.done(user.email + " is " + word + " already.");
-    Transaction transaction(session.db(), Transaction::Kind::Write);
-    setDisabled(session.db(), user.id, disabled);
-    if (disabled) {
-        if (countEnabledAdministrators(session.db()) == 0)
-            throw CommandRefused("at least one enabled administrator must remain");
-        endSessionsOf(session.db(), user.id);
-    }
-    session.announceRoles({ user.email });
-    session.audit(disabled ? "user disable" : "user enable", user.email);
-    transaction.commit();
-    return session.done(user.email + " is " + word + " now.");
-}
+const AdminCommandTable userCommands = {
+    { "user", "add", "add an account; the password comes from the terminal or standard input",
+        { emailOfAccount,
+            { "--name", "name as others see it", CommandOption::Text, CommandOption::Required },
+            { "--role", "role (may stand several times)", CommandOption::Texts },
+            randomPasswordOption },
+        addAccount },
+    { "user", "list", "list the accounts", {}, listAccounts },
+    { "user", "password", "set a new password; ends the sessions",
+        { emailOfAccount, randomPasswordOption }, setAccountPassword },
+    { "user", "disable", "refuse log-ins; ends the sessions", { emailOfAccount }, disableAccount },
+    { "user", "enable", "allow log-ins again", { emailOfAccount }, enableAccount },
+    { "user", "delete", "delete an account; name and e-mail stay in what he is the author of",
+        { emailOfAccount }, deleteAccount },
+    { "user", "sessions", "list the sessions of one user", { emailOfAccount },
+        listAccountSessions },
+};
 
 } // namespace kvx::server

@@ -1,18 +1,10 @@
 #pragma once
 
-#include <string>
-#include <vector>
+#include "admin/AdminCommand.h"
 
 namespace kvx::server {
 
-class AdminSession;
-
-int addUserCommand(AdminSession &session, const std::string &email, const std::string &name,
-    const std::vector<std::string> &roles);
-int listUsersCommand(AdminSession &session);
-/// Ends the user's sessions.
-int setPasswordCommand(AdminSession &session, const std::string &email);
-/// Disabling ends the user's sessions; the last enabled administrator cannot be disabled.
-int disableUserCommand(AdminSession &session, const std::string &email, bool disabled);
+/// Accounts.
+extern const AdminCommandTable userCommands;
 
 } // namespace kvx::server

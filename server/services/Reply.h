@@ -74,6 +74,8 @@ public:
 
     StatusCode status() const { return m_status; }
     bool isOk() const { return m_status == StatusCode::Ok; }
+    /// What a user may read about a refusal.
+    std::string sentence() const { return statusSentence(m_status, m_arguments); }
     const FileBody *fileBody() const { return m_file.get(); }
     const std::string &heldKey() const { return m_heldKey; }
     std::int64_t patience() const { return m_patience; }

@@ -2,6 +2,8 @@
 #include "base/Digest.h"
 #include "store/Db.h"
 
+#include <limits>
+
 namespace kvx::server {
 
 void addAudit(Db &db, std::int64_t processId, Time now, const AuditEntry &entry)
@@ -27,6 +29,31 @@ void addAudit(Db &db, std::int64_t processId, Time now, const AuditEntry &entry)
             { "service", entry.service }, { "project", entry.projectId },
             { "object", entry.object }, { "status", entry.status }, { "detail", entry.detail },
             { "chain", sha256(link) } });
+}
+
+void eachAudit(Db &db, const AuditQuery &query, const std::function<void(const AuditRow &)> &act)
+{
+    db.each<std::int64_t, std::int64_t, Time, std::string, std::optional<std::int64_t>, std::string,
+        std::string, std::string, std::string, int, std::string, std::string>(
+        "SELECT a.process_id, a.number, a.at, coalesce(u.email, ''), a.session_id, a.address, "
+        "a.service, coalesce(p.guid, ''), a.object, a.status, a.detail, a.chain FROM audit a "
+        "LEFT JOIN users u ON u.id = a.user_id LEFT JOIN project p ON p.id = a.project_id "
+        "WHERE a.at >= :from AND a.at < :before "
+        "AND (:user IS NULL OR a.user_id = :user) "
+        "AND (:project IS NULL OR a.project_id = :project) "
+        "AND a.service = coalesce(:service, a.service) ORDER BY a.at, a.process_id, a.number",
+        { { "from", query.from.value_or(0) },
+            { "before", query.before.value_or(std::numeric_limits<Time>::max()) },
+            { "user", query.userId }, { "project", query.projectId },
+            { "service", query.service } },
+        [&act](std::int64_t process, std::int64_t number, Time at, std::string email,
+            std::optional<std::int64_t> session, std::string address, std::string service,
+            std::string guid, std::string object, int status, std::string detail,
+            std::string chain) {
+            act({ process, number, at, std::move(email), session, std::move(address),
+                std::move(service), std::move(guid), std::move(object), status, std::move(detail),
+                std::move(chain) });
+        });
 }
 
 std::int64_t dropAuditBefore(Db &db, Time before)

@@ -150,10 +150,10 @@ bool ItemStore::everHeld(std::int64_t projectId, std::int64_t userId)
 std::vector<ItemStore::CheckedOut> ItemStore::checkedOut(std::int64_t projectId)
 {
     std::vector<CheckedOut> found;
-    m_db.each<I, I, I>("SELECT module, item_id, user_id FROM item WHERE project_id = :project"
-                       " AND state = 1 ORDER BY module, item_id",
-        { { "project", projectId } }, [&found](I module, I id, I user) {
-            found.push_back({ module, id, user });
+    m_db.each<I, I, I, I>("SELECT module, item_id, user_id, at FROM item"
+                          " WHERE project_id = :project AND state = 1 ORDER BY module, item_id",
+        { { "project", projectId } }, [&found](I module, I id, I user, I at) {
+            found.push_back({ module, id, user, at });
         });
     return found;
 }

@@ -53,6 +53,7 @@ public:
         std::int64_t module;
         std::int64_t id;
         std::int64_t userId;
+        Time at;
     };
     /// Everything checked out in the project, by module and item.
     std::vector<CheckedOut> checkedOut(std::int64_t projectId);

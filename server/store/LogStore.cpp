@@ -51,6 +51,18 @@ bool LogStore::releaseOfUser(std::int64_t projectId, std::int64_t userId)
     return held;
 }
 
+bool LogStore::revoke(std::int64_t projectId)
+{
+    const bool held
+        = m_db.run("UPDATE project SET lock_session = NULL, lock_user = NULL,"
+                   " lock_gen = lock_gen + 1 WHERE id = :id AND lock_session IS NOT NULL",
+              { { "id", projectId } })
+        == 1;
+    if (held)
+        StageStore(m_db).drop(projectId);
+    return held;
+}
+
 bool LogStore::publish(const Publication &p)
 {
     if (m_db.run("UPDATE project SET log_version = :version, file_blob = :file, file_md5 = :md5,"

@@ -45,6 +45,9 @@ public:
     bool release(std::int64_t projectId, std::int64_t sessionId);
     /// The same whoever of this user's sessions holds it.
     bool releaseOfUser(std::int64_t projectId, std::int64_t userId);
+    /// The same whoever holds it; the generation rises, so that nothing of the former holder's save
+    /// counts any more.
+    bool revoke(std::int64_t projectId);
 
     struct Publication {
         std::int64_t projectId = 0;

@@ -117,6 +117,15 @@ std::vector<ProjectStore::Shown> ProjectStore::allShown()
     return found;
 }
 
+std::vector<std::int64_t> ProjectStore::named(std::string_view name, bool removed)
+{
+    std::vector<I> found;
+    m_db.each<I>(removed ? "SELECT id FROM project WHERE name_key = :key AND live_name_key IS NULL"
+                         : "SELECT id FROM project WHERE live_name_key = :key",
+        { { "key", foldedKey(name) } }, [&found](I id) { found.push_back(id); });
+    return found;
+}
+
 bool ProjectStore::isNameTaken(std::string_view name)
 {
     return m_db

@@ -67,6 +67,8 @@ public:
     std::optional<Shown> shown(std::int64_t id);
     /// The same for all living projects, in order of creation.
     std::vector<Shown> allShown();
+    /// By name without regard to case, living or removed projects.
+    std::vector<std::int64_t> named(std::string_view name, bool removed);
     /// By name without regard to case, living projects only.
     bool isNameTaken(std::string_view name);
 

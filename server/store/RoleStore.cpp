@@ -94,7 +94,8 @@ std::optional<std::int64_t> findRole(Db &db, const std::string &name)
 std::vector<Account> loadAccounts(Db &db)
 {
     std::vector<Account> accounts;
-    db.each<std::int64_t, std::string, bool>("SELECT id, email, disabled FROM users", {},
+    db.each<std::int64_t, std::string, bool>(
+        "SELECT id, email, disabled FROM users WHERE deleted_at IS NULL", {},
         [&accounts](std::int64_t id, std::string email, bool disabled) {
             accounts.push_back({ id, std::move(email), disabled });
         });

@@ -23,7 +23,7 @@ std::optional<User> findUser(Db &db, const std::string &email)
     const auto row = db.row<std::int64_t, std::string, std::string, std::string, bool, int, Time,
         std::optional<Time>>(
         "SELECT id, email, name, password, disabled, product_version, created, "
-        "last_login FROM users WHERE email = :email",
+        "last_login FROM users WHERE email = :email AND deleted_at IS NULL",
         { { "email", email } });
     return row ? std::optional(userFrom(*row)) : std::nullopt;
 }
@@ -44,7 +44,8 @@ std::vector<User> loadUsers(Db &db)
     for (auto &row :
         db.rows<std::int64_t, std::string, std::string, std::string, bool, int, Time,
             std::optional<Time>>("SELECT id, email, name, password, disabled, product_version, "
-                                 "created, last_login FROM users ORDER BY email"))
+                                 "created, last_login FROM users "
+                                 "WHERE deleted_at IS NULL ORDER BY email"))
         users.push_back(userFrom(std::move(row)));
     return users;
 }
@@ -52,6 +53,13 @@ std::vector<User> loadUsers(Db &db)
 std::int64_t addUser(Db &db, Time now, const std::string &email, const std::string &name,
     const std::string &password)
 {
+    const auto former = db.value<std::int64_t>(
+        "UPDATE users SET name = :name, password = :password, disabled = 0, product_version = 0, "
+        "created = :created, last_login = NULL, deleted_at = NULL "
+        "WHERE email = :email AND deleted_at IS NOT NULL RETURNING id",
+        { { "name", name }, { "password", password }, { "created", now }, { "email", email } });
+    if (former)
+        return *former;
     const std::int64_t id = nextKey(db, "user");
     db.run("INSERT INTO users (id, email, name, password, created) "
            "VALUES (:id, :email, :name, :password, :created)",
@@ -64,6 +72,14 @@ void setPassword(Db &db, std::int64_t id, const std::string &password)
 {
     db.run("UPDATE users SET password = :password WHERE id = :id",
         { { "password", password }, { "id", id } });
+}
+
+void deleteUser(Db &db, std::int64_t id, Time now)
+{
+    db.run("DELETE FROM role_user WHERE user_id = :id", { { "id", id } });
+    db.run("DELETE FROM file WHERE owner_kind = 'user' AND owner_id = :id", { { "id", id } });
+    db.run("UPDATE users SET password = '', disabled = 1, deleted_at = :now WHERE id = :id",
+        { { "now", now }, { "id", id } });
 }
 
 void setDisabled(Db &db, std::int64_t id, bool disabled)

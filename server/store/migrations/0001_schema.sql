@@ -19,7 +19,8 @@ CREATE TABLE users (
     disabled SMALLINT NOT NULL DEFAULT 0,
     product_version INTEGER NOT NULL DEFAULT 0,
     created BIGINT NOT NULL,
-    last_login BIGINT
+    last_login BIGINT,
+    deleted_at BIGINT
 );
 
 CREATE TABLE login_failure (
@@ -335,6 +336,7 @@ CREATE TABLE outbox (
     sender TEXT NOT NULL,
     payload TEXT NOT NULL,
     project_id BIGINT,
+    also_to TEXT NOT NULL DEFAULT '',
     at BIGINT NOT NULL,
     attempts INTEGER NOT NULL DEFAULT 0,
     sent_seq BIGINT,

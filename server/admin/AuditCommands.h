@@ -1,0 +1,10 @@
+#pragma once
+
+#include "admin/AdminCommand.h"
+
+namespace kvx::server {
+
+/// What was changed, by whom.
+extern const AdminCommandTable auditCommands;
+
+} // namespace kvx::server

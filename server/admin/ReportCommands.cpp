@@ -1,0 +1,69 @@
+#include "admin/ReportCommands.h"
+#include "admin/AdminSession.h"
+#include "admin/Listing.h"
+#include "base/Config.h"
+#include "store/ProjectHistory.h"
+
+#include <sys/statvfs.h>
+
+namespace kvx::server {
+
+namespace {
+
+std::int64_t freeBytes(const Config &config)
+{
+    struct statvfs space { };
+    if (statvfs(config.blobFolder().c_str(), &space) != 0)
+        throw DbError(DbError::Kind::Other, config.blobFolder() + ": cannot be read");
+    return static_cast<std::int64_t>(space.f_bavail) * static_cast<std::int64_t>(space.f_frsize);
+}
+
+void addProject(Listing &listing, Db &db, const char *what, std::int64_t id,
+    const std::string &guid, const std::string &name)
+{
+    const ProjectSpace space = projectSpace(db, id);
+    listing.add({ what, name, guid, space.logs, Cell::bytes(space.logBytes),
+        Cell::bytes(space.fileBytes), space.attachments,
+        Cell::bytes(space.attachmentBytes + space.stagedBytes), Cell::bytes(space.total()) });
+}
+
+int reportStorage(AdminSession &session, const CommandArguments &arguments)
+{
+    const Transaction snapshot(session.db(), Transaction::Kind::Read);
+    Db &db = session.db();
+    Listing listing({ { "what", "What" }, { "name", "Name" }, { "guid", "GUID" },
+        { "logs", "Logs" }, { "logBytes", "In logs" }, { "fileBytes", "Project files" },
+        { "files", "Files" }, { "otherBytes", "In files" }, { "bytes", "Total" } });
+    for (const auto &shown : ProjectStore(db).allShown())
+        addProject(
+            listing, db, "project", shown.project.id, shown.project.guid, shown.project.name);
+    for (const auto &removed : ProjectStore(db).removed()) {
+        if (!removed.purged)
+            addProject(listing, db, "removed", removed.id, removed.guid, removed.name);
+    }
+    for (const UserSpace &user : userSpace(db)) {
+        listing.add({ "user", user.email, "", 0, Cell::bytes(0), Cell::bytes(0), user.files,
+            Cell::bytes(user.bytes), Cell::bytes(user.bytes) });
+    }
+    const StoreSpace stored = storeSpace(db);
+    const std::int64_t free = freeBytes(session.config());
+    if (arguments.has("--csv"))
+        return session.done(listing.csv());
+    if (session.json())
+        return session.done({},
+            ",\"rows\":" + listing.json() + ",\"stored\":" + std::to_string(stored.bytes)
+                + ",\"contents\":" + std::to_string(stored.blobs)
+                + ",\"free\":" + std::to_string(free));
+    return session.done(listing.table() + "\n\n" + std::to_string(stored.blobs)
+        + " contents, each stored once: " + sizeForPeople(stored.bytes)
+        + ". Free: " + sizeForPeople(free) + '.');
+}
+
+} // namespace
+
+const AdminCommandTable reportCommands = {
+    { "report", "storage", "what takes up how much space",
+        { { "--csv", "as CSV", CommandOption::Flag } }, reportStorage },
+};
+
+} // namespace kvx::server
