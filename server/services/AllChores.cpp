@@ -1,5 +1,6 @@
 #include "notify/Janitor.h"
 
+#include "services/GlobalLocks.h"
 #include "services/Tidying.h"
 
 namespace kvx::server {
@@ -9,6 +10,7 @@ const std::vector<Chore> &allChores()
     static const std::vector<Chore> chores = {
         { "trash", purgeTrash },
         { "blobs", sweepBlobs },
+        { "global locks", endGlobalLocks },
     };
     return chores;
 }

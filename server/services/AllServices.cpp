@@ -1,6 +1,7 @@
 #include "services/ServiceTable.h"
 
 #include "services/Files.h"
+#include "services/GlobalLocks.h"
 #include "services/Groups.h"
 #include "services/IdBlocks.h"
 #include "services/Items.h"
@@ -11,10 +12,14 @@
 #include "services/ProjectCommands.h"
 #include "services/ProjectCreation.h"
 #include "services/ProjectList.h"
+#include "services/Resources.h"
 #include "services/Roles.h"
 #include "services/Save.h"
 #include "services/ServerInfo.h"
+#include "services/Tables.h"
+#include "services/Templates.h"
 #include "services/Users.h"
+#include "services/WorkingTime.h"
 
 namespace kvx::server {
 
@@ -30,7 +35,12 @@ const std::vector<Endpoint> &allEndpoints()
             { &loginServices, &userServices, &roleServices, &projectListServices,
                 &projectCreationServices, &projectCommandServices, &permissionServices,
                 &groupServices, &openCloseServices, &logLockServices, &saveServices, &fileServices,
-                &itemServices, &idBlockServices } },
+                &itemServices, &idBlockServices, &templateServices, &globalLockServices,
+                &tableServices } },
+        { "/kvx/v2/api/workingtime", { &workingTimeServices } },
+        { "/kvx/v2/api/comresource/version", { &resourceVersionServices }, "comresource/version" },
+        { "/kvx/v2/api/comresource/download", { &resourceDownloadServices },
+            "comresource/download" },
         { "/kvx/v2/api/server", { &serverInfoServices }, "server" },
     };
     return endpoints;

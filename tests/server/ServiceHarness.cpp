@@ -35,6 +35,7 @@ RoleRights rightsOf(const std::string &role)
     RoleRights rights;
     rights.administrator = role == "Administrator";
     rights.allProjectReadWrite = role == "Everything";
+    rights.uploadReportSetting = role == "Everything";
     rights.allProjectReview = role == "Reviewer";
     rights.readOnlyRateLibrary = role == "Library reader";
     rights.readWriteRateLibrary = role == "Library writer";
@@ -67,7 +68,8 @@ Message &Message::raw(const char *key, const std::string &json)
 }
 
 Answer::Answer(const Reply &reply)
-    : m_text(reply.body())
+    : httpStatus(reply.httpStatus())
+    , m_text(reply.body())
     , m_path(reply.fileBody() ? reply.fileBody()->path : "")
     , m_json(std::make_shared<rapidjson::Document>())
 {
@@ -142,10 +144,24 @@ Answer Session::askAs(Message message) const
     return askLater(std::move(message)).get();
 }
 
+/// Where that service is asked for; the first path where no table names it.
+static const Endpoint &endpointOf(const std::string &service)
+{
+    for (const Endpoint &endpoint : allEndpoints()) {
+        for (const ServiceTable *table : endpoint.tables) {
+            for (const Service &one : *table) {
+                if (service == one.name)
+                    return endpoint;
+            }
+        }
+    }
+    return allEndpoints().front();
+}
+
 static ExchangePtr exchangeOf(const Session &session, const Message &message)
 {
     auto exchange = std::make_shared<Exchange>();
-    exchange->endpoint = &allEndpoints().front();
+    exchange->endpoint = &endpointOf(message.service);
     exchange->body = message.json();
     exchange->token = session.token;
     exchange->address = "127.0.0.1";

@@ -32,7 +32,11 @@ public:
 /// A request's JSON text, key by key.
 class Message {
 public:
-    explicit Message(const std::string &service) { set("service", service); }
+    explicit Message(const std::string &service)
+        : service(service)
+    {
+        set("service", service);
+    }
     Message &set(const char *key, const std::string &text);
     Message &set(const char *key, const char *text) { return set(key, std::string(text)); }
     Message &set(const char *key, bool flag) { return raw(key, flag ? "true" : "false"); }
@@ -40,6 +44,8 @@ public:
     Message &set(const char *key, int number) { return set(key, std::int64_t { number }); }
     Message &raw(const char *key, const std::string &json);
     std::string json() const { return m_json + '}'; }
+
+    const std::string service;
 
 private:
     std::string m_json = "{";
@@ -49,6 +55,7 @@ private:
 class Answer {
 public:
     explicit Answer(const server::Reply &reply);
+    const int httpStatus;
     int status() const { return static_cast<int>(integer("statuscode")); }
     std::int64_t integer(const char *key) const;
     std::string text(const char *key) const;
