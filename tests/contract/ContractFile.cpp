@@ -22,7 +22,7 @@ using rapidjson::Value;
 
 /// A misspelt key would silently test less.
 const std::set<std::string> exchangeKeys { "title", "state", "caller", "request", "reply",
-    "repeated", "file", "arrived", "announces", "call" };
+    "repeated", "file", "arrived", "announces", "call", "path", "http" };
 const std::set<std::string> callKeys { "operation", "arguments", "result", "others", "occurrence" };
 
 struct Placeholder {
@@ -53,6 +53,9 @@ const Placeholder *placeholder(const Value &expected)
         { "<date>",
             { [](const Value &value) { return hasShape(value, "9999-99-99 99:99"); },
                 "\"2026-11-21 14:05\"" } },
+        { "<timestamp>",
+            { [](const Value &value) { return hasShape(value, "9999-99-99 99:99:99"); },
+                "\"2026-11-21 14:05:07\"" } },
         { "<integer>", { [](const Value &value) { return value.IsInt64(); }, "7" } },
         { "<digest>",
             { [](const Value &value) { return isHexDigits(value, 64); },
@@ -130,6 +133,17 @@ void fill(Value &value, rapidjson::Document &owner)
     }
 }
 
+/// By the request, or by its path.
+bool isAskedFor(const Exchange &exchange)
+{
+    const Value &request = exchange["request"];
+    const std::string end = '/' + exchange.service;
+    const std::string path = exchange.path();
+    return (request.HasMember("service") && textOf(request["service"]) == exchange.service)
+        || (path.size() > end.size()
+            && path.compare(path.size() - end.size(), end.size(), end) == 0);
+}
+
 void checkKeys(const Value &object, const std::set<std::string> &known, const std::string &where)
 {
     if (!object.IsObject())
@@ -163,6 +177,23 @@ std::string Exchange::testName() const
     return name;
 }
 
+std::string Exchange::fullTestName() const
+{
+    std::string name = service;
+    name.erase(std::remove(name.begin(), name.end(), '/'), name.end());
+    return name + testName();
+}
+
+std::string Exchange::path() const
+{
+    return has("path") ? textOf((*this)["path"]) : "/kvx/service";
+}
+
+int Exchange::httpStatus() const
+{
+    return has("http") ? (*this)["http"].GetInt() : 200;
+}
+
 void PrintTo(const Exchange &exchange, std::ostream *stream)
 {
     *stream << exchange.service << ", \"" << exchange.title << '"';
@@ -170,10 +201,12 @@ void PrintTo(const Exchange &exchange, std::ostream *stream)
 
 std::vector<std::string> contractServices()
 {
+    const std::filesystem::path folder(KVX_CONTRACT_FOLDER);
     std::vector<std::string> services;
-    for (const auto &entry : std::filesystem::directory_iterator(KVX_CONTRACT_FOLDER)) {
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(folder)) {
         if (entry.path().extension() == ".json")
-            services.push_back(entry.path().stem().string());
+            services.push_back(
+                entry.path().lexically_relative(folder).replace_extension().generic_string());
     }
     std::sort(services.begin(), services.end());
     return services;
@@ -194,7 +227,7 @@ std::vector<Exchange> exchangesOf(const std::string &service)
         checkKeys(json, exchangeKeys, where);
         Exchange exchange { service, {}, file, &json };
         exchange.title = textOf(exchange["title"]);
-        if (textOf(exchange["request"]["service"]) != service)
+        if (!isAskedFor(exchange))
             throw std::runtime_error(where + " asks for another service");
         if (exchange.has("call"))
             checkKeys(exchange["call"], callKeys, where + ", \"call\"");

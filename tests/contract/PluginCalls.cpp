@@ -1,5 +1,6 @@
 #include "PluginCalls.h"
 
+#include "common/KVXCWCommonImpl.h"
 #include "frame/KVXServerInfo.h"
 #include "login/KVXCWLoginImpl.h"
 #include "projectdata/KVXCWIDManagerImpl.h"
@@ -8,10 +9,13 @@
 #include "projectlist/KVXCWProjectListImpl.h"
 #include "projectlist/KVXCWProjectPermissionImpl.h"
 #include "resources/KVXCWFileServiceImpl.h"
+#include "resources/KVXGlobalLockMgrImpl.h"
+#include "resources/KVXReportTemplateMgrImpl.h"
 #include "support/FakeHost.h"
 
 #include <KVXCollaboration/KVXCollaborator.h>
 #include <KVXCollaboration/KVXRole.h>
+#include <KVXCommon/IKVXSimpleTable.h>
 #include <KVXCommon/KVXZipFile.h>
 #include <KVXSQLite/KVXProjectDatabase.h>
 #include <QJsonArray>
@@ -74,15 +78,20 @@ public:
         for (int i = 1; i < occurrence; ++i)
             host.network.answerOnce(
                 service, objectOf(m_call["others"][m_exchange.service.c_str()]));
-        if (service == QLatin1String("download"))
-            host.network.handle(
-                service, [this, reply](const QJsonObject &request, QJsonObject &out) {
+        const bool carried = m_exchange.httpStatus() == 200;
+        host.network.httpStatus = m_exchange.httpStatus();
+        host.network.httpBody = QJsonDocument(reply).toJson();
+        if (service.endsWith(QLatin1String("download")))
+            host.network.handle(QStringLiteral("download"),
+                [this, reply](const QJsonObject &request, QJsonObject &out) {
                     out = reply;
                     receive(request.value(QLatin1String("LocalFileName")).toString());
                     return true;
                 });
-        else
+        else if (carried)
             host.network.answerOnce(service, reply);
+        else
+            host.network.failPost(service);
         host.network.takeRequests();
     }
 
@@ -94,6 +103,27 @@ public:
         begin();
         return *m_projectList;
     }
+
+    KVXReportTemplateMgrImpl &templates()
+    {
+        begin();
+        return m_templates;
+    }
+
+    KVXGlobalLockMgrImpl &globalLocks()
+    {
+        begin();
+        return m_globalLocks;
+    }
+
+    /// Of the user whose e-mail is the first argument.
+    KVXCWCommonImpl &common()
+    {
+        host.setUser(QString(), text(0));
+        begin();
+        return m_common;
+    }
+    QTime now { 9, 0 };
 
     /// The record of one of the arguments; the bid status is set by hosts and not read from a
     /// record.
@@ -199,6 +229,9 @@ private:
     const Exchange &m_exchange;
     const rapidjson::Value &m_call;
     QTemporaryDir m_folder;
+    KVXReportTemplateMgrImpl m_templates;
+    KVXGlobalLockMgrImpl m_globalLocks;
+    KVXCWCommonImpl m_common { [this] { return now; } };
     std::unique_ptr<KVXCWProjectListImpl> m_projectList;
     KVXCWProjectDataImpl *m_projectData = nullptr; // owned by the registry
     KVXCWIDManagerImpl *m_idManager = nullptr; // owned by the registry
@@ -344,6 +377,166 @@ QJsonValue checkOutNewItems(PluginBench &bench)
     return items.checkOutNewItems();
 }
 
+/// With what the manager says about a refusal.
+template <class Manager> QJsonObject withError(const Manager &manager, QJsonObject result)
+{
+    if (manager.errorCode() != 0) {
+        result.insert(QStringLiteral("code"), manager.errorCode());
+        result.insert(QStringLiteral("text"), manager.errorText());
+    }
+    return result;
+}
+
+QJsonObject infoObject(const KVXTemplateInfo &info)
+{
+    return { { QStringLiteral("templateID"), info.templateID },
+        { QStringLiteral("type"), info.type }, { QStringLiteral("name"), info.name },
+        { QStringLiteral("author"), info.author },
+        { QStringLiteral("authorEmail"), info.authorEmail },
+        { QStringLiteral("projectVersion"), info.projectVersion },
+        { QStringLiteral("md5"), info.md5 }, { QStringLiteral("createDate"), info.createDate },
+        { QStringLiteral("lastModifyDate"), info.lastModifyDate } };
+}
+
+/// Arguments: what is known of the template, its content.
+QJsonValue uploadTemplate(PluginBench &bench)
+{
+    const QJsonObject known = bench.arguments.at(0).toObject();
+    KVXTemplateInfo info;
+    info.name = known.value(QLatin1String("name")).toString();
+    info.type = known.value(QLatin1String("type")).toInt();
+    info.projectVersion = known.value(QLatin1String("projectVersion")).toString();
+    info.author = known.value(QLatin1String("author")).toString();
+    info.authorEmail = known.value(QLatin1String("authorEmail")).toString();
+    KVXReportTemplateMgrImpl &templates = bench.templates();
+    const bool done = templates.uploadTemplate(info, bench.arguments.at(1).toObject());
+    return withError(templates,
+        { { QStringLiteral("returned"), done }, { QStringLiteral("info"), infoObject(info) } });
+}
+
+QJsonValue downloadTemplate(PluginBench &bench)
+{
+    KVXReportTemplateMgrImpl &templates = bench.templates();
+    QJsonObject content;
+    const bool done = templates.downloadTemplate(bench.text(0), content);
+    return withError(templates,
+        { { QStringLiteral("returned"), done }, { QStringLiteral("content"), content } });
+}
+
+QJsonValue queryTemplates(PluginBench &bench)
+{
+    KVXReportTemplateMgrImpl &templates = bench.templates();
+    QList<KVXTemplateInfo> infos;
+    const bool done = templates.queryTemplates(infos);
+    QJsonArray list;
+    for (const KVXTemplateInfo &info : infos)
+        list.append(infoObject(info));
+    return withError(
+        templates, { { QStringLiteral("returned"), done }, { QStringLiteral("list"), list } });
+}
+
+/// One identifier, or a list of them.
+QJsonValue deleteTemplates(PluginBench &bench)
+{
+    KVXReportTemplateMgrImpl &templates = bench.templates();
+    const QJsonValue ids = bench.arguments.at(0);
+    QStringList list;
+    for (const QJsonValue &id : ids.toArray())
+        list.append(id.toString());
+    const bool done = ids.isArray() ? templates.deleteTemplates(list)
+                                    : templates.deleteTemplate(ids.toString());
+    return withError(templates, { { QStringLiteral("returned"), done } });
+}
+
+QJsonValue renameTemplate(PluginBench &bench)
+{
+    KVXReportTemplateMgrImpl &templates = bench.templates();
+    const bool done = templates.renameTemplate(bench.text(0), bench.text(1));
+    return withError(templates, { { QStringLiteral("returned"), done } });
+}
+
+QJsonValue findTemplate(PluginBench &bench,
+    bool (KVXReportTemplateMgr::*find)(const QString &, bool &, KVXTemplateInfo &))
+{
+    KVXReportTemplateMgrImpl &templates = bench.templates();
+    bool exists = false;
+    KVXTemplateInfo info;
+    const bool done = (templates.*find)(bench.text(0), exists, info);
+    return withError(templates,
+        { { QStringLiteral("returned"), done }, { QStringLiteral("exists"), exists },
+            { QStringLiteral("info"), infoObject(info) } });
+}
+
+/// Arguments: type, minutes, whether bound to the login, author's name and e-mail.
+QJsonValue globalLock(PluginBench &bench)
+{
+    KVXGlobalLockMgrImpl &locks = bench.globalLocks();
+    QString holder;
+    QString email;
+    const bool done = locks.GlobalLock(bench.number(0), holder, email, bench.number(1),
+        bench.flag(2), bench.text(3), bench.text(4));
+    return withError(locks,
+        { { QStringLiteral("returned"), done }, { QStringLiteral("holder"), holder },
+            { QStringLiteral("holderEmail"), email } });
+}
+
+QJsonValue globalUnlock(PluginBench &bench)
+{
+    KVXGlobalLockMgrImpl &locks = bench.globalLocks();
+    const bool done = locks.GlobalUnlock(bench.number(0));
+    return withError(locks, { { QStringLiteral("returned"), done } });
+}
+
+/// Arguments: the user, the table's name; null for none.
+QJsonValue getTable(PluginBench &bench)
+{
+    const IKVXSimpleTable *table = bench.common().getTable(bench.text(1));
+    return table ? QJsonValue(table->toJson()) : QJsonValue();
+}
+
+/// Arguments: the user, the table in its own form.
+QJsonValue updateTable(PluginBench &bench)
+{
+    std::unique_ptr<IKVXSimpleTable> table(
+        IKVXSimpleTable::fromJson(bench.arguments.at(1).toObject()));
+    if (!bench.common().updateTable(table.get()))
+        return false;
+    table.release();
+    return true;
+}
+
+/// Arguments: the user, the seconds before each tick.
+QJsonValue tickAfter(PluginBench &bench)
+{
+    KVXCWCommonImpl &common = bench.common();
+    for (const int seconds : bench.numbers(1)) {
+        bench.now = bench.now.addSecs(seconds);
+        common.tick();
+    }
+    return {};
+}
+
+/// Arguments: host, port.
+QJsonValue resourceVersion(PluginBench &bench)
+{
+    QString version;
+    const bool done = bench.common().resourceVersion(bench.text(0), bench.number(1), version);
+    return QJsonObject { { QStringLiteral("returned"), done },
+        { QStringLiteral("version"), version } };
+}
+
+/// Arguments: host, port.
+QJsonValue downloadResource(PluginBench &bench)
+{
+    const QString path = bench.localFile() + QLatin1String(".package");
+    QJsonObject result { { QStringLiteral("returned"),
+        bench.common().downloadResource(path, bench.text(0), bench.number(1)) } };
+    QFile file(path);
+    if (file.open(QIODevice::ReadOnly))
+        result.insert(QStringLiteral("content"), QString::fromUtf8(file.readAll()));
+    return result;
+}
+
 using Operation = std::function<QJsonValue(PluginBench &)>;
 
 const QMap<QString, Operation> &operations()
@@ -387,6 +580,23 @@ const QMap<QString, Operation> &operations()
         { QStringLiteral("existsProjectGroup"),
             [](B &b) { return b.projectList().existsProjectGroup(b.text(0)); } },
         { QStringLiteral("updatePermissions"), updatePermissions },
+        { QStringLiteral("uploadTemplate"), uploadTemplate },
+        { QStringLiteral("downloadTemplate"), downloadTemplate },
+        { QStringLiteral("queryTemplates"), queryTemplates },
+        { QStringLiteral("deleteTemplates"), deleteTemplates },
+        { QStringLiteral("deleteTemplate"), deleteTemplates },
+        { QStringLiteral("renameTemplate"), renameTemplate },
+        { QStringLiteral("templateExist"),
+            [](B &b) { return findTemplate(b, &KVXReportTemplateMgr::templateExist); } },
+        { QStringLiteral("templateExistByID"),
+            [](B &b) { return findTemplate(b, &KVXReportTemplateMgr::templateExistByID); } },
+        { QStringLiteral("globalLock"), globalLock },
+        { QStringLiteral("globalUnlock"), globalUnlock },
+        { QStringLiteral("getTable"), getTable },
+        { QStringLiteral("updateTable"), updateTable },
+        { QStringLiteral("tickAfter"), tickAfter },
+        { QStringLiteral("resourceVersion"), resourceVersion },
+        { QStringLiteral("downloadResource"), downloadResource },
         { QStringLiteral("syncLogs"), [](B &b) { return int(b.projectData().syncLogs()); } },
         { QStringLiteral("saveProject"), saveProject },
         { QStringLiteral("downloadProject"),
@@ -420,6 +630,11 @@ CallOutcome performCall(const Exchange &exchange)
     CallOutcome outcome;
     outcome.result = operation(bench);
     outcome.requests = bench.host.network.takeRequests();
+    outcome.url = bench.host.network.lastUrl();
+    for (const auto &[url, request] : qAsConst(bench.host.network.httpRequests)) {
+        outcome.requests.append(request);
+        outcome.url = url;
+    }
     return outcome;
 }
 

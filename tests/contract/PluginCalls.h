@@ -11,6 +11,7 @@ namespace kvx::test {
 /// What an operation of the plug-in did when it was called as an exchange says.
 struct CallOutcome {
     QList<QJsonObject> requests; ///< in the order in which they were posted
+    QString url; ///< of the last one
     QJsonValue result;
 };
 

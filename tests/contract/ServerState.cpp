@@ -3,9 +3,14 @@
 #include "base/Config.h"
 #include "base/Digest.h"
 #include "base/Text.h"
+#include "base/JsonText.h"
 #include "services/Password.h"
 #include "services/ServiceTable.h"
+#include "services/StoredBytes.h"
+#include "store/BlobStore.h"
 #include "store/MetaStore.h"
+#include "store/ResourceStore.h"
+#include "store/TemplateStore.h"
 #include "store/UserStore.h"
 
 #include <fstream>
@@ -72,6 +77,33 @@ std::string ServerState::tokenOf(const std::string &who)
 void ServerState::ask(const std::string &who, const Message &message)
 {
     require(session(who).ask(message), message.json());
+}
+
+std::string ServerState::storedBlob(const std::string &bytes)
+{
+    const auto file = storeBytes(m_harness.config(), bytes);
+    BlobStore(m_harness.config().data)
+        .record(m_harness.db(), file->path, file->sha256, file->size, wallTime());
+    return file->sha256;
+}
+
+/// Straight into the store: an upload would choose the ID.
+void ServerState::addTemplate(
+    const std::string &who, const std::string &id, const std::string &name)
+{
+    const std::string document = R"({"title":"Bill"})";
+    Template added;
+    added.id = id;
+    added.name = name;
+    added.type = 3;
+    added.author = fullNames.at(who);
+    added.authorEmail = emailOf(who);
+    added.ownerId = findUser(m_harness.db(), emailOf(who))->id;
+    added.projectVersion = "2026.1";
+    added.blob = storedBlob(document);
+    added.md5 = md5(document);
+    added.created = added.modified = wallTime();
+    TemplateStore(m_harness.db()).add(added);
 }
 
 void ServerState::bring(const rapidjson::Value &json)
@@ -143,6 +175,39 @@ void ServerState::bring(const rapidjson::Value &json)
             } },
         // [name]: by another administrator
         { "roles changed", [&] { raiseRolesRevision(m_harness.db()); } },
+        // [name, user, …]
+        { "template", [&] { addTemplate(step.at(1), step.at(2), step.at(3)); } },
+        { "template deleted",
+            [&] {
+                ask(step.at(1),
+                    Message("reportTemplateDelete")
+                        .raw("templateIDArray", '[' + jsonText(step.at(2)) + ']'));
+            } },
+        { "global lock",
+            [&] {
+                ask(step.at(1),
+                    Message("GlobalLock")
+                        .raw("lockType", step.at(2))
+                        .set("lockedAuthorName", fullNames.at(firstWord(step.at(1))))
+                        .set("lockedAuthorEmail", emailOf(step.at(1)))
+                        .set("autoUnlockTime", 30)
+                        .set("logoutUnlock", false));
+            } },
+        // [name, table, data]
+        { "table",
+            [&] {
+                ask("carla",
+                    Message("updatetable")
+                        .raw("Table",
+                            "{\"tablename\":" + jsonText(step.at(1))
+                                + ",\"tabledata\":" + step.at(2) + '}'));
+            } },
+        // [name, version, content]
+        { "package",
+            [&] {
+                ResourceStore(m_harness.db())
+                    .publish(step.at(1), storedBlob(step.at(2)), wallTime());
+            } },
         // [name, value]: settings of the server
         { "products served", [&] { m_harness.config().loginProducts = { step.at(1) }; } },
         { "sessions of one user",
@@ -160,11 +225,22 @@ void ServerState::bring(const rapidjson::Value &json)
     found->second();
 }
 
-Reply ServerState::post(const std::string &who, const std::string &request, const std::string *file)
+static const Endpoint &endpointAt(const std::string &path)
+{
+    for (const Endpoint &endpoint : allEndpoints()) {
+        if (path == endpoint.path)
+            return endpoint;
+    }
+    throw std::runtime_error("nothing is served at " + path);
+}
+
+Reply ServerState::post(const std::string &who, const std::string &path, const std::string &request,
+    const std::string *file)
 {
     const auto exchange = std::make_shared<server::Exchange>();
-    exchange->endpoint = &allEndpoints().front();
-    exchange->body = request;
+    exchange->endpoint = &endpointAt(path);
+    if (!exchange->endpoint->service)
+        exchange->body = request;
     exchange->address = "127.0.0.1";
     exchange->token = tokenOf(who);
     exchange->connectionId = who == "nobody" ? 1'000'000 : session(who).connection;
@@ -180,10 +256,10 @@ Reply ServerState::post(const std::string &who, const std::string &request, cons
     Reply decided = wait(&Dispatcher::beginUpload);
     if (!decided.isOk())
         return decided;
-    const std::string path = m_harness.folder() + "/tmp/" + newUuid();
-    std::ofstream(path, std::ios::binary) << *file;
+    const std::string received = m_harness.folder() + "/tmp/" + newUuid();
+    std::ofstream(received, std::ios::binary) << *file;
     exchange->file = std::make_shared<ReceivedFile>(
-        path, static_cast<std::int64_t>(file->size()), sha256(*file), md5(*file));
+        received, static_cast<std::int64_t>(file->size()), sha256(*file), md5(*file));
     return wait(&Dispatcher::finishUpload);
 }
 

@@ -23,14 +23,18 @@ public:
     /// Logs in when the user has not yet; empty for "nobody".
     std::string tokenOf(const std::string &who);
 
-    /// Sends the request, letter by letter, as that user; with `file` as an upload of those bytes.
-    server::Reply post(const std::string &who, const std::string &request, const std::string *file);
+    /// Sends the request, letter by letter, to that path as that user; with `file` as an upload of
+    /// those bytes. A path that names the service itself is asked without a body.
+    server::Reply post(const std::string &who, const std::string &path, const std::string &request,
+        const std::string *file);
 
     ServiceHarness &harness() { return m_harness; }
 
 private:
     Session &session(const std::string &who);
     void ask(const std::string &who, const Message &message);
+    std::string storedBlob(const std::string &bytes);
+    void addTemplate(const std::string &who, const std::string &id, const std::string &name);
 
     ServiceHarness m_harness;
     std::map<std::string, Session> m_sessions;

@@ -41,7 +41,7 @@ TEST_P(PluginContract, SendsAndUnderstands)
     for (const QJsonObject &request : outcome.requests) {
         const std::string service
             = request.value(QLatin1String("service")).toString().toStdString();
-        if (service == exchange.service)
+        if (service == exchange.service || exchange.has("path"))
             ofService.append(request);
         else
             EXPECT_TRUE(call.HasMember("others") && call["others"].HasMember(service.c_str()))
@@ -50,6 +50,7 @@ TEST_P(PluginContract, SendsAndUnderstands)
     const int occurrence = call.HasMember("occurrence") ? call["occurrence"].GetInt() : 1;
     ASSERT_GE(ofService.size(), occurrence) << "the request was not sent";
 
+    EXPECT_EQ(outcome.url.toStdString(), "http://127.0.0.1:8090" + exchange.path());
     const auto sent = converted(ofService.at(occurrence - 1));
     for (const std::string &line : differences(exchange["request"], sent[0]))
         ADD_FAILURE() << "request " << line;
@@ -58,7 +59,7 @@ TEST_P(PluginContract, SendsAndUnderstands)
 }
 
 INSTANTIATE_TEST_SUITE_P(Exchanges, PluginContract, testing::ValuesIn(callsOfThePlugin()),
-    [](const auto &info) { return info.param.service + info.param.testName(); });
+    [](const auto &info) { return info.param.fullTestName(); });
 
 } // namespace
 

@@ -29,13 +29,19 @@ protected:
         return &m_file;
     }
 
+    kvx::server::Reply post(const std::string &request)
+    {
+        return m_state.post(caller(), GetParam().path(), request, sentFile());
+    }
+
     void expectReply(const rapidjson::Value &expected, const kvx::server::Reply &reply)
     {
         const Answer answer(reply);
         for (const std::string &line : differences(expected, parsedJson(answer.json())))
             ADD_FAILURE() << line;
-        EXPECT_EQ(reply.httpStatus(), 200);
-        const bool download = GetParam().service == "download";
+        EXPECT_EQ(reply.httpStatus(), GetParam().httpStatus());
+        const bool download
+            = GetParam().service == "download" || GetParam().service == "comresource/download";
         EXPECT_EQ(answer.isFile(), download && answer.status() == 1);
         if (answer.isFile()) {
             EXPECT_EQ(answer.fileBytes(), bytesOf(GetParam()["file"]));
@@ -73,13 +79,13 @@ TEST_P(ServerContract, Answers)
     m_state.harness().takeSent();
 
     const std::string request = filledJson(GetParam()["request"]);
-    expectReply(GetParam()["reply"], m_state.post(caller(), request, sentFile()));
+    expectReply(GetParam()["reply"], post(request));
     expectAnnouncements();
     if (GetParam().has("repeated"))
-        expectReply(GetParam()["repeated"], m_state.post(caller(), request, sentFile()));
+        expectReply(GetParam()["repeated"], post(request));
 }
 
 INSTANTIATE_TEST_SUITE_P(Exchanges, ServerContract, testing::ValuesIn(allExchanges()),
-    [](const auto &info) { return info.param.service + info.param.testName(); });
+    [](const auto &info) { return info.param.fullTestName(); });
 
 } // namespace
