@@ -13,6 +13,8 @@ namespace kvx::demo {
 
 namespace {
 
+constexpr char brokerUser[] = "kvx-server";
+
 /// A port that nobody listens on right now.
 int freePort()
 {
@@ -92,9 +94,16 @@ bool Site::startBroker()
     if (m_brokerPort == 0)
         m_brokerPort = freePort();
     m_broker.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_broker.start(m_brokerScript,
-        { QStringLiteral("--port"), QString::number(m_brokerPort), QStringLiteral("--data"),
-            path(QStringLiteral("broker")) });
+    QStringList arguments { QStringLiteral("--port"), QString::number(m_brokerPort),
+        QStringLiteral("--data"), path(QStringLiteral("broker")) };
+    if (m_guarded) {
+        const QString file = path(QStringLiteral("broker.password"));
+        if (!QFile::exists(file) && !writePassword(file))
+            return false;
+        arguments << QStringLiteral("--server")
+                  << QLatin1String(brokerUser) + QLatin1Char(':') + file;
+    }
+    m_broker.start(m_brokerScript, arguments);
     while (m_broker.waitForReadyRead(60000)) {
         if (m_broker.readAllStandardOutput().contains("ready"))
             return true;
@@ -103,8 +112,27 @@ bool Site::startBroker()
     return false;
 }
 
+bool Site::writePassword(const QString &name)
+{
+    QFile file(name);
+    if (file.open(QIODevice::WriteOnly) && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner)
+        && file.write(QUuid::createUuid().toByteArray(QUuid::WithoutBraces) + '\n') > 0)
+        return true;
+    m_error = file.errorString();
+    return false;
+}
+
 bool Site::startServer()
 {
+    QFile password(path(QStringLiteral("broker.password")));
+    if (password.open(QIODevice::ReadOnly)) {
+        // The command line would show it to everybody on this machine.
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("KVX_BROKER_USER"), QLatin1String(brokerUser));
+        environment.insert(QStringLiteral("KVX_BROKER_PASSWORD"),
+            QString::fromLatin1(password.readAll().trimmed()));
+        m_server.setProcessEnvironment(environment);
+    }
     if (m_port == 0)
         m_port = freePort();
     m_server.setProcessChannelMode(QProcess::MergedChannels);
@@ -133,20 +161,20 @@ bool Site::startServer()
 
 bool Site::addUser(const QString &email, const QString &name)
 {
-    const QByteArray password = QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
     QFile file(account(email).passwordFile);
-    if (!file.open(QIODevice::WriteOnly) || file.write(password + '\n') < 0) {
+    if (!writePassword(file.fileName()))
+        return false;
+    if (!file.open(QIODevice::ReadOnly)) {
         m_error = file.errorString();
         return false;
     }
-    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
     QProcess command;
     command.setProcessChannelMode(QProcess::MergedChannels);
     command.start(m_build + QLatin1String("/server/kvx-server"),
         { QStringLiteral("user"), QStringLiteral("add"), QStringLiteral("--data"),
             path(QStringLiteral("data")), email, QStringLiteral("--name"), name,
             QStringLiteral("--role"), QStringLiteral("Estimator") });
-    command.write(password + '\n');
+    command.write(file.readAll());
     command.closeWriteChannel();
     if (command.waitForFinished(30000) && command.exitCode() == 0)
         return true;

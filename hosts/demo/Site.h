@@ -18,6 +18,9 @@ public:
         const QStringList &serverOptions = {});
     ~Site();
 
+    /// Before the start: the broker goes without its guard.
+    void withoutGuard() { m_guarded = false; }
+
     bool start();
     void stop();
     /// The broker alone; it comes back on the same port.
@@ -37,6 +40,7 @@ public:
 
 private:
     QString path(const QString &name) const { return m_folder.filePath(name); }
+    bool writePassword(const QString &name);
 
     QString m_build;
     QString m_brokerScript;
@@ -44,6 +48,7 @@ private:
     QTemporaryDir m_folder;
     QProcess m_broker;
     QProcess m_server;
+    bool m_guarded = true;
     int m_brokerPort = 0;
     int m_port = 0;
     QString m_error;

@@ -2,7 +2,6 @@
 # serve.sh BUILD-FOLDER [--data DIR] [--broker-port N] [option of kvx-server …]: server and broker on
 # this machine until Ctrl-C. Called by ./run serve.
 set -eu
-here=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")
 build=$1
 shift
 data=$HOME/kvx-data
@@ -33,9 +32,18 @@ stop() {
 trap stop EXIT
 trap 'stop; exit 0' INT TERM HUP
 
+# The server's account at the broker, whose guard hears nobody else.
+password=$data/broker.password
+if [ ! -s "$password" ]; then
+    head -c 32 /dev/urandom | base64 -w 0 >"$password"
+fi
+export KVX_BROKER_USER=kvx-server
+KVX_BROKER_PASSWORD=$(<"$password")
+export KVX_BROKER_PASSWORD
+
 # Both end with this script, however it ends.
-setpriv --pdeathsig TERM "$here/../../server/broker/kvx-broker" --port "$broker_port" \
-    --data "$data/broker" >/dev/null &
+setpriv --pdeathsig TERM "$build/server/broker/kvx-broker" --port "$broker_port" \
+    --data "$data/broker" --server "$KVX_BROKER_USER:$password" >/dev/null &
 broker=$!
 setpriv --pdeathsig TERM "$build/server/kvx-server" serve --data "$data" \
     --broker.url "tcp://127.0.0.1:$broker_port" --broker.publicPort "$broker_port" "$@" &

@@ -1,5 +1,6 @@
 #include "admin/Readiness.h"
 #include "base/Config.h"
+#include "notify/GuardFeed.h"
 #include "notify/Publisher.h"
 #include "services/Call.h"
 #include "store/Db.h"
@@ -27,12 +28,27 @@ std::string storeState(const Config &config)
     return left < config.diskReserve ? "below the reserve" : "ok";
 }
 
+std::string guardState(GuardFeed::State state)
+{
+    switch (state) {
+    case GuardFeed::State::Ok:
+        return "ok";
+    case GuardFeed::State::None:
+        return "none";
+    case GuardFeed::State::Away:
+        break;
+    }
+    return "away";
+}
+
 } // namespace
 
-Readiness::Readiness(const Environment &environment, DbPool &pool, const Publisher *publisher)
+Readiness::Readiness(const Environment &environment, DbPool &pool, const Publisher &publisher,
+    const GuardFeed &guard)
     : m_environment(environment)
     , m_pool(pool)
     , m_publisher(publisher)
+    , m_guard(guard)
 {
 }
 
@@ -59,8 +75,9 @@ void Readiness::check(std::function<void(HealthReport)> answer) const
         add("database", database, true);
         add("store", storeState(m_environment.config), true);
         add("schema", schema, true);
-        add("publisher", m_publisher ? "ok" : "off", false);
-        add("broker", m_publisher && m_publisher->isConnected() ? "ok" : "away", false);
+        add("publisher", m_publisher.isHeldBack() ? "off" : "ok", false);
+        add("broker", m_publisher.isConnected() ? "ok" : "away", false);
+        add("guard", guardState(m_guard.state()), false);
         answer(report);
     });
 }

@@ -7,15 +7,16 @@
 namespace kvx::server {
 
 class DbPool;
+class GuardFeed;
 class Publisher;
 struct Environment;
 
-/// What /readyz says: one line each for database, store, schema, publisher and broker. A broker
-/// that is away is reported and no reason to be taken out of service.
+/// What /readyz says: one line each for database, store, schema, publisher, broker and guard.
+/// The last three are reported and no reason to be taken out of service.
 class Readiness {
 public:
-    /// `publisher` is null where nothing is published.
-    Readiness(const Environment &environment, DbPool &pool, const Publisher *publisher);
+    Readiness(const Environment &environment, DbPool &pool, const Publisher &publisher,
+        const GuardFeed &guard);
 
     /// Asks the database on one of its threads and answers there.
     void check(std::function<void(HealthReport)> answer) const;
@@ -23,7 +24,8 @@ public:
 private:
     const Environment &m_environment;
     DbPool &m_pool;
-    const Publisher *m_publisher;
+    const Publisher &m_publisher;
+    const GuardFeed &m_guard;
 };
 
 } // namespace kvx::server

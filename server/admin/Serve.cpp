@@ -7,6 +7,7 @@
 #include "base/JsonText.h"
 #include "base/Log.h"
 #include "http/HttpServer.h"
+#include "notify/GuardFeed.h"
 #include "notify/Janitor.h"
 #include "notify/Publisher.h"
 #include "services/Dispatcher.h"
@@ -29,6 +30,7 @@ namespace kvx::server {
 namespace {
 
 constexpr std::chrono::seconds publisherDrain { 5 };
+constexpr std::chrono::seconds guardEnd { 5 };
 
 void tellPassword(const std::optional<FirstAdministrator> &made, const std::string &passwordFile)
 {
@@ -40,15 +42,6 @@ void tellPassword(const std::optional<FirstAdministrator> &made, const std::stri
     else
         std::cout << "First administrator: " << made->email << ", password in " << passwordFile
                   << std::endl;
-}
-
-/// A broker that others reach must keep strangers out before anything is published there.
-bool isBrokerTrusted(const Config &config)
-{
-    const std::size_t begin = config.brokerUrl.find("://");
-    const std::size_t host = begin == std::string::npos ? 0 : begin + 3;
-    const std::string name = config.brokerUrl.substr(host, config.brokerUrl.find(':', host) - host);
-    return isLoopback(name) || config.brokerGuard == "off";
 }
 
 /// The database as it must be before requests come; the clock of the runs to come.
@@ -95,19 +88,11 @@ int serve(const Config &config, const ServeOptions &options)
     const Environment environment { config, clock, epoch, process };
     const auto cores = static_cast<int>(std::thread::hardware_concurrency());
     auto pool = std::make_unique<DbPool>(config.databaseFile(), std::max(2, cores));
-    std::unique_ptr<Publisher> publisher;
-    if (isBrokerTrusted(config))
-        publisher = std::make_unique<Publisher>(config, clock, *pool, announcedRecord);
-    else
-        logLine(LogLevel::Error,
-            "nothing is published: the broker can be reached from other machines and has no guard; "
-            "broker.guard=off accepts that",
-            { { "url", config.brokerUrl } });
-    auto dispatcher = std::make_unique<Dispatcher>(environment, *pool, [&publisher] {
-        if (publisher)
-            publisher->wake();
-    });
-    const Readiness readiness(environment, *pool, publisher.get());
+    auto guard = std::make_unique<GuardFeed>(config, clock, *pool);
+    auto publisher = std::make_unique<Publisher>(config, clock, *pool, announcedRecord);
+    auto dispatcher = std::make_unique<Dispatcher>(environment, *pool,
+        Dispatcher::Told { [&publisher] { publisher->wake(); }, [&guard] { guard->wake(); } });
+    const Readiness readiness(environment, *pool, *publisher, *guard);
     auto http = std::make_unique<HttpServer>(
         environment, *dispatcher, [&readiness](std::function<void(HealthReport)> answer) {
             readiness.check(std::move(answer));
@@ -115,7 +100,6 @@ int serve(const Config &config, const ServeOptions &options)
     auto janitor = std::make_unique<Janitor>(
         environment, *pool, [&dispatcher](const std::string &key) { dispatcher->wakeHeld(key); });
 
-    bool ended = true;
     try {
         http->listen();
         logLine(LogLevel::Info, "ready",
@@ -127,13 +111,14 @@ int serve(const Config &config, const ServeOptions &options)
         janitor.reset();
         dispatcher->stopWorkers();
         publisher.reset();
+        guard.reset();
         pool.reset();
         throw;
     }
     janitor.reset();
     dispatcher->stopWorkers();
-    if (publisher)
-        ended = publisher->stop(publisherDrain);
+    const bool drained = publisher->stop(publisherDrain);
+    const bool ended = guard->stop(guardEnd) && drained;
     logLine(LogLevel::Info, "stopped");
     if (!ended)
         std::quick_exit(ExitDone); // a thread is caught in a broker that never answers

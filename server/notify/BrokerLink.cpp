@@ -16,7 +16,11 @@ namespace kvx::server {
 
 namespace {
 
-constexpr char topicName[] = "com.orvane.kvx";
+constexpr char notificationTopic[] = "com.orvane.kvx";
+constexpr char guardTopic[] = "com.orvane.kvx.guard";
+/// How the guard refuses "hello". A broker without one takes it for a message, and no client of
+/// such a broker can make it refuse in these words.
+constexpr char guardAnswer[] = "kvx-broker-guard 1";
 
 /// The library is set up once and for all: it cannot be set up a second time.
 void startLibrary()
@@ -32,7 +36,7 @@ void startLibrary()
 
 class BrokerLink::Impl : public cms::ExceptionListener {
 public:
-    Impl(const Config &config, std::function<void(const std::string &)> broken)
+    Impl(const Config &config, Topic topic, std::function<void(const std::string &)> broken)
         : m_broken(std::move(broken))
     {
         startLibrary();
@@ -42,8 +46,9 @@ public:
                 : m_factory->createConnection(config.brokerUser, config.brokerPassword));
         m_connection->setExceptionListener(this);
         m_session.reset(m_connection->createSession(cms::Session::AUTO_ACKNOWLEDGE));
-        const std::unique_ptr<cms::Topic> topic(m_session->createTopic(topicName));
-        m_producer.reset(m_session->createProducer(topic.get()));
+        m_guarded = askForGuard();
+        const bool toGuard = topic == Topic::Guard;
+        m_producer = createProducer(toGuard ? guardTopic : notificationTopic);
         m_producer->setDeliveryMode(cms::DeliveryMode::NON_PERSISTENT);
         m_connection->start();
     }
@@ -58,10 +63,15 @@ public:
         }
     }
 
-    void send(const std::string &text, Receipt receipt)
+    bool isGuarded() const { return m_guarded; }
+
+    void send(const std::string &text, const std::optional<std::string> &to, Receipt receipt)
     {
         const std::unique_ptr<cms::TextMessage> message(
             m_session->createTextMessage(modifiedUtf8(text)));
+        // Without a guard everybody would read who else sees the project.
+        if (to && m_guarded)
+            message->setStringProperty("kvxTo", modifiedUtf8(*to));
         m_producer->send(message.get(), addWaiting(std::move(receipt)));
     }
 
@@ -69,13 +79,16 @@ public:
 
 private:
     struct Waiting : cms::AsyncCallback {
-        void onSuccess() override { outcome(true); }
-        void onException(const cms::CMSException &) override { outcome(false); }
-        void outcome(bool delivered)
+        void onSuccess() override { outcome(true, {}); }
+        void onException(const cms::CMSException &error) override
+        {
+            outcome(false, error.getMessage());
+        }
+        void outcome(bool delivered, const std::string &refusal)
         {
             const std::lock_guard<std::mutex> lock(mutex);
             if (!done)
-                receipt(delivered);
+                receipt(delivered, refusal);
             done = true;
         }
         std::mutex mutex;
@@ -87,6 +100,26 @@ private:
             return done;
         }
     };
+
+    std::unique_ptr<cms::MessageProducer> createProducer(const char *topicName)
+    {
+        const std::unique_ptr<cms::Topic> topic(m_session->createTopic(topicName));
+        return std::unique_ptr<cms::MessageProducer>(m_session->createProducer(topic.get()));
+    }
+
+    bool askForGuard()
+    {
+        try {
+            const auto producer = createProducer(guardTopic);
+            // A persistent message is the one whose sender waits for the answer.
+            producer->setDeliveryMode(cms::DeliveryMode::PERSISTENT);
+            const std::unique_ptr<cms::TextMessage> hello(m_session->createTextMessage("hello"));
+            producer->send(hello.get());
+            return false;
+        } catch (const cms::CMSException &error) {
+            return error.getMessage() == guardAnswer;
+        }
+    }
 
     cms::AsyncCallback *addWaiting(Receipt receipt)
     {
@@ -102,12 +135,14 @@ private:
     std::unique_ptr<cms::Connection> m_connection;
     std::unique_ptr<cms::Session> m_session;
     std::unique_ptr<cms::MessageProducer> m_producer;
+    bool m_guarded = false;
 };
 
-BrokerLink::BrokerLink(const Config &config, std::function<void(const std::string &)> broken)
+BrokerLink::BrokerLink(
+    const Config &config, Topic topic, std::function<void(const std::string &)> broken)
 {
     try {
-        m_impl = std::make_unique<Impl>(config, std::move(broken));
+        m_impl = std::make_unique<Impl>(config, topic, std::move(broken));
     } catch (const cms::CMSException &error) {
         throw BrokerError(error.getMessage());
     }
@@ -115,10 +150,16 @@ BrokerLink::BrokerLink(const Config &config, std::function<void(const std::strin
 
 BrokerLink::~BrokerLink() = default;
 
-void BrokerLink::send(const std::string &text, Receipt receipt)
+bool BrokerLink::isGuarded() const
+{
+    return m_impl->isGuarded();
+}
+
+void BrokerLink::send(
+    const std::string &text, const std::optional<std::string> &to, Receipt receipt)
 {
     try {
-        m_impl->send(text, std::move(receipt));
+        m_impl->send(text, to, std::move(receipt));
     } catch (const cms::CMSException &error) {
         throw BrokerError(error.getMessage());
     }

@@ -3,6 +3,7 @@
 #include "base/Log.h"
 #include "notify/BrokerLink.h"
 #include "notify/Message.h"
+#include "store/AudienceStore.h"
 #include "store/Db.h"
 #include "store/DbPool.h"
 #include "store/MetaStore.h"
@@ -20,9 +21,19 @@ constexpr std::chrono::milliseconds longestBackoff { 5000 };
 /// A broker that answers nothing more holds up the closing of its connection this long at most.
 constexpr std::chrono::seconds closingLimit { 5 };
 constexpr std::size_t inFlightLimit = 64;
+constexpr char noGuard[] = "it has no guard";
 constexpr std::size_t messageLimit = std::size_t { 1 } << 20;
 /// A "New" that comes later than this may meet a list that holds the project already.
 constexpr Time newIsLate = 5000;
+
+/// A broker that other machines reach must keep strangers out before anything is published there.
+bool needsGuard(const Config &config)
+{
+    const std::size_t begin = config.brokerUrl.find("://");
+    const std::size_t host = begin == std::string::npos ? 0 : begin + 3;
+    const std::string name = config.brokerUrl.substr(host, config.brokerUrl.find(':', host) - host);
+    return !isLoopback(name) && config.brokerGuard != "off";
+}
 
 } // namespace
 
@@ -161,20 +172,32 @@ bool Publisher::connect()
         m_inFlight.clear();
     }
     try {
-        m_link = std::make_unique<BrokerLink>(m_config, [this, age](const std::string &cause) {
-            {
-                const std::lock_guard<std::mutex> lock(m_mutex);
-                if (age != m_linkAge)
-                    return;
-                m_broken = true;
-                m_cause = cause;
-            }
-            m_changed.notify_all();
-        });
+        m_link = std::make_unique<BrokerLink>(
+            m_config, BrokerLink::Topic::Notifications, [this, age](const std::string &cause) {
+                {
+                    const std::lock_guard<std::mutex> lock(m_mutex);
+                    if (age != m_linkAge)
+                        return;
+                    m_broken = true;
+                    m_cause = cause;
+                }
+                m_changed.notify_all();
+            });
     } catch (const BrokerError &error) {
         disconnect(error.what());
         return false;
     }
+    if (!m_link->isGuarded() && needsGuard(m_config)) {
+        if (!m_heldBack.exchange(true))
+            logLine(LogLevel::Error,
+                "nothing is published: the broker can be reached from other machines and has no "
+                "guard; broker.guard=off accepts that",
+                { { "url", m_config.brokerUrl } });
+        m_lastCause = noGuard;
+        disconnect(noGuard);
+        return false;
+    }
+    m_heldBack = false;
     logLine(LogLevel::Info, "broker connected", { { "url", m_config.brokerUrl } });
     m_connected = true;
     m_backoff = {};
@@ -231,15 +254,16 @@ std::vector<Publisher::Prepared> Publisher::nextRows(int maximum)
 {
     return inPool<std::vector<Prepared>>(false, [this, maximum](Db &db) {
         std::vector<Prepared> prepared;
+        AudienceStore audience(db);
         for (OutboxRow &row : unsentRows(db, m_lastGiven, maximum))
-            prepared.push_back(prepare(db, std::move(row)));
+            prepared.push_back(prepare(db, audience, std::move(row)));
         return prepared;
     });
 }
 
-Publisher::Prepared Publisher::prepare(Db &db, OutboxRow row) const
+Publisher::Prepared Publisher::prepare(Db &db, AudienceStore &audience, OutboxRow row) const
 {
-    Prepared prepared { std::move(row), {}, {} };
+    Prepared prepared { std::move(row), {}, {}, {} };
     const OutboxRow &given = prepared.row;
     prepared.command = given.command;
     std::string json = given.content;
@@ -257,6 +281,8 @@ Publisher::Prepared Publisher::prepare(Db &db, OutboxRow row) const
         json = array ? '[' + *record + ']' : *record;
     }
     prepared.pieces = splitContent(json, messageLimit);
+    if (given.projectId && m_link->isGuarded())
+        prepared.to = audience.of(*given.projectId, given.alsoTo);
     return prepared;
 }
 
@@ -276,14 +302,14 @@ void Publisher::send(const Prepared &prepared)
     const auto waiting = std::make_shared<std::atomic<std::size_t>>(prepared.pieces.size());
     for (const std::string &piece : prepared.pieces) {
         const std::string text = messageText(prepared.row, { prepared.command, piece }, number++);
-        m_link->send(text, [this, id, age, waiting](bool delivered) {
+        m_link->send(text, prepared.to, [this, id, age, waiting](bool delivered, const auto &why) {
             {
                 const std::lock_guard<std::mutex> lock(m_mutex);
                 if (age != m_linkAge)
                     return;
                 if (!delivered) {
                     m_broken = true;
-                    m_cause = "a message was refused";
+                    m_cause = "a message was refused: " + why;
                 } else if (--*waiting == 0) {
                     m_inFlight.erase(id);
                     m_delivered.push_back(id);

@@ -18,6 +18,7 @@
 
 namespace kvx::server {
 
+class AudienceStore;
 class BrokerLink;
 class Db;
 class DbPool;
@@ -43,12 +44,15 @@ public:
     bool stop(std::chrono::milliseconds limit);
 
     bool isConnected() const { return m_connected; }
+    /// Nothing is published: other machines reach the broker, and it has no guard.
+    bool isHeldBack() const { return m_heldBack; }
 
 private:
     struct Prepared {
         OutboxRow row;
         std::string command;
         std::vector<std::string> pieces;
+        std::optional<std::string> to; ///< e-mails joined by ";"; nothing: everybody
     };
 
     void run();
@@ -56,7 +60,7 @@ private:
     void disconnect(const std::string &cause);
     bool pass();
     std::vector<Prepared> nextRows(int maximum);
-    Prepared prepare(Db &db, OutboxRow row) const;
+    Prepared prepare(Db &db, AudienceStore &audience, OutboxRow row) const;
     void send(const Prepared &prepared);
     bool isLeft();
     void markDelivered();
@@ -89,6 +93,7 @@ private:
     std::chrono::steady_clock::time_point m_stopEnd;
 
     std::atomic<bool> m_connected { false };
+    std::atomic<bool> m_heldBack { false };
     std::thread m_thread;
 };
 

@@ -74,12 +74,14 @@ void announceItems(Call &call, std::int64_t projectId, const std::string &guid,
     call.announce(itemsAnnouncement(projectId, guid, command, module));
 }
 
-void announceWholeRecord(Call &call, std::int64_t projectId, const std::string &command)
+void announceWholeRecord(
+    Call &call, std::int64_t projectId, const std::string &command, std::vector<std::string> alsoTo)
 {
     Announcement announcement;
     announcement.type = "notifymsg_projectlist";
     announcement.command = command;
     announcement.projectId = projectId;
+    announcement.alsoTo = std::move(alsoTo);
     call.announce(std::move(announcement));
 }
 

@@ -32,7 +32,9 @@ void announceItems(Call &call, std::int64_t projectId, const std::string &guid,
     const std::string &command, std::int64_t module);
 
 /// "New" or "PermissionChanged": the record with its users, as it is when the message is sent.
-void announceWholeRecord(Call &call, std::int64_t projectId, const std::string &command);
+/// `alsoTo`: e-mails of who lost the project by this change.
+void announceWholeRecord(Call &call, std::int64_t projectId, const std::string &command,
+    std::vector<std::string> alsoTo = {});
 
 /// A project-list notification with the short record.
 void announceRecord(Call &call, std::int64_t projectId, const std::string &command);

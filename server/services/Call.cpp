@@ -42,6 +42,7 @@ void Call::endSession(std::int64_t sessionId)
 {
     for (const std::int64_t project : server::endSession(m_db, sessionId).unlockedProjects)
         wakeHeld(logLockKey(project));
+    noteSessions();
 }
 
 void Call::audit(int status, const std::string &object, const std::string &detail)

@@ -94,6 +94,8 @@ public:
 
     /// Ends a session and wakes those who wait for its locks.
     void endSession(std::int64_t sessionId);
+    /// A session was added: tells whoever must know the sessions after the commit.
+    void noteSessions() { m_sessionsChanged = true; }
 
     /// A row of the audit log. Who, when, service and project are filled in.
     void audit(int status, const std::string &object, const std::string &detail = {});
@@ -129,6 +131,7 @@ private:
     Time m_firstAsked = 0;
     std::vector<std::string> m_wakes;
     bool m_announced = false;
+    bool m_sessionsChanged = false;
     bool m_keepChanges = false;
     bool m_patienceOver = false;
 };

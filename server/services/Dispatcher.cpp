@@ -88,11 +88,10 @@ Reply busy(int httpStatus)
 
 } // namespace
 
-Dispatcher::Dispatcher(
-    const Environment &environment, DbPool &pool, std::function<void()> wakePublisher)
+Dispatcher::Dispatcher(const Environment &environment, DbPool &pool, Told told)
     : m_environment(environment)
     , m_pool(pool)
-    , m_wakePublisher(std::move(wakePublisher))
+    , m_told(std::move(told))
     , m_held(std::make_unique<HeldRequests<Run>>([this](std::shared_ptr<Run> run) {
         run->exchange->patienceOver
             = m_draining || m_environment.clock.now() >= run->exchange->holdEnd;
@@ -279,11 +278,14 @@ Reply Dispatcher::runInTransaction(Db &db, Run &run, Call &call)
             exchange.userEmail = call.m_caller->email;
         if (!kept) {
             call.m_announced = false;
+            call.m_sessionsChanged = false;
             call.m_wakes.clear();
         }
     }
     if (call.m_announced)
-        m_wakePublisher();
+        m_told.announced();
+    if (call.m_sessionsChanged)
+        m_told.sessionsChanged();
     for (const std::string &key : call.m_wakes)
         wakeHeld(key);
     if (touchDue)

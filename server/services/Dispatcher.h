@@ -50,11 +50,16 @@ using ExchangePtr = std::shared_ptr<Exchange>;
 using Completion = std::function<void(Reply)>;
 
 /// Takes every request from its text to its reply: parse, find the service, session, identity,
-/// rights, transaction, handler, commit, then wake those who wait and the publisher, one log line.
-/// A reply never leaves before its commit. Any thread.
+/// rights, transaction, handler, commit, then wake those who wait and whoever is to be told, one
+/// log line. A reply never leaves before its commit. Any thread.
 class Dispatcher {
 public:
-    Dispatcher(const Environment &environment, DbPool &pool, std::function<void()> wakePublisher);
+    /// Called after a commit, on any thread: messages wait, sessions began or ended.
+    struct Told {
+        std::function<void()> announced = [] {};
+        std::function<void()> sessionsChanged = [] {};
+    };
+    Dispatcher(const Environment &environment, DbPool &pool, Told told);
     ~Dispatcher();
 
     /// A request without file.
@@ -103,7 +108,7 @@ private:
 
     const Environment &m_environment;
     DbPool &m_pool;
-    std::function<void()> m_wakePublisher;
+    const Told m_told;
     std::unique_ptr<HeldRequests<Run>> m_held;
     std::unique_ptr<RateLimiter> m_limiter;
     std::unique_ptr<WorkPool> m_hashers;

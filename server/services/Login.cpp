@@ -97,6 +97,7 @@ Reply openSession(Call &call, const User &user, const LoginRequest &login)
     NewSession session { user.id, newToken(), login.fingerPrint, call.address(), login.version,
         login.product };
     const std::int64_t sessionId = addSession(call.db(), config, call.now(), session);
+    call.noteSessions();
     noteLogin(call.db(), user.id, call.now());
 
     const auto role = firstRoleOf(call.db(), user.id);

@@ -86,8 +86,10 @@ void replacePermissions(Call &call, NewPermissions wanted)
 {
     PermissionStore permissions(call.db());
     std::map<std::int64_t, int> before; // effective levels of everybody who had a row
+    std::map<std::int64_t, std::string> emails;
     for (const StoredLevels &row : permissions.of(wanted.projectId)) {
         before[row.userId] = levelOf(call.db(), wanted.projectId, wanted.kind, row.userId);
+        emails[row.userId] = row.email;
         if (row.userId == wanted.creatorId)
             wanted.rows.try_emplace(row.userId, row.levels);
         if (wanted.rows.count(row.userId) == 0)
@@ -96,14 +98,17 @@ void replacePermissions(Call &call, NewPermissions wanted)
     for (const auto &[userId, levels] : wanted.rows)
         permissions.set(wanted.projectId, userId, levels);
 
+    std::vector<std::string> shutOut;
     for (const auto &[userId, level] : before) {
         const int now = levelOf(call.db(), wanted.projectId, wanted.kind, userId);
+        if (now < 0 && level >= 0)
+            shutOut.push_back(emails[userId]);
         if (now < 1 && level >= 0 && now != level
             && withdraw(call.db(), call.now(), wanted.projectId, wanted.guid, userId, now >= 0))
             call.wakeHeld(logLockKey(wanted.projectId));
     }
 
-    announceWholeRecord(call, wanted.projectId, "PermissionChanged");
+    announceWholeRecord(call, wanted.projectId, "PermissionChanged", std::move(shutOut));
 }
 
 const ServiceTable permissionServices = {

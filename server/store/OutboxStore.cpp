@@ -19,28 +19,32 @@ void addAnnouncement(Db &db, Time now, const Announcement &announcement)
     } else {
         seq = nextKey(db, "seq." + topic);
     }
-    db.run(
-        "INSERT INTO outbox (id, topic_key, seq, type, command, sender, payload, project_id, at) "
-        "VALUES (:id, :topic, :seq, :type, :command, :sender, :payload, :project, :at)",
+    std::string alsoTo;
+    for (const std::string &email : announcement.alsoTo)
+        alsoTo += (alsoTo.empty() ? "" : ";") + email;
+    db.run("INSERT INTO outbox (id, topic_key, seq, type, command, sender, payload, project_id, "
+           "also_to, at) VALUES (:id, :topic, :seq, :type, :command, :sender, :payload, :project, "
+           ":also, :at)",
         { { "id", nextKey(db, "outbox") }, { "topic", topic }, { "seq", seq },
             { "type", announcement.type }, { "command", announcement.command },
             { "sender", announcement.sender }, { "payload", announcement.content },
-            { "project", announcement.projectId }, { "at", now } });
+            { "project", announcement.projectId }, { "also", alsoTo }, { "at", now } });
 }
 
 std::vector<OutboxRow> unsentRows(Db &db, std::int64_t after, int maximum)
 {
     std::vector<OutboxRow> rows;
     db.each<std::int64_t, std::string, std::int64_t, std::string, std::string, std::string,
-        std::string, std::optional<std::int64_t>, Time, int>(
-        "SELECT id, topic_key, seq, type, command, sender, payload, project_id, at, attempts "
+        std::string, std::optional<std::int64_t>, Time, int, std::string>(
+        "SELECT id, topic_key, seq, type, command, sender, payload, project_id, at, attempts, "
+        "also_to "
         "FROM outbox WHERE sent_at IS NULL AND id > :after ORDER BY id LIMIT :maximum",
         { { "after", after }, { "maximum", maximum } },
         [&rows](std::int64_t id, std::string topic, std::int64_t seq, std::string type,
             std::string command, std::string sender, std::string content,
-            std::optional<std::int64_t> project, Time at, int attempts) {
+            std::optional<std::int64_t> project, Time at, int attempts, std::string alsoTo) {
             rows.push_back({ id, std::move(topic), seq, std::move(type), std::move(command),
-                std::move(sender), std::move(content), project, at, attempts });
+                std::move(sender), std::move(content), project, at, attempts, std::move(alsoTo) });
         });
     return rows;
 }

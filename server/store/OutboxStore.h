@@ -21,6 +21,8 @@ struct Announcement {
     std::optional<std::int64_t> projectId; ///< set for everything that belongs to one project
     std::string topic; ///< "roles" or "templates" where no project is named
     std::string sender; ///< canonical e-mail of the acting user; empty for the server itself
+    /// E-mails of who saw the project before the change and does not any more: they hear of it too.
+    std::vector<std::string> alsoTo = {};
 };
 
 struct OutboxRow {
@@ -34,6 +36,7 @@ struct OutboxRow {
     std::optional<std::int64_t> projectId;
     Time at = 0;
     int attempts = 0;
+    std::string alsoTo; ///< e-mails joined by ";"
 };
 
 /// Adds the row. For a project its revision is raised by one and becomes the row's place in the

@@ -119,6 +119,21 @@ std::vector<std::int64_t> expiredSessions(Db &db, const Config &config, Time now
     return found;
 }
 
+std::vector<LiveSession> liveSessions(Db &db, const Config &config, Time now)
+{
+    std::vector<LiveSession> found;
+    db.each<std::string, std::string, Time, Time, bool>(
+        "SELECT u.email, s.address, s.last_seen, s.ends, CASE WHEN s.ends > :now THEN 0 ELSE "
+        "EXISTS (SELECT 1 FROM project p WHERE p.lock_session = s.id) END "
+        "FROM session s JOIN users u ON u.id = s.user_id WHERE u.disabled = 0",
+        { { "now", now } },
+        [&](std::string email, std::string address, Time lastSeen, Time ends, bool holdsLock) {
+            if (isSessionLive(config, now, lastSeen, ends, holdsLock))
+                found.push_back({ std::move(email), std::move(address) });
+        });
+    return found;
+}
+
 std::optional<std::int64_t> longestIdleSession(Db &db, std::int64_t userId)
 {
     return db.value<std::int64_t>(

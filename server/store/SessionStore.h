@@ -68,6 +68,13 @@ EndedSession endSessionsOf(Db &db, std::int64_t userId, std::int64_t except = 0)
 /// Sessions that are over by the clock; at most `maximum` a call.
 std::vector<std::int64_t> expiredSessions(Db &db, const Config &config, Time now, int maximum);
 
+/// Every live session of an enabled user.
+struct LiveSession {
+    std::string email;
+    std::string address; ///< from which he logged in
+};
+std::vector<LiveSession> liveSessions(Db &db, const Config &config, Time now);
+
 /// The session without log lock that was idle longest.
 std::optional<std::int64_t> longestIdleSession(Db &db, std::int64_t userId);
 std::int64_t countLiveSessions(Db &db, const Config &config, Time now, std::int64_t userId);

@@ -227,7 +227,7 @@ ServiceHarness::ServiceHarness(const Adjust &adjust)
     transaction.commit();
     m_environment = std::make_unique<Environment>(Environment { m_config, *m_clock, newUuid(), 1 });
     m_pool = std::make_unique<DbPool>(m_config.databaseFile(), 2);
-    m_dispatcher = std::make_unique<Dispatcher>(*m_environment, *m_pool, [] {});
+    m_dispatcher = std::make_unique<Dispatcher>(*m_environment, *m_pool, Dispatcher::Told {});
 }
 
 ServiceHarness::~ServiceHarness()

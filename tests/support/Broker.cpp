@@ -69,6 +69,8 @@ bool awaitReady(int handle)
 
 } // namespace
 
+const Broker::User Broker::guardedServer { "kvx-server", "beside the server" };
+
 Broker::Broker()
     : Broker(Options())
 {
@@ -79,10 +81,9 @@ Broker::Broker(Options options)
     , m_folder(privateFolder())
 {
     try {
-        for (const User &user : m_options.users) {
-            std::ofstream file(m_folder + "/password-" + user.name);
-            file << user.password << '\n';
-        }
+        for (const User &user : m_options.users)
+            std::ofstream(passwordFile(user)) << user.password << '\n';
+        std::ofstream(passwordFile(guardedServer)) << guardedServer.password << '\n';
         for (int attempt = 1; m_process < 0; ++attempt) {
             m_port = freePort();
             m_autoPort = freePort();
@@ -121,7 +122,11 @@ bool Broker::launch()
         std::to_string(m_options.slowLimit) };
     for (const User &user : m_options.users) {
         words.push_back("--auth");
-        words.push_back(user.name + ":" + m_folder + "/password-" + user.name);
+        words.push_back(user.name + ":" + passwordFile(user));
+    }
+    if (m_options.guard) {
+        words.push_back("--server");
+        words.push_back(guardedServer.name + ":" + passwordFile(guardedServer));
     }
     if (!m_options.anonymous)
         words.push_back("--no-anonymous");
@@ -161,6 +166,11 @@ bool Broker::launch()
     if (!ready)
         kill();
     return ready;
+}
+
+std::string Broker::passwordFile(const User &user) const
+{
+    return m_folder + "/password-" + user.name;
 }
 
 void Broker::awaitEnd()

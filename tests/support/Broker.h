@@ -19,9 +19,14 @@ public:
         std::string password;
     };
 
+    /// The server's account at a broker with guard.
+    static const User guardedServer;
+
     struct Options {
         std::vector<User> users; ///< accounts; none: no authentication at all
         bool anonymous = true; ///< with accounts: clients without user name get in too
+        /// With the guard in front, which hears `guardedServer` only.
+        bool guard = false;
         long long maxFrame = 16 << 20; ///< bytes
         int maxConnections = 2500;
         int slowLimit = 600000; ///< ms; a client that acknowledges nothing for so long is cut off
@@ -45,10 +50,12 @@ public:
     void freeze(); ///< sockets stay open, nothing moves
     void thaw();
 
+    std::string logText() const; ///< what the broker has written since its start
+
 private:
     bool launch();
     void awaitEnd();
-    std::string logText() const;
+    std::string passwordFile(const User &user) const;
 
     const Options m_options;
     std::string m_folder;

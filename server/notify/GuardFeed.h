@@ -1,0 +1,72 @@
+#pragma once
+
+#include "base/Clock.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace kvx::server {
+
+class BrokerLink;
+class DbPool;
+struct Config;
+
+/// Tells the broker's guard who has a session: the whole list after each login and each end of a
+/// session, and once a second besides, which is how ends come through that the clock or a command
+/// brought about. A thread and a connection of its own: a message that waits must not hold it up.
+class GuardFeed {
+public:
+    enum class State {
+        Away, ///< the broker is not reached, or the guard has not confirmed anything yet
+        None, ///< the broker has no guard
+        Ok,
+    };
+
+    GuardFeed(const Config &config, const Clock &clock, DbPool &pool);
+    ~GuardFeed();
+
+    /// A session was committed, or its end. Any thread.
+    void wake();
+
+    State state() const { return m_state; }
+
+    /// False when the thread could not be ended in time (a broker that accepts and never answers).
+    bool stop(std::chrono::milliseconds limit);
+
+private:
+    void run();
+    void connect();
+    void tell();
+    void drop(const std::string &cause);
+    std::string sessions();
+
+    const Config &m_config;
+    const Clock &m_clock;
+    DbPool &m_pool;
+    std::atomic<State> m_state { State::Away };
+
+    // The feed's thread's own.
+    std::unique_ptr<BrokerLink> m_link;
+    std::chrono::milliseconds m_backoff { 0 };
+    std::string m_lastWord; ///< what was logged last
+
+    std::mutex m_mutex; ///< guards what follows
+    std::condition_variable m_changed;
+    std::uint64_t m_linkAge = 0; ///< what earlier links report no longer counts
+    bool m_woken = false;
+    bool m_received = false;
+    bool m_broken = false;
+    std::string m_cause;
+    bool m_stopping = false;
+    bool m_ended = false;
+
+    std::thread m_thread;
+};
+
+} // namespace kvx::server
