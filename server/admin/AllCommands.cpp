@@ -4,8 +4,11 @@
 #include "admin/LockCommands.h"
 #include "admin/ProjectAdminCommands.h"
 #include "admin/ReportCommands.h"
+#include "admin/ResourceCommands.h"
 #include "admin/RoleCommands.h"
 #include "admin/SessionCommands.h"
+#include "admin/TableCommands.h"
+#include "admin/TemplateCommands.h"
 #include "admin/UserCommands.h"
 
 namespace kvx::server {
@@ -20,6 +23,9 @@ const std::vector<AdminNoun> &allAdminNouns()
         { "lock", "locks", &lockCommands },
         { "item", "checked-out items", &itemCommands },
         { "group", "groups of projects", &groupCommands },
+        { "template", "report templates", &templateCommands },
+        { "table", "tables that the users share", &tableCommands },
+        { "resource", "the package of common resources", &resourceCommands },
         { "audit", "the log of changes", &auditCommands },
         { "report", "figures over the whole server", &reportCommands },
     };

@@ -3,6 +3,7 @@
 #include "admin/Listing.h"
 #include "base/Config.h"
 #include "store/ProjectHistory.h"
+#include "store/WorkingTimeStore.h"
 
 #include <sys/statvfs.h>
 
@@ -59,9 +60,28 @@ int reportStorage(AdminSession &session, const CommandArguments &arguments)
         + ". Free: " + sizeForPeople(free) + '.');
 }
 
+int reportWorkingTime(AdminSession &session, const CommandArguments &arguments)
+{
+    if (arguments.day("--from") > arguments.day("--to"))
+        throw CommandUsage("--from must not be later than --to");
+    const Transaction snapshot(session.db(), Transaction::Kind::Read);
+    Listing listing(
+        { { "day", "Day" }, { "email", "User" }, { "name", "Name" }, { "minutes", "Minutes" } });
+    for (const auto &row :
+        WorkingTimeStore(session.db()).between(arguments.text("--from"), arguments.text("--to")))
+        listing.add({ row.day, row.email, row.name, row.minutes });
+    return arguments.has("--csv") ? session.done(listing.csv())
+                                  : session.done("workingTime", listing);
+}
+
 } // namespace
 
 const AdminCommandTable reportCommands = {
+    { "report", "working-time", "minutes worked, by user and day",
+        { { "--from", "first day, as in 2026-11-01", CommandOption::Text, CommandOption::Required },
+            { "--to", "last day", CommandOption::Text, CommandOption::Required },
+            { "--csv", "as CSV", CommandOption::Flag } },
+        reportWorkingTime },
     { "report", "storage", "what takes up how much space",
         { { "--csv", "as CSV", CommandOption::Flag } }, reportStorage },
 };

@@ -8,8 +8,11 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <functional>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace kvx::server {
 
@@ -19,7 +22,7 @@ class File {
 public:
     File(const std::string &path, int flags)
         : m_path(path)
-        , m_handle(::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0600))
+        , m_handle(::open(path.c_str(), flags | O_CLOEXEC, 0600))
     {
         if (m_handle < 0)
             fail();
@@ -36,21 +39,22 @@ public:
                 fail();
             bytes.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
         }
+    }
+    void sync()
+    {
         if (::fsync(m_handle) != 0)
             fail();
     }
 
-    std::string read()
+    /// The next bytes; none at the end.
+    std::string_view read()
     {
-        std::string bytes;
-        char buffer[64 * 1024];
         for (;;) {
-            const ssize_t count = ::read(m_handle, buffer, sizeof buffer);
-            if (count < 0 && errno != EINTR)
+            const ssize_t count = ::read(m_handle, m_buffer.data(), m_buffer.size());
+            if (count >= 0)
+                return { m_buffer.data(), static_cast<std::size_t>(count) };
+            if (errno != EINTR)
                 fail();
-            if (count == 0)
-                return bytes;
-            bytes.append(buffer, count < 0 ? 0 : static_cast<std::size_t>(count));
         }
     }
 
@@ -62,18 +66,48 @@ private:
 
     const std::string m_path;
     const int m_handle;
+    std::vector<char> m_buffer = std::vector<char>(64 * 1024);
 };
+
+/// Takes bytes until `next` gives none.
+std::shared_ptr<const ReceivedFile> store(
+    const Config &config, const std::function<std::string_view()> &next)
+{
+    const std::string path = config.temporaryFolder() + '/' + newUuid();
+    Digest sha256(Digest::Kind::Sha256);
+    Digest md5(Digest::Kind::Md5);
+    std::int64_t size = 0;
+    try {
+        File file(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
+        for (std::string_view bytes = next(); !bytes.empty(); bytes = next()) {
+            file.write(bytes);
+            sha256.add(bytes);
+            md5.add(bytes);
+            size += static_cast<std::int64_t>(bytes.size());
+        }
+        file.sync();
+    } catch (...) {
+        ::unlink(path.c_str());
+        throw;
+    }
+    const auto stored = std::make_shared<ReceivedFile>(path, size, sha256.finish(), md5.finish());
+    BlobStore(config.data).place(path, stored->sha256);
+    return stored;
+}
 
 } // namespace
 
 std::shared_ptr<const ReceivedFile> storeBytes(const Config &config, const std::string &bytes)
 {
-    const std::string path = config.temporaryFolder() + '/' + newUuid();
-    const auto file = std::make_shared<ReceivedFile>(
-        path, static_cast<std::int64_t>(bytes.size()), sha256(bytes), md5(bytes));
-    File(path, O_WRONLY | O_CREAT | O_EXCL).write(bytes);
-    BlobStore(config.data).place(path, file->sha256);
-    return file;
+    return store(config, [rest = std::string_view(bytes)]() mutable {
+        return std::exchange(rest, std::string_view());
+    });
+}
+
+std::shared_ptr<const ReceivedFile> storeFile(const Config &config, const std::string &path)
+{
+    File file(path, O_RDONLY);
+    return store(config, [&file] { return file.read(); });
 }
 
 Reply::Continuation storeThen(
@@ -93,7 +127,11 @@ Reply::Continuation storeThen(
 
 std::string loadBytes(const Config &config, const std::string &sha256)
 {
-    return File(BlobStore(config.data).path(sha256), O_RDONLY).read();
+    File file(BlobStore(config.data).path(sha256), O_RDONLY);
+    std::string bytes;
+    for (std::string_view more = file.read(); !more.empty(); more = file.read())
+        bytes += more;
+    return bytes;
 }
 
 } // namespace kvx::server

@@ -25,15 +25,6 @@ std::string tableName(const JsonObject &object)
     return name;
 }
 
-/// The table's data without the server's own member.
-std::string dataText(const Json &data)
-{
-    rapidjson::Document copy;
-    copy.CopyFrom(data, copy.GetAllocator());
-    copy.RemoveMember(revisionKey);
-    return compactJson(copy);
-}
-
 /// The stored data with its revision in front.
 std::string withRevision(const std::string &data, std::int64_t revision)
 {
@@ -97,7 +88,7 @@ Reply updateTable(Call &call)
     if (const auto refusal = refuseWriting(call, name, TableStore(call.db()).find(name)))
         return *refusal;
     return Reply::after(
-        [&config = call.config(), data = dataText(wanted.object("tabledata").json())] {
+        [&config = call.config(), data = tableData(wanted.object("tabledata").json())] {
             return storeThen(config, data, keepTable);
         });
 }
@@ -114,6 +105,14 @@ bool isTableName(const std::string &name)
     return !name.empty() && name.size() <= 64 && isLetter(static_cast<unsigned char>(name[0]))
         && std::all_of(name.begin(), name.end(), isPart)
         && std::find(replyKeys.begin(), replyKeys.end(), name) == replyKeys.end();
+}
+
+std::string tableData(const Json &data)
+{
+    rapidjson::Document copy;
+    copy.CopyFrom(data, copy.GetAllocator());
+    copy.RemoveMember(revisionKey);
+    return compactJson(copy);
 }
 
 bool mayWriteTable(const RoleRights &rights, const std::string &writeRight)

@@ -8,6 +8,7 @@
 #include "store/TemplateStore.h"
 
 #include <limits>
+#include <set>
 
 namespace kvx::server {
 
@@ -144,21 +145,20 @@ Reply queryTemplates(Call &call)
 Reply deleteTemplates(Call &call)
 {
     TemplateStore templates(call.db());
-    std::string removed;
+    std::vector<Template> removed;
+    std::set<std::string> seen;
     for (const std::string &id : call.request().texts("templateIDArray")) {
         const auto found = templates.find(id);
-        if (!found && templates.wasDeleted(id))
-            continue;
-        if (!found)
+        if (!found && !templates.wasDeleted(id))
             return Reply::refused(StatusCode::NoSuchTemplate);
-        if (!mayManage(call, *found))
+        if (found && !mayManage(call, *found))
             return Reply::refused(StatusCode::NotAllowed);
-        templates.remove(id, wallTime());
-        call.audit(static_cast<int>(StatusCode::Ok), id, found->name);
-        removed += (removed.empty() ? "" : ",") + jsonText(id);
+        if (found && seen.insert(id).second)
+            removed.push_back(*found);
     }
-    if (!removed.empty())
-        announceTemplates(call, {}, removed);
+    for (const Template &one : removed)
+        call.audit(static_cast<int>(StatusCode::Ok), one.id, one.name);
+    removeTemplates(call, removed);
     return Reply::ok();
 }
 
@@ -201,6 +201,17 @@ Reply existsById(Call &call)
 }
 
 } // namespace
+
+void removeTemplates(Call &call, const std::vector<Template> &removed)
+{
+    std::string ids;
+    for (const Template &one : removed) {
+        TemplateStore(call.db()).remove(one.id, wallTime());
+        ids += (ids.empty() ? "" : ",") + jsonText(one.id);
+    }
+    if (!removed.empty())
+        announceTemplates(call, {}, ids);
+}
 
 const ServiceTable templateServices = {
     { "reportTemplateUpload", uploadTemplate, NeedsUser | Writes | HugeBody | RepeatsSentence },

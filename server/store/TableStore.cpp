@@ -14,9 +14,9 @@ std::vector<SharedTable> TableStore::all()
     std::vector<SharedTable> tables;
     using I = std::int64_t;
     using S = std::string;
-    m_db.each<S, S, I, std::optional<S>, I, I>(
+    m_db.each<S, S, I, std::optional<S>, std::optional<I>, I>(
         "SELECT name, write_right, revision, blob, user_id, at FROM shared_table ORDER BY name", {},
-        [&tables](S name, S right, I revision, std::optional<S> blob, I user, I at) {
+        [&tables](S name, S right, I revision, std::optional<S> blob, std::optional<I> user, I at) {
             tables.push_back({ std::move(name), std::move(right), revision,
                 blob.value_or(std::string()), user, at });
         });
@@ -47,7 +47,7 @@ void TableStore::setWriteRight(const std::string &name, const std::string &right
 }
 
 std::int64_t TableStore::write(
-    const std::string &name, const std::string &blob, std::int64_t userId, Time now)
+    const std::string &name, const std::string &blob, std::optional<std::int64_t> userId, Time now)
 {
     const auto revision = m_db.value<std::int64_t>(
         "UPDATE shared_table SET revision = revision + 1, blob = :blob, user_id = :user, at = :now"

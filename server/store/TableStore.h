@@ -17,7 +17,7 @@ struct SharedTable {
     std::string writeRight; ///< key of the role permission that may write; empty: the usual one
     std::int64_t revision = 0;
     std::string blob; ///< its data as compact JSON; empty: never written
-    std::int64_t userId = 0; ///< who wrote it last
+    std::optional<std::int64_t> userId; ///< who wrote it last; none: a command
     Time at = 0; ///< wall clock
 };
 
@@ -35,8 +35,8 @@ public:
     void add(const SharedTable &table);
     void setWriteRight(const std::string &name, const std::string &right);
     /// The next revision; of those before, the last 19 are kept. Its number.
-    std::int64_t write(
-        const std::string &name, const std::string &blob, std::int64_t userId, Time now);
+    std::int64_t write(const std::string &name, const std::string &blob,
+        std::optional<std::int64_t> userId, Time now);
 
 private:
     Db &m_db;

@@ -270,7 +270,7 @@ CREATE TABLE shared_table (
     write_right TEXT NOT NULL,
     revision INTEGER NOT NULL,
     blob CHAR(64) REFERENCES blob (sha256),
-    user_id BIGINT NOT NULL REFERENCES users (id),
+    user_id BIGINT REFERENCES users (id),
     at BIGINT NOT NULL
 );
 CREATE INDEX shared_table_blob ON shared_table (blob);
@@ -279,7 +279,7 @@ CREATE TABLE shared_table_revision (
     name TEXT NOT NULL REFERENCES shared_table (name),
     revision INTEGER NOT NULL,
     blob CHAR(64) NOT NULL REFERENCES blob (sha256),
-    user_id BIGINT NOT NULL REFERENCES users (id),
+    user_id BIGINT REFERENCES users (id),
     at BIGINT NOT NULL,
     PRIMARY KEY (name, revision)
 );

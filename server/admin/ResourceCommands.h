@@ -1,0 +1,10 @@
+#pragma once
+
+#include "admin/AdminCommand.h"
+
+namespace kvx::server {
+
+/// The package of common resources.
+extern const AdminCommandTable resourceCommands;
+
+} // namespace kvx::server
