@@ -18,7 +18,8 @@ class Clock {
 public:
     /// `highest` is the highest value an earlier run has stored; time never goes below it.
     explicit Clock(Time highest = 0);
-    Time now() const;
+    virtual ~Clock() = default;
+    virtual Time now() const;
 
 private:
     const Time m_start;

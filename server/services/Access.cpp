@@ -23,6 +23,16 @@ bool isProjectKind(const Config &config, const std::string &kind)
         != config.projectKinds.end();
 }
 
+bool isAdministrator(const Call &call)
+{
+    return call.caller().rights.administrator;
+}
+
+bool mayChange(const Call &call, std::int64_t ownerId)
+{
+    return ownerId == call.caller().userId || isAdministrator(call);
+}
+
 bool mayCreate(const Call &call, const std::string &kind)
 {
     const RoleRights &rights = call.caller().rights;
@@ -74,8 +84,8 @@ void announceItems(Call &call, std::int64_t projectId, const std::string &guid,
     call.announce(itemsAnnouncement(projectId, guid, command, module));
 }
 
-void announceWholeRecord(
-    Call &call, std::int64_t projectId, const std::string &command, std::vector<std::string> alsoTo)
+void announceWholeRecord(Call &call, std::int64_t projectId, const std::string &command,
+    std::vector<std::string> alsoTo)
 {
     Announcement announcement;
     announcement.type = "notifymsg_projectlist";

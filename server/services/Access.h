@@ -11,6 +11,11 @@ namespace kvx::server {
 /// The five kinds and those of `projects.kinds`.
 bool isProjectKind(const Config &config, const std::string &kind);
 
+bool isAdministrator(const Call &call);
+
+/// What belongs to a user is his and an administrator's to change.
+bool mayChange(const Call &call, std::int64_t ownerId);
+
 /// Whether the caller's role lets him create projects, and groups, of a kind.
 bool mayCreate(const Call &call, const std::string &kind);
 

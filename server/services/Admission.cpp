@@ -1,5 +1,6 @@
 #include "base/Config.h"
 #include "base/Text.h"
+#include "services/Access.h"
 #include "services/Dispatcher.h"
 #include "services/RateLimiter.h"
 #include "store/Db.h"
@@ -32,7 +33,7 @@ std::optional<std::string> statedEmail(const Request &request, const char *key, 
 
 std::optional<Reply> Dispatcher::admit(Db &db, Exchange &exchange, Call &call, bool &touchDue)
 {
-    const ServiceRule rules = exchange.service->rules;
+    const ServiceRule rules = exchange.rules;
     if (!exchange.token.empty()) {
         if (auto refusal = admitSession(db, exchange, call, touchDue))
             return refusal;
@@ -45,9 +46,13 @@ std::optional<Reply> Dispatcher::admit(Db &db, Exchange &exchange, Call &call, b
         if (hasRule(rules, Administrator) && !call.m_caller->rights.administrator)
             return Reply::refused(StatusCode::NotAllowed);
     }
-    if (exchange.service->writes(call.request()) && !hasRule(rules, InMaintenance)
+    if (hasRule(rules, Writes) && !hasRule(rules, InMaintenance)
         && metaValue(db, "read_only") == "1")
         return Reply::refused(StatusCode::ReadOnly);
+    if (hasRule(rules, CreatesKind)) {
+        if (auto refusal = admitToCreate(call))
+            return refusal;
+    }
     if (hasRule(rules, ProjectReader))
         return admitToProject(rules, call);
     return std::nullopt;
@@ -61,7 +66,7 @@ std::optional<Reply> Dispatcher::admitSession(
     if (!session)
         return std::nullopt;
 
-    const ServiceRule rules = exchange.service->rules;
+    const ServiceRule rules = exchange.rules;
     const bool counted = exchange.heldNumber == 0 && !asksForLog(call.request());
     if (counted && !m_limiter->admit(session->id, RateLimiter::requests, call.now()))
         return Reply::refused(StatusCode::Busy).setHttpStatus(429);
@@ -85,10 +90,15 @@ std::optional<Reply> Dispatcher::admitSession(
 
 std::optional<Reply> Dispatcher::admitIdentity(ServiceRule rules, Call &call)
 {
-    if (hasRule(rules, NamesOther))
-        return std::nullopt;
-    for (const auto &[key, rule] :
-        { std::pair("Email", NamesCaller), { "email", NamesCallerLower } }) {
+    if (hasRule(rules, NamesOwnAccount)) {
+        const bool own = statedEmail(call.request(), "Email", true) == call.caller().email;
+        return own || isAdministrator(call) ? std::nullopt
+                                            : std::optional(Reply::refused(StatusCode::NotAllowed));
+    }
+    // A creator's e-mail also stands in records that are sent as they were received.
+    const bool namesCreator = hasRule(rules, NamesCreator);
+    for (const auto &[key, rule] : { std::pair("Email", NamesCaller), { "email", NamesCallerLower },
+             { namesCreator ? "CreatorEmail" : "Email", NamesCreator } }) {
         const auto email = statedEmail(call.request(), key, hasRule(rules, rule));
         if (email && *email != call.m_caller->email)
             return Reply::refused(StatusCode::WrongIdentity);
@@ -96,19 +106,36 @@ std::optional<Reply> Dispatcher::admitIdentity(ServiceRule rules, Call &call)
     return std::nullopt;
 }
 
+std::optional<Reply> Dispatcher::admitToCreate(Call &call)
+{
+    const std::string kind = call.request().text("Type", 100);
+    if (!isProjectKind(call.config(), kind))
+        return Reply::refused(StatusCode::UnknownKind, { kind });
+    if (!mayCreate(call, kind))
+        return Reply::refused(StatusCode::NotAllowed);
+    return std::nullopt;
+}
+
 std::optional<Reply> Dispatcher::admitToProject(ServiceRule rules, Call &call)
 {
-    const std::string guid = call.request().guid("ProjectGUID");
-    call.m_project = call.findProject(guid);
-    if (!call.m_project)
-        return Reply::refused(StatusCode::NoSuchProject);
-    const ProjectAccess &project = *call.m_project;
-    if (hasRule(rules, ProjectWriter) && !project.canWrite())
-        return Reply::refused(StatusCode::NotAllowed);
-    if (hasRule(rules, ProjectOwner) && !project.owner)
+    const Request &request = call.request();
+    const bool amends = hasRule(rules, AmendsProject);
+    const bool between = hasRule(rules, BetweenProjects);
+    const auto found = between ? call.findProject(request.guid("newProjectGuid"))
+        : amends               ? call.findProject(request.text("AddendumProjectGUID"))
+                               : call.findProject(request.guid("ProjectGUID"));
+    const bool sourceMissing = between && !call.findProject(request.guid("oldProjectGuid"));
+    if (!found || sourceMissing) {
+        return hasRule(rules, MayBeGone) ? std::nullopt
+                                         : std::optional(Reply::refused(StatusCode::NoSuchProject));
+    }
+    const ProjectAccess &project = *found;
+    if ((hasRule(rules, ProjectWriter) && !project.canWrite())
+        || (hasRule(rules, ProjectOwner) && !project.owner) || (amends && project.addendum == -1))
         return Reply::refused(StatusCode::NotAllowed);
     if (hasRule(rules, Unlocked) && !project.lockedBy.empty())
         return Reply::refused(StatusCode::ProjectLocked, { project.lockedBy });
+    call.m_project = found;
     return std::nullopt;
 }
 

@@ -1,5 +1,6 @@
 #include "services/ServiceTable.h"
 
+#include "ocr/OcrServices.h"
 #include "services/Files.h"
 #include "services/GlobalLocks.h"
 #include "services/Groups.h"
@@ -23,9 +24,9 @@
 
 namespace kvx::server {
 
-bool Service::writes(const Request &request) const
+ServiceRule Service::rulesFor(const Request &request) const
 {
-    return hasRule(rules, Writes) && !(onlyReads && onlyReads(request));
+    return furtherRules ? rules | furtherRules(request) : rules;
 }
 
 const std::vector<Endpoint> &allEndpoints()
@@ -37,6 +38,7 @@ const std::vector<Endpoint> &allEndpoints()
                 &groupServices, &openCloseServices, &logLockServices, &saveServices, &fileServices,
                 &itemServices, &idBlockServices, &templateServices, &globalLockServices,
                 &tableServices } },
+        { "/kvx/ocr", { &ocrServices } },
         { "/kvx/v2/api/workingtime", { &workingTimeServices } },
         { "/kvx/v2/api/comresource/version", { &resourceVersionServices }, "comresource/version" },
         { "/kvx/v2/api/comresource/download", { &resourceDownloadServices },

@@ -80,6 +80,7 @@ public:
 
     /// The project of "ProjectGUID"; only for services with a project rule.
     const ProjectAccess &project() const { return *m_project; }
+    bool hasProject() const { return m_project.has_value(); }
 
     /// A project named by another key, as this caller sees it; nothing when he may not read it.
     std::optional<ProjectAccess> findProject(const std::string &guid);

@@ -100,6 +100,7 @@ Dispatcher::Dispatcher(const Environment &environment, DbPool &pool, Told told)
     , m_limiter(std::make_unique<RateLimiter>())
     , m_hashers(std::make_unique<WorkPool>(2, 200))
     , m_workers(std::make_unique<WorkPool>(2, 2000))
+    , m_readers(std::make_unique<WorkPool>(2, 50))
 {
 }
 
@@ -115,6 +116,7 @@ void Dispatcher::stopWorkers()
 {
     m_hashers->stop();
     m_workers->stop();
+    m_readers->stop();
 }
 
 void Dispatcher::dispatch(const ExchangePtr &exchange, Completion done)
@@ -193,7 +195,8 @@ bool Dispatcher::prepare(const ExchangePtr &exchange, const Completion &done)
         finish(exchange, done, Reply::refused(StatusCode::UnknownService, { name }));
         return false;
     }
-    const std::size_t limit = bodyLimit(m_environment.config, exchange->service->rules);
+    exchange->rules = exchange->service->rulesFor(*exchange->request);
+    const std::size_t limit = bodyLimit(m_environment.config, exchange->rules);
     if (exchange->body.size() > limit) {
         finish(exchange, done,
             Reply::refused(StatusCode::TooLarge, { std::to_string(limit) + " bytes" })
@@ -208,7 +211,7 @@ bool Dispatcher::prepare(const ExchangePtr &exchange, const Completion &done)
 void Dispatcher::start(std::shared_ptr<Run> run)
 {
     const Exchange &exchange = *run->exchange;
-    const bool writes = run->step == Step::Handler && exchange.service->writes(*exchange.request);
+    const bool writes = run->step == Step::Handler && hasRule(exchange.rules, Writes);
     const auto job = [this, run = std::move(run)](Db &db) { execute(db, run); };
     if (writes)
         m_pool.write(job);
@@ -254,7 +257,7 @@ void Dispatcher::execute(Db &db, const std::shared_ptr<Run> &run)
 Reply Dispatcher::runInTransaction(Db &db, Run &run, Call &call)
 {
     Exchange &exchange = *run.exchange;
-    const bool writes = run.step == Step::Handler && exchange.service->writes(*exchange.request);
+    const bool writes = run.step == Step::Handler && hasRule(exchange.rules, Writes);
     Reply reply = Reply::ok();
     bool touchDue = false;
     {
@@ -301,12 +304,24 @@ void Dispatcher::wakeHeld(const std::string &key)
     m_pool.writeNext(std::move(jobs));
 }
 
+WorkPool &Dispatcher::poolOf(const Reply &reply) const
+{
+    switch (reply.pool()) {
+    case Reply::Pool::Hashes:
+        return *m_hashers;
+    case Reply::Pool::Documents:
+        return *m_readers;
+    case Reply::Pool::Files:
+        break;
+    }
+    return *m_workers;
+}
+
 void Dispatcher::settle(const std::shared_ptr<Run> &run, Reply reply)
 {
     const ExchangePtr &exchange = run->exchange;
     if (reply.work()) {
-        WorkPool &pool = reply.pool() == Reply::Pool::Hashes ? *m_hashers : *m_workers;
-        const bool accepted = pool.submit([this, run, work = reply.work()] {
+        const bool accepted = poolOf(reply).submit([this, run, work = reply.work()] {
             try {
                 run->continuation = work();
                 start(run);
@@ -339,7 +354,9 @@ void Dispatcher::settle(const std::shared_ptr<Run> &run, Reply reply)
 
 void Dispatcher::finish(const ExchangePtr &exchange, const Completion &done, Reply reply)
 {
-    const ServiceRule rules = exchange->service ? exchange->service->rules : Anonymous;
+    const ServiceRule rules = exchange->rules;
+    if (hasRule(rules, ListsItems) && !reply.isOk() && !reply.has("CheckoutInfo"))
+        reply.setJson("CheckoutInfo", "[]");
     if (hasRule(rules, RepeatsSentence))
         reply.repeatSentence();
     if (reply.httpStatus() == 0) {

@@ -35,6 +35,7 @@ struct Exchange {
     // The dispatcher's own notes.
     std::shared_ptr<const Request> request;
     const Service *service = nullptr;
+    ServiceRule rules = Anonymous; ///< of this request
     Time firstAsked = 0;
     std::uint64_t heldNumber = 0;
     bool patienceOver = false;
@@ -105,6 +106,7 @@ private:
     std::optional<Reply> admitSession(Db &db, Exchange &exchange, Call &call, bool &touchDue);
     static std::optional<Reply> admitIdentity(ServiceRule rules, Call &call);
     static std::optional<Reply> admitToProject(ServiceRule rules, Call &call);
+    static std::optional<Reply> admitToCreate(Call &call);
 
     const Environment &m_environment;
     DbPool &m_pool;
@@ -113,6 +115,8 @@ private:
     std::unique_ptr<RateLimiter> m_limiter;
     std::unique_ptr<WorkPool> m_hashers;
     std::unique_ptr<WorkPool> m_workers;
+    std::unique_ptr<WorkPool> m_readers; ///< of foreign documents: slow ones must not hold up saves
+    WorkPool &poolOf(const Reply &reply) const;
     std::atomic<bool> m_draining { false };
 };
 

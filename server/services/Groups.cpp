@@ -14,11 +14,6 @@ namespace {
 
 constexpr std::size_t mostRenamed = 1000;
 
-bool mayManage(const Call &call, const ProjectGroup &group)
-{
-    return group.creatorId == call.caller().userId || call.caller().rights.administrator;
-}
-
 /// The group that the additional information names, when it is the wanted one.
 Json *groupIn(rapidjson::Document &info, const std::string &groupKey)
 {
@@ -51,10 +46,6 @@ Reply newGroup(Call &call)
 {
     const std::string name = nameOf(call.request(), "Name", 100);
     const std::string kind = call.request().text("Type", 100);
-    if (!isProjectKind(call.config(), kind))
-        return Reply::refused(StatusCode::UnknownKind, { kind });
-    if (!mayCreate(call, kind))
-        return Reply::refused(StatusCode::NotAllowed);
     GroupStore groups(call.db());
     if (const auto existing = groups.find(name)) {
         const bool repeat = existing->kind == kind && existing->creatorId == call.caller().userId;
@@ -71,7 +62,7 @@ Reply removeGroup(Call &call)
     const auto group = groups.find(name);
     if (!group)
         return Reply::refused(StatusCode::NoSuchGroup, { name });
-    if (!mayManage(call, *group))
+    if (!mayChange(call, group->creatorId))
         return Reply::refused(StatusCode::NotAllowed);
     if (const std::size_t members = projectsInGroup(call.db(), name))
         return Reply::refused(StatusCode::GroupNotEmpty, { std::to_string(members) });
@@ -87,10 +78,10 @@ Reply renameGroup(Call &call)
     const auto group = groups.find(oldName);
     const auto other = groups.find(newName);
     if (!group) {
-        const bool done = other && mayManage(call, *other);
+        const bool done = other && mayChange(call, other->creatorId);
         return done ? Reply::ok() : Reply::refused(StatusCode::NoSuchGroup, { oldName });
     }
-    if (!mayManage(call, *group))
+    if (!mayChange(call, group->creatorId))
         return Reply::refused(StatusCode::NotAllowed);
     if (other && other->id != group->id)
         return Reply::refused(StatusCode::NameTaken, { newName });
@@ -125,7 +116,7 @@ std::size_t projectsInGroup(Db &db, const std::string &group)
 }
 
 const ServiceTable groupServices = {
-    { "newprojectgroup", newGroup, NeedsUser | Writes },
+    { "newprojectgroup", newGroup, CreatesKind | Writes },
     { "removeprojectgroup", removeGroup, NeedsUser | Writes },
     { "renameprojectgroup", renameGroup, NeedsUser | Writes },
     { "existsprojectgroup", existsGroup, NeedsUser | NameQuestion },

@@ -132,14 +132,8 @@ Reply checkOut(Call &call)
     const Ids ids = parseItemIds(call.request().text("IDs"));
     if (ids.empty())
         return picture(call, module, notify && !isInMaintenance(call));
-    if (isInMaintenance(call))
-        return refusedWith(StatusCode::ReadOnly, {}, "[]");
-    if (!project.canWrite())
-        return refusedWith(StatusCode::NotAllowed, {}, "[]");
-    if (!project.lockedBy.empty())
-        return refusedWith(StatusCode::ProjectLocked, { project.lockedBy }, "[]");
-    if (auto refusal = refuseOpenElsewhere(call, project.id))
-        return refusal->setJson("CheckoutInfo", "[]");
+    if (const auto refusal = refuseOpenElsewhere(call, project.id))
+        return *refusal;
 
     const std::int64_t user = call.caller().userId;
     const ItemStore::Place place { project.id, module };
@@ -168,12 +162,15 @@ Reply checkOut(Call &call)
     return Reply::ok().setJson("CheckoutInfo", list.json());
 }
 
-/// A request for the picture alone changes nothing.
-bool isPicture(const Request &request)
+/// An empty list asks for the picture, which is reading; the announcement that may go with it is
+/// left out in maintenance.
+ServiceRule rulesOfCheckOut(const Request &request)
 {
     const Json *ids = request.find("IDs");
+    if (!ids || !ids->IsString() || ids->GetStringLength() > 0)
+        return ProjectWriter | Unlocked | Writes;
     const Json *notify = request.find("NotifyOther");
-    return ids && ids->IsString() && ids->GetStringLength() == 0 && notify && notify->IsFalse();
+    return notify && notify->IsTrue() ? Writes | InMaintenance : Anonymous;
 }
 
 Reply checkIn(Call &call)
@@ -185,7 +182,7 @@ Reply checkIn(Call &call)
     ItemStore store(call.db());
     const auto items = store.of(place, ids);
     const std::int64_t foreign = foreignCount(items, call.caller().userId);
-    if (foreign > 0 && !call.caller().rights.administrator) {
+    if (foreign > 0 && !isAdministrator(call)) {
         return refusedWith(
             StatusCode::NotYourItems, { std::to_string(foreign) }, trueState(call, ids, items));
     }
@@ -201,14 +198,14 @@ Reply checkIn(Call &call)
     return Reply::ok();
 }
 
-// Not behind the table's project rule: a former holder may have lost his access.
+// A former holder may have lost his access.
 Reply checkInAll(Call &call)
 {
     const std::string guid = call.request().guid("ProjectGUID");
     const auto project = ProjectStore(call.db()).find(guid);
     ItemStore store(call.db());
     if (!project || project->isRemoved()
-        || (!call.findProject(guid) && !store.everHeld(project->id, call.caller().userId)))
+        || (!call.hasProject() && !store.everHeld(project->id, call.caller().userId)))
         return Reply::refused(StatusCode::NoSuchProject);
     for (const std::int64_t module :
         store.checkInAll(project->id, call.caller().userId, call.now()))
@@ -241,16 +238,9 @@ private:
 Reply copyCheckState(Call &call)
 {
     const auto from = call.findProject(call.request().guid("oldProjectGuid"));
-    const auto to = call.findProject(call.request().guid("newProjectGuid"));
-    if (!from || !to)
-        return Reply::refused(StatusCode::NoSuchProject);
-    if (!to->owner || !to->canWrite())
-        return Reply::refused(StatusCode::NotAllowed);
-    if (!to->lockedBy.empty())
-        return Reply::refused(StatusCode::ProjectLocked, { to->lockedBy });
-
+    const ProjectAccess &to = call.project();
     ItemStore store(call.db());
-    Writers writers(call.db(), *to);
+    Writers writers(call.db(), to);
     std::map<std::int64_t, std::map<std::int64_t, Ids>> wanted; // module, holder
     for (const auto &item : store.checkedOut(from->id)) {
         if (writers.contain(item.userId))
@@ -259,16 +249,16 @@ Reply copyCheckState(Call &call)
     for (auto &[module, holders] : wanted) {
         bool changed = false;
         for (auto &[userId, ids] : holders) {
-            for (const auto &item : store.of({ to->id, module }, ids)) {
+            for (const auto &item : store.of({ to.id, module }, ids)) {
                 if (item.checkedOut)
                     ids.erase(std::lower_bound(ids.begin(), ids.end(), item.id));
             }
             if (!ids.empty())
-                store.checkOut({ to->id, module }, ids, userId, call.now());
+                store.checkOut({ to.id, module }, ids, userId, call.now());
             changed = changed || !ids.empty();
         }
         if (changed)
-            announceItems(call, to->id, to->guid, "CheckOut", module);
+            announceItems(call, to.id, to.guid, "CheckOut", module);
     }
     return Reply::ok();
 }
@@ -276,11 +266,12 @@ Reply copyCheckState(Call &call)
 } // namespace
 
 const ServiceTable itemServices = {
-    { "checkout", checkOut, ProjectReader | NamesCaller | LargeBody | Writes | InMaintenance,
-        nullptr, isPicture },
+    { "checkout", checkOut, ProjectReader | NamesCaller | LargeBody | ListsItems, nullptr,
+        rulesOfCheckOut },
     { "checkin", checkIn, ProjectWriter | NamesCaller | LargeBody | Writes | InMaintenance },
-    { "checkinall", checkInAll, NeedsUser | NamesCaller | Writes | InMaintenance },
-    { "copycheckstate", copyCheckState, NeedsUser | Writes },
+    { "checkinall", checkInAll, ProjectReader | MayBeGone | NamesCaller | Writes | InMaintenance },
+    { "copycheckstate", copyCheckState,
+        BetweenProjects | ProjectOwner | ProjectWriter | Unlocked | Writes },
 };
 
 } // namespace kvx::server

@@ -90,23 +90,22 @@ Reply takeLogLock(Call &call, const ProjectAccess &project, std::int64_t clientV
     return answer(Mine);
 }
 
-// Not behind the table's project rule: a release must reach the lock of a holder who has lost his
-// access meanwhile, or it would stay with his session.
+// A release must reach the lock of a holder who has lost his access meanwhile, or it would stay
+// with his session.
 Reply logLock(Call &call)
 {
     const std::string guid = call.request().guid("ProjectGUID");
     const std::int64_t version
         = call.request().integer("LogVersion", -1, std::numeric_limits<std::int32_t>::max());
     const bool release = call.request().flag("ReleaseLock");
-    const auto access = call.findProject(guid);
     if (!release)
-        return access ? takeLogLock(call, *access, version)
-                      : Reply::refused(StatusCode::NoSuchProject);
+        return call.hasProject() ? takeLogLock(call, call.project(), version)
+                                 : Reply::refused(StatusCode::NoSuchProject);
 
     const auto project = ProjectStore(call.db()).find(guid);
     const std::int64_t session = call.caller().sessionId;
     const bool held = project && LogStore(call.db()).release(project->id, session);
-    if (!held && !access)
+    if (!held && !call.hasProject())
         return Reply::refused(StatusCode::NoSuchProject);
     call.memory().lockPlaces.leave(project->id, session);
     if (held)
@@ -118,7 +117,7 @@ Reply logLock(Call &call)
 
 const ServiceTable logLockServices = {
     { "getlogversion", getLogVersion, ProjectReader | NamesCaller },
-    { "loglock", logLock, NeedsUser | NamesCaller | Writes | InMaintenance },
+    { "loglock", logLock, ProjectReader | MayBeGone | NamesCaller | Writes | InMaintenance },
 };
 
 } // namespace kvx::server

@@ -55,21 +55,26 @@ Reply lockProject(Call &call)
     const bool release = call.request().flag("ReleaseLock");
     ProjectStore projects(call.db());
     if (release) {
-        if (!project.lockedBy.empty() && !caller.rights.administrator) {
+        if (!project.lockedBy.empty() && !isAdministrator(call)) {
             return withHolder(
                 Reply::refused(StatusCode::NotAllowed), project.lockedBy, project.lockedByEmail);
         }
         projects.freeProjectLock(project.id);
         return withHolder(Reply::ok(), {}, {});
     }
-    if (isInMaintenance(call))
-        return Reply::refused(StatusCode::ReadOnly);
     if (!project.lockedBy.empty()) {
         return withHolder(Reply::refused(StatusCode::ProjectLocked, { project.lockedBy }),
             project.lockedBy, project.lockedByEmail);
     }
     projects.setProjectLock(project.id, caller.sessionId, caller.userId);
     return withHolder(Reply::ok(), caller.name, caller.email);
+}
+
+/// A release goes through in maintenance too.
+ServiceRule rulesOfLock(const Request &request)
+{
+    const Json *release = request.find("ReleaseLock");
+    return release && release->IsTrue() ? InMaintenance : Anonymous;
 }
 
 Reply onlineEditors(Call &call)
@@ -90,7 +95,7 @@ Reply onlineEditors(Call &call)
 const ServiceTable openCloseServices = {
     { "openproject", openProject, ProjectReader | NamesCaller | Unlocked | Writes },
     { "closeproject", closeProject, NeedsUser | NamesCaller | Writes | InMaintenance },
-    { "projectlock", lockProject, ProjectWriter | NamesCaller | Writes | InMaintenance },
+    { "projectlock", lockProject, ProjectWriter | NamesCaller | Writes, nullptr, rulesOfLock },
     { "onlineeditors", onlineEditors, ProjectReader | NamesCaller },
 };
 

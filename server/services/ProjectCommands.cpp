@@ -24,24 +24,20 @@ std::string joined(const std::vector<OpenStore::Editor> &editors)
     return names;
 }
 
-// Not behind the table's project rule: its remover may repeat the request when the project is gone.
+// The remover may repeat the request when the project is gone.
 Reply removeProjectOfCaller(Call &call)
 {
-    const std::string guid = call.request().guid("ProjectGUID");
-    const auto project = call.findProject(guid);
-    ProjectStore projects(call.db());
-    if (!project) {
-        const auto removed = projects.find(guid);
+    if (!call.hasProject()) {
+        const auto removed = ProjectStore(call.db()).find(call.request().guid("ProjectGUID"));
         const bool repeat = removed && removed->removedBy == call.caller().userId
             && call.now() - removed->removedAt.value_or(0) < removalRepeatWindow;
         return repeat ? Reply::ok() : Reply::refused(StatusCode::NoSuchProject);
     }
-    if (!project->owner)
-        return Reply::refused(StatusCode::NotAllowed);
-    if (const auto refusal = refuseRemoval(call, *project))
+    const ProjectAccess &project = call.project();
+    if (const auto refusal = refuseRemoval(call, project))
         return *refusal;
-    removeProject(call, project->id, call.caller().userId);
-    call.audit(static_cast<int>(StatusCode::Ok), project->guid, project->name);
+    removeProject(call, project.id, call.caller().userId);
+    call.audit(static_cast<int>(StatusCode::Ok), project.guid, project.name);
     return Reply::ok();
 }
 
@@ -132,7 +128,7 @@ void removeProject(Call &call, std::int64_t projectId, const std::optional<std::
 }
 
 const ServiceTable projectCommandServices = {
-    { "removeproject", removeProjectOfCaller, NeedsUser | NamesCaller | Writes },
+    { "removeproject", removeProjectOfCaller, ProjectOwner | MayBeGone | NamesCaller | Writes },
     { "updateproject", updateProject, ProjectWriter | NamesCaller | Unlocked | Writes },
     { "renameproject", renameProject, ProjectWriter | NamesCaller | Unlocked | Writes },
     { "updateprojectadditionalinfo", updateAdditionalInfo,

@@ -23,17 +23,10 @@ std::optional<Reply> refuseNew(Call &call, ProjectStore::New &project)
     project.now = wallTime();
     project.amount = amountOf(request).value_or("");
     project.state = numberOf(request, "ProjectState").value_or(0);
-    if (canonicalEmail(request.text("CreatorEmail", 1000)) != call.caller().email)
-        return Reply::refused(StatusCode::WrongIdentity);
-    if (!isProjectKind(call.config(), project.kind))
-        return Reply::refused(StatusCode::UnknownKind, { project.kind });
-    if (!mayCreate(call, project.kind))
-        return Reply::refused(StatusCode::NotAllowed);
     const bool innerName = isInnerLibraryName(project.name);
     const bool innerGuid = isInnerLibraryGuid(project.guid);
     if ((innerName || innerGuid)
-        && !(innerName && innerGuid && project.kind == "ResourceLibrary"
-            && call.caller().rights.administrator))
+        && !(innerName && innerGuid && project.kind == "ResourceLibrary" && isAdministrator(call)))
         return Reply::refused(StatusCode::NotAllowed);
     return std::nullopt;
 }
@@ -80,20 +73,16 @@ Reply addendumProject(Call &call)
     if (const auto refusal = refuseNew(call, project))
         return *refusal;
     project.bidStatus = numberOf(call.request(), "BidStatus").value_or(0);
-    const auto source = call.findProject(call.request().text("AddendumProjectGUID"));
-    if (!source)
-        return Reply::refused(StatusCode::NoSuchProject);
-    if (source->addendum == -1)
-        return Reply::refused(StatusCode::NotAllowed);
-    project.addendumOf = source->guid;
-    return create(call, project, &*source);
+    project.addendumOf = call.project().guid;
+    return create(call, project, &call.project());
 }
 
 } // namespace
 
 const ServiceTable projectCreationServices = {
-    { "newproject", newProject, NeedsUser | NamesCaller | Writes },
-    { "addendumproject", addendumProject, NeedsUser | NamesCaller | Writes },
+    { "newproject", newProject, CreatesKind | NamesCaller | NamesCreator | Writes },
+    { "addendumproject", addendumProject,
+        CreatesKind | AmendsProject | NamesCaller | NamesCreator | Writes },
 };
 
 } // namespace kvx::server

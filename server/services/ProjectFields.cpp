@@ -20,8 +20,9 @@ std::string nameOf(const JsonObject &request, const char *key, std::size_t maxim
 {
     const auto name = displayName(request.text(key), maximum);
     if (!name) {
-        throw BadRequest("\"" + std::string(key) + "\" must be a name of 1 to "
-            + std::to_string(maximum) + " characters without control characters");
+        request.refuse(key,
+            "must be a name of 1 to " + std::to_string(maximum)
+                + " characters without control characters");
     }
     return *name;
 }

@@ -37,6 +37,11 @@ Reply &Reply::setJson(const char *key, std::string_view json)
     return *this;
 }
 
+bool Reply::has(const char *key) const
+{
+    return m_members.find(',' + jsonText(key) + ':') != std::string::npos;
+}
+
 Reply &Reply::setCookie(std::string token)
 {
     m_cookie = std::make_shared<std::string>(std::move(token));

@@ -54,7 +54,7 @@ public:
     /// transaction.
     using Continuation = std::function<Reply(Call &)>;
     using Work = std::function<Continuation()>;
-    enum class Pool { Files, Hashes };
+    enum class Pool { Files, Hashes, Documents };
     static Reply after(Work work, Pool pool = Pool::Files);
 
     Reply &set(const char *key, std::string_view text) { return setJson(key, jsonText(text)); }
@@ -71,6 +71,8 @@ public:
     /// The session token for the cookie: a new one, or an empty text to delete it.
     Reply &setCookie(std::string token);
     const std::string *cookie() const { return m_cookie.get(); }
+
+    bool has(const char *key) const;
 
     StatusCode status() const { return m_status; }
     bool isOk() const { return m_status == StatusCode::Ok; }

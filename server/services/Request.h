@@ -50,6 +50,9 @@ public:
     std::vector<JsonObject> objects(const char *key, std::size_t maximum = noLimit) const;
     std::vector<std::string> texts(const char *key, std::size_t maximum = noLimit) const;
 
+    /// Throws BadRequest: the key, with the path to it, and what is wrong.
+    [[noreturn]] void refuse(const char *key, const std::string &what) const;
+
     /// The value as it is, or null where the key is missing.
     const Json *find(const char *key) const;
     const Json &json() const { return *m_object; }
@@ -58,7 +61,6 @@ public:
 
 private:
     const Json &value(const char *key) const;
-    [[noreturn]] void refuse(const char *key, const std::string &what) const;
 
     const Json *m_object;
     std::string m_path;

@@ -18,7 +18,7 @@ enum ServiceRule : unsigned {
 
     NamesCaller = 1u << 5, ///< "Email" must be there; whenever there it must be the caller's
     NamesCallerLower = 1u << 6, ///< the same for "email"
-    NamesOther = 1u << 7, ///< "Email" names any user; the handler judges
+    NamesOwnAccount = (1u << 7) | NeedsUser, ///< "Email" is the caller; an administrator's is free
     Unlocked = 1u << 8, ///< refused while another user holds the project lock
 
     Writes = 1u << 9, ///< runs in a writing transaction; without it the handler reads one snapshot
@@ -28,6 +28,17 @@ enum ServiceRule : unsigned {
     HugeBody = 1u << 13, ///< JSON up to 16 MiB
     JudgedByHttp = 1u << 14, ///< refusals carry an HTTP status, since clients look at nothing else
     RepeatsSentence = 1u << 15, ///< refusals repeat the sentence under the empty key
+    ListsItems = 1u << 16, ///< refusals carry an empty "CheckoutInfo"
+
+    NamesCreator = 1u << 17, ///< "CreatorEmail" must be there and the caller's
+    CreatesKind = (1u << 18) | NeedsUser, ///< "Type" is a kind that the caller's role may create
+    /// "AddendumProjectGUID" names the project: he may read it and has its "Addendum".
+    AmendsProject = (1u << 19) | ProjectReader,
+    /// "newProjectGuid" names the project, and "oldProjectGuid" another one that he may read.
+    BetweenProjects = (1u << 20) | ProjectReader,
+    /// A project that is gone or not his refuses nothing: the handler finds none (hasProject) and
+    /// judges what he may still do, such as free what is his.
+    MayBeGone = 1u << 21,
 };
 
 constexpr ServiceRule operator|(ServiceRule a, ServiceRule b)
@@ -52,10 +63,10 @@ struct Service {
     /// before the file is read; a refusal there spares the client the transfer. The handler runs
     /// when the file is on disk.
     ServiceHandler beforeUpload = nullptr;
-    /// Set where some requests of a writing service only read: these run like a reading service.
-    bool (*onlyReads)(const Request &) = nullptr;
+    /// Set where some requests of a service ask for more than the others: their further rules.
+    ServiceRule (*furtherRules)(const Request &) = nullptr;
 
-    bool writes(const Request &request) const;
+    ServiceRule rulesFor(const Request &request) const;
 };
 
 using ServiceTable = std::vector<Service>;

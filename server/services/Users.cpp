@@ -11,8 +11,6 @@ Reply updateUserProductVersion(Call &call)
 {
     const std::string email = canonicalEmail(call.request().text("Email", 254));
     const auto version = static_cast<int>(call.request().integer("UserProductVersion", 0, 3));
-    if (email != call.caller().email && !call.caller().rights.administrator)
-        return Reply::refused(StatusCode::NotAllowed);
     const auto user = findUser(call.db(), email);
     if (!user)
         return Reply::refused(StatusCode::NoSuchUser, { email });
@@ -26,7 +24,7 @@ Reply updateUserProductVersion(Call &call)
 } // namespace
 
 const ServiceTable userServices = {
-    { "updateuserproductversion", updateUserProductVersion, NeedsUser | NamesOther | Writes },
+    { "updateuserproductversion", updateUserProductVersion, NamesOwnAccount | Writes },
 };
 
 } // namespace kvx::server

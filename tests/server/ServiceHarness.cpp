@@ -218,7 +218,7 @@ ServiceHarness::ServiceHarness(const Adjust &adjust)
     for (const char *folder : { "/db", "/blobs", "/tmp" })
         std::filesystem::create_directory(m_folder.path + folder);
     m_db = std::make_unique<Db>(m_config.databaseFile(), Db::Mode::Create);
-    m_clock = std::make_unique<Clock>();
+    m_clock = std::make_unique<MovableClock>();
     migrate(*m_db, m_clock->now());
     Transaction transaction(*m_db, Transaction::Kind::Write);
     for (const char *role : { "Administrator", "Everything", "Reviewer", "Estimator",

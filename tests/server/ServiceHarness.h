@@ -8,6 +8,7 @@
 #include "store/DbPool.h"
 #include "store/RoleStore.h"
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -74,6 +75,16 @@ private:
     std::shared_ptr<rapidjson::Document> m_json;
 };
 
+/// The server's clock, put ahead by as much as a test wants.
+class MovableClock : public server::Clock {
+public:
+    server::Time now() const override { return Clock::now() + m_ahead; }
+    void advance(server::Time milliseconds) { m_ahead += milliseconds; }
+
+private:
+    std::atomic<server::Time> m_ahead { 0 };
+};
+
 class ServiceHarness;
 
 /// A user's session on one device, over one connection.
@@ -118,6 +129,8 @@ public:
 
     server::Db &db() { return *m_db; }
     server::Config &config() { return m_config; }
+    /// Lets so much time pass for leases and time-outs.
+    void pass(server::Time milliseconds) { m_clock->advance(milliseconds); }
     const server::Environment &environment() const { return *m_environment; }
     server::Dispatcher &dispatcher() { return *m_dispatcher; }
     std::string folder() const { return m_folder.path; }
@@ -136,7 +149,7 @@ private:
     TemporaryFolder m_folder;
     server::Config m_config;
     std::unique_ptr<server::Db> m_db;
-    std::unique_ptr<server::Clock> m_clock;
+    std::unique_ptr<MovableClock> m_clock;
     std::unique_ptr<server::Environment> m_environment;
     std::unique_ptr<server::DbPool> m_pool;
     std::unique_ptr<server::Dispatcher> m_dispatcher;

@@ -178,9 +178,11 @@ TEST_F(Items, RefusalsComeWithAnEmptyList)
     EXPECT_EQ(locked.status(), 314);
     EXPECT_EQ(infoOf(locked), "");
     EXPECT_EQ(picture(anna), "") << "reading is allowed";
-    EXPECT_EQ(checkOut(anna, "5,6").status(), 100);
+    EXPECT_EQ(infoOf(checkOut(admin, "5,6")), "");
+    EXPECT_EQ(checkOut(admin, "5,6").status(), 100);
     const Session stranger = harness.join("sam@example.com");
     EXPECT_EQ(checkOut(stranger, "").status(), 310);
+    EXPECT_EQ(infoOf(checkOut(stranger, "")), "");
 }
 
 TEST_F(Items, InMaintenanceOneReadsAndChecksIn)

@@ -1,0 +1,94 @@
+#include "AccessModel.h"
+#include "AccessWorld.h"
+
+#include "services/ServiceTable.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <set>
+
+// Every service × every kind of caller × his own, a foreign and a missing object. What must come
+// out stands in AccessModel.cpp, which knows nothing of the server's own tables of rights.
+
+using namespace kvx::test;
+
+namespace {
+
+std::set<std::string> servedServices()
+{
+    std::set<std::string> names;
+    for (const auto &endpoint : kvx::server::allEndpoints()) {
+        for (const auto *table : endpoint.tables) {
+            for (const auto &service : *table)
+                names.insert(service.name);
+        }
+    }
+    return names;
+}
+
+constexpr Caller callers[] = { Caller::Nobody, Caller::Expired, Caller::LoggedOut, Caller::Other,
+    Caller::Reader, Caller::Writer, Caller::Creator, Caller::Administrator };
+constexpr Object objects[] = { Object::Own, Object::Foreign, Object::Missing };
+
+} // namespace
+
+TEST(Access, EveryServiceHasAnExpectation)
+{
+    std::set<std::string> expected;
+    for (const Expectation &row : accessModel())
+        expected.insert(row.service);
+    for (const std::string &service : servedServices())
+        EXPECT_EQ(expected.count(service), 1u) << service << " has no row in AccessModel.cpp";
+    for (const std::string &service : expected)
+        EXPECT_EQ(servedServices().count(service), 1u) << service << " is served nowhere";
+}
+
+TEST(Access, IsWhatTheModelSaysAndARefusalChangesNothing)
+{
+    World world;
+    int cases = 0;
+    int refusals = 0;
+    for (const Expectation &row : accessModel()) {
+        for (const Caller caller : callers) {
+            for (const Object object : objects) {
+                const Outcome expected = row.outcome(caller, object);
+                const std::string what = row.service + (row.variant.empty() ? "" : " ")
+                    + row.variant + ", " + nameOf(caller) + ", " + nameOf(object);
+                const std::string before = world.digest();
+                const int status = world.ask(caller, row, object);
+                EXPECT_EQ(status, expected.status) << what;
+                ++cases;
+                if (expected.status != 1 || !expected.mayChange) {
+                    EXPECT_EQ(world.digest(), before) << what << " changed something";
+                    ++refusals;
+                }
+                if (status == 1)
+                    world.restore();
+            }
+        }
+    }
+    std::printf("%d cases, %d of them may change nothing\n", cases, refusals);
+    RecordProperty("cases", cases);
+    EXPECT_GT(cases, 1300);
+}
+
+TEST(Access, NobodyActsInAnothersName)
+{
+    World world;
+    int cases = 0;
+    for (const Expectation &row : accessModel()) {
+        if (row.identity.empty())
+            continue;
+        for (const Caller caller : callers) {
+            if (!hasSession(caller))
+                continue;
+            const std::string before = world.digest();
+            EXPECT_EQ(world.askAsAnother(caller, row), 301)
+                << row.service << ' ' << row.variant << ", " << nameOf(caller);
+            EXPECT_EQ(world.digest(), before) << row.service << " changed something";
+            ++cases;
+        }
+    }
+    std::printf("%d cases in another's name\n", cases);
+    EXPECT_GT(cases, 100);
+}
