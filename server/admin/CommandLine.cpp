@@ -10,6 +10,7 @@
 #include "store/Migrations.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstring>
 #include <iostream>
 #include <sodium.h>
@@ -63,6 +64,8 @@ CLI::App *addCommand(CLI::App &parent, const char *name, const char *meaning)
     return command;
 }
 
+constexpr int mostWords = 100'000;
+
 std::string wholeNumber(const std::string &text)
 {
     const std::size_t digits = text.size() - (text.rfind('-', 0) == 0 ? 1 : 0);
@@ -84,7 +87,7 @@ CLI::Option *addOption(CLI::App &app, const CommandOption &option)
     if (number)
         added->check(wholeNumber);
     if (many && option.isWord())
-        added->expected(-1);
+        added->expected(1, mostWords);
     else if (many)
         added->take_all()->allow_extra_args(false);
     else
@@ -167,7 +170,11 @@ int runCommandLine(int argc, char **argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? ExitDone : ExitUsage;
+        const bool json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
+        if (!json || error.get_exit_code() == 0)
+            return app.exit(error) == 0 ? ExitDone : ExitUsage;
+        options.json = true;
+        return fail(options, ExitUsage, error.what());
     }
 
     try {
