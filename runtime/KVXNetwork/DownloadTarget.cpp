@@ -79,8 +79,13 @@ bool DownloadTarget::open()
 
 bool DownloadTarget::write(const char *bytes, qint64 size)
 {
-    if (m_file.write(bytes, size) != size)
-        return fail(m_file.errorString());
+    // A disk that fills up takes a part first and gives its reason with the next.
+    for (qint64 written = 0; written < size;) {
+        const qint64 count = m_file.write(bytes + written, size - written);
+        if (count <= 0)
+            return fail(m_file.errorString());
+        written += count;
+    }
     if (!m_expected.isEmpty())
         m_hash.addData(bytes, static_cast<int>(size));
     m_received += size;
