@@ -215,7 +215,7 @@ bool CurlNetwork::uploadFile(const QString &url, const QString &localFileName,
                    { QStringLiteral("FileName"), serverFileName },
                    { LocalFileKey, localFileName } },
                reply, receiver, progress)
-        && succeeded(reply);
+        && accepted(reply);
 }
 
 bool CurlNetwork::downloadFile(const QString &url, const QString &serverFileName,
@@ -227,7 +227,18 @@ bool CurlNetwork::downloadFile(const QString &url, const QString &serverFileName
                    { QStringLiteral("FileName"), serverFileName },
                    { LocalFileKey, localFileName } },
                reply, receiver, progress)
-        && succeeded(reply);
+        && accepted(reply);
+}
+
+/// Who asked learns nothing of the reply but this.
+bool CurlNetwork::accepted(const QJsonObject &reply) const
+{
+    if (succeeded(reply))
+        return true;
+    lastErrorOfThread = reply.value(QLatin1String("message")).toString();
+    if (lastErrorOfThread.isEmpty())
+        lastErrorOfThread = QStringLiteral("The server refused the file.");
+    return false;
 }
 
 void CurlNetwork::run(Exchange &exchange)

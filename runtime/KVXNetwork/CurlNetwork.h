@@ -54,6 +54,7 @@ private:
     bool takeReply(Exchange &exchange, QJsonObject &reply) const;
     /// Notes the outcome for lastError() and the log.
     bool conclude(const Exchange &exchange, const QString &service) const;
+    bool accepted(const QJsonObject &reply) const;
     bool refuse(const QString &error) const;
     ServerAnswer askServer(const QString &host, int port);
 
