@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <sqlite3.h>
+#include <system_error>
 
 namespace kvx::sqlite {
 
@@ -115,7 +116,9 @@ Statement &Connection::kept(const char *sql)
 Status Connection::error(const std::string &doing) const
 {
     const int code = m_handle ? sqlite3_extended_errcode(m_handle) : SQLITE_NOMEM;
-    const char *text = m_handle ? sqlite3_errmsg(m_handle) : sqlite3_errstr(code);
+    std::string text = m_handle ? sqlite3_errmsg(m_handle) : sqlite3_errstr(code);
+    if (failureOf(code) == Failure::Io && sqlite3_system_errno(m_handle) != 0)
+        text += " (" + std::generic_category().message(sqlite3_system_errno(m_handle)) + ')';
     return { failureOf(code), doing + ": " + text };
 }
 
