@@ -75,6 +75,7 @@ public:
         bind(m_services, m_config.listen);
         bind(m_admin, m_config.adminListen);
         std::signal(SIGPIPE, SIG_IGN);
+        std::signal(SIGXFSZ, SIG_IGN);
         m_signals.add(SIGTERM);
         m_signals.add(SIGINT);
     }

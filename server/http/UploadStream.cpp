@@ -17,7 +17,7 @@ constexpr std::size_t requestPartLimit = 64 * 1024;
 
 [[noreturn]] void failOnDisk(int error)
 {
-    if (error == ENOSPC || error == EDQUOT)
+    if (error == ENOSPC || error == EDQUOT || error == EFBIG)
         throw UploadError(StatusCode::StorageFull, 200, {});
     throw UploadError(StatusCode::Failed, 500, std::strerror(error));
 }

@@ -64,6 +64,9 @@ std::optional<Reply> refuseUpload(Call &call, Target &target)
     const std::string md5 = request.text("md5", std::string());
     if (!md5.empty() && !isHex(md5, 32))
         throw BadRequest("\"md5\" must be 32 hexadecimal digits");
+    // Before the lock: a save without space was given none, and is to hear the real reason.
+    if (!hasSpace(call.config()))
+        return Reply::refused(StatusCode::StorageFull);
     if (name.kind != FileName::Kind::Own) {
         const auto access = call.findProject(name.guid);
         if (!access)
@@ -82,8 +85,6 @@ std::optional<Reply> refuseUpload(Call &call, Target &target)
                 return refusal;
         }
     }
-    if (!hasSpace(call.config()))
-        return Reply::refused(StatusCode::StorageFull);
     return std::nullopt;
 }
 
