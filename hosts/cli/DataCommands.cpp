@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <KVXCollaboration/KVXCWIDManager.h>
+#include <KVXCollaboration/KVXProjectInfo.h>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QTimer>
@@ -20,15 +21,16 @@ struct Arguments {
     bool theirs = false;
     int version = 0;
     int seconds = 30;
+    int lockWait = -1;
 };
 
 using Side = KVXProjectDatabase::ClashChoice;
 
-void chooseSide(host::OpenProject &project, const Arguments &arguments, Context &context)
+void chooseSide(const Arguments &arguments, Context &context)
 {
-    project.database().setClashChoice(arguments.mine ? Side::Mine
-            : arguments.theirs                       ? Side::Theirs
-                                                     : context.client.options().clash);
+    context.client.setClashChoice(arguments.mine ? Side::Mine
+            : arguments.theirs                   ? Side::Theirs
+                                                 : Side::Refuse);
 }
 
 QString clashHelp()
@@ -100,12 +102,27 @@ int checkIn(Context &context, const Arguments &arguments)
     return context.output.done(QStringLiteral("%1 items are checked in.").arg(ids.size()));
 }
 
+QString heldBy(const QString &holder)
+{
+    return host::OpenProject::textOf(KVXCWProjectData::LockWaitExhausted)
+        + (holder.isEmpty() ? QString()
+                            : QStringLiteral(" The save lock is held by %1.").arg(holder));
+}
+
 int save(Context &context, const Arguments &arguments)
 {
+    chooseSide(arguments, context);
     host::OpenProject *project = useProject(context, arguments.project);
     if (!project)
         return Refused;
-    chooseSide(*project, arguments, context);
+    if (arguments.lockWait >= 0) {
+        const QString holder = context.client.waitForSaveLock(*project, arguments.lockWait);
+        if (!holder.isEmpty())
+            return context.output.failed(NotPublished, heldBy(holder),
+                { { QStringLiteral("code"), KVXCWProjectData::LockWaitExhausted },
+                    { QStringLiteral("published"), false },
+                    { QStringLiteral("version"), project->database().logVersion() } });
+    }
     const QString conflicts = project->database().conflictsFile();
     QElapsedTimer timer;
     timer.start();
@@ -122,45 +139,47 @@ int save(Context &context, const Arguments &arguments)
             data);
     if (result.code == KVXCWProjectData::MergeLogsFailed)
         return mergeFailed(context, *project, result.text);
-    QString reason = result.text;
-    if (result.code == KVXCWProjectData::LockWaitExhausted) {
-        const QString holder = context.client.saveLockHolder(*project);
-        if (!holder.isEmpty())
-            reason += QStringLiteral(" The save lock is held by %1.").arg(holder);
-    }
-    return context.output.failed(NotPublished, reason, data);
+    return context.output.failed(NotPublished,
+        result.code == KVXCWProjectData::LockWaitExhausted
+            ? heldBy(context.client.saveLockHolder(*project))
+            : result.text,
+        data);
 }
 
 int sync(Context &context, const Arguments &arguments)
 {
+    chooseSide(arguments, context);
     host::OpenProject *project = useProject(context, arguments.project);
     if (!project)
         return Refused;
-    chooseSide(*project, arguments, context);
     const QString conflicts = project->database().conflictsFile();
     const KVXCWProjectData::ErrorCode code = project->sync();
     mentionConflicts(context, *project, conflicts);
     if (code == KVXCWProjectData::MergeLogsFailed)
-        return mergeFailed(context, *project,
-            host::OpenProject::textOf(code) + QLatin1Char(' ') + project->database().errorText());
+        return mergeFailed(
+            context, *project, host::OpenProject::textOf(code) + project->reasonOf(code));
     if (code != KVXCWProjectData::Success)
-        return context.output.failed(
-            Refused, host::OpenProject::textOf(code), { { QStringLiteral("code"), code } });
+        return context.output.failed(Refused,
+            host::OpenProject::textOf(code) + project->reasonOf(code),
+            { { QStringLiteral("code"), code } });
     const int version = project->database().logVersion();
     return context.output.done(QStringLiteral("Your copy is at version %1.").arg(version),
         { { QStringLiteral("version"), version } });
 }
 
+/// Also the way out where the copy cannot be brought up to date, and so not be opened.
 int discard(Context &context, const Arguments &arguments)
 {
-    host::OpenProject *project = useProject(context, arguments.project);
-    if (!project)
-        return Refused;
-    if (project->database().pendingCount() == 0)
+    host::OpenProject::Failure failure;
+    host::OpenProject *project
+        = context.client.use(QString::fromStdString(arguments.project), &failure);
+    const KVXProjectInfo *info = context.client.find(QString::fromStdString(arguments.project));
+    if (!info)
+        return context.output.failed(Refused, failure.text);
+    if (project && project->database().pendingCount() == 0)
         return context.output.done(QStringLiteral("There are no unsaved edits."));
     QString where;
-    host::OpenProject::Failure failure;
-    if (!context.client.discard(QString(project->guid()), &where, &failure))
+    if (!context.client.discard(QString(info->guid()), &where, &failure))
         return context.output.failed(Refused, failure.text);
     return context.output.done(
         QStringLiteral("Your copy is the server's again; the edits are kept in %1").arg(where),
@@ -227,7 +246,12 @@ void addDataCommands(CLI::App &app, Action &action)
     CLI::App *in = add("checkin", "Check items in", checkIn);
     auto *items = in->add_option("items", arguments->items, "Item numbers, or #row");
     in->add_flag("--all", arguments->all, "All your items of the project")->excludes(items);
-    addSides(add("save", "Publish your edits", save));
+    CLI::App *saving = add("save", "Publish your edits", save);
+    addSides(saving);
+    saving
+        ->add_option("--wait", arguments->lockWait,
+            "Give up after so many seconds while a colleague saves (else after seven minutes)")
+        ->check(CLI::NonNegativeNumber);
     addSides(add("sync", "Fetch and apply what colleagues saved", sync));
     add("discard", "Give up your unsaved edits; they are kept in a file", discard);
     CLI::App *waiting = add("wait", "Wait until a pushed save has arrived", waitForVersion);

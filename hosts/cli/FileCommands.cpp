@@ -5,7 +5,6 @@
 #include <KVXCollaboration/KVXCWFileService.h>
 #include <KVXCollaboration/KVXCWFileServiceProgress.h>
 #include <KVXCollaboration/KVXCollaborator.h>
-#include <KVXNetwork/KVXNetwork.h>
 #include <QFileInfo>
 #include <cstdio>
 #include <memory>
@@ -49,12 +48,6 @@ private:
     int m_percent = -1;
 };
 
-QString reason(const QString &fallback)
-{
-    const QString text = KVXNetwork::getInstance()->lastError();
-    return text.isEmpty() ? fallback : text;
-}
-
 int upload(Context &context, const Arguments &arguments)
 {
     const QString local = QString::fromStdString(arguments.local);
@@ -66,8 +59,8 @@ int upload(Context &context, const Arguments &arguments)
             Refused, QStringLiteral("%1: there is no such file, or it cannot be read").arg(local));
     ProgressBar bar(!context.output.json());
     if (!KVXCollaborator::getInstance()->fileService()->upload(local, remote, &bar))
-        return context.output.failed(
-            Refused, reason(QStringLiteral("The server did not accept \"%1\".").arg(remote)));
+        return context.output.failed(Refused,
+            host::failureReason(QStringLiteral("The server did not accept \"%1\".").arg(remote)));
     return context.output.done(QStringLiteral("Uploaded as \"%1\".").arg(remote));
 }
 
@@ -77,8 +70,8 @@ int download(Context &context, const Arguments &arguments)
     const QString remote = QString::fromStdString(arguments.remote);
     ProgressBar bar(!context.output.json());
     if (!KVXCollaborator::getInstance()->fileService()->download(remote, local, &bar))
-        return context.output.failed(
-            Refused, reason(QStringLiteral("The server has no file \"%1\".").arg(remote)));
+        return context.output.failed(Refused,
+            host::failureReason(QStringLiteral("The server has no file \"%1\".").arg(remote)));
     return context.output.done(QStringLiteral("Stored as %1.").arg(local));
 }
 

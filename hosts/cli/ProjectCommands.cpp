@@ -35,7 +35,7 @@ KVXCWProjectList *list()
 
 QString sentence(int status)
 {
-    return ErrorCodeToString(static_cast<KVXErrorCode>(status));
+    return host::failureReason(ErrorCodeToString(static_cast<KVXErrorCode>(status)));
 }
 
 /// The record, or null after the error was reported.

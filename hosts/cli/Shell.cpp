@@ -22,6 +22,7 @@ int runCommand(const std::string &line, Context &context)
     } catch (const CLI::ParseError &error) {
         return context.output.failed(Usage, QString::fromUtf8(error.what()));
     }
+    context.client.forgetFailures();
     return action(context);
 }
 

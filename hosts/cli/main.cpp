@@ -39,6 +39,7 @@ int main(int argc, char **argv)
     app.add_subcommand("shell", "Read commands from standard input, one a line")
         ->callback([&shell] { shell = true; });
     app.require_subcommand(1);
+    app.set_version_flag("--version", "kvx " KVX_VERSION);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
@@ -54,6 +55,7 @@ int main(int argc, char **argv)
         && !KVXLog::initFile(QString::fromStdString(options.log), log4cplus::INFO_LOG_LEVEL))
         return output.failed(cli::Usage, QStringLiteral("The log file cannot be written."));
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN); // a file that may not grow is an error to report
     const cli::Interrupt interrupt;
 
     host::Client client(clientOptions);
@@ -68,6 +70,7 @@ int main(int argc, char **argv)
         exit = cli::Shell(client, output).run();
     } else {
         cli::Context context { client, output, false };
+        client.forgetFailures();
         exit = action(context);
     }
     client.end();

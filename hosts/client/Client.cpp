@@ -7,6 +7,8 @@
 #include <KVXCollaboration/KVXCWUser.h>
 #include <KVXCollaboration/KVXCollaborator.h>
 #include <KVXNetwork/KVXNetwork.h>
+#include <QElapsedTimer>
+#include <QThread>
 #include <QUrl>
 #include <QUuid>
 #include <algorithm>
@@ -52,9 +54,7 @@ KVXErrorCode Client::begin(QString *error)
         m_options.proxyHost, m_options.proxyPort, m_options.proxyUser, m_options.proxyPassword);
     const KVXErrorCode result = login();
     if (result != KVXOk) {
-        *error = KVXNetwork::getInstance()->lastError();
-        if (result != KVXFailed || error->isEmpty())
-            *error = ErrorCodeToString(result);
+        *error = failureReason(ErrorCodeToString(result));
         return result;
     }
     managers()->initialise();
@@ -120,6 +120,18 @@ QString Client::saveLockHolder(const OpenProject &project) const
     return holder.isEmpty() ? QString()
                             : QStringLiteral("%1, since %2")
                                   .arg(holder, reply.value(QLatin1String("Since")).toString());
+}
+
+QString Client::waitForSaveLock(const OpenProject &project, int seconds) const
+{
+    QElapsedTimer timer;
+    timer.start();
+    for (;;) {
+        const QString holder = saveLockHolder(project);
+        if (holder.isEmpty() || timer.elapsed() >= seconds * Q_INT64_C(1000))
+            return holder;
+        QThread::sleep(1);
+    }
 }
 
 void Client::end()
@@ -246,6 +258,13 @@ QString Client::folderOf(const QString &guid) const
         .join(QLatin1Char('/'));
 }
 
+void Client::setClashChoice(KVXProjectDatabase::ClashChoice choice)
+{
+    m_options.clash = choice;
+    for (const auto &[guid, project] : m_open)
+        project->database().setClashChoice(choice);
+}
+
 OpenProject *Client::keep(std::unique_ptr<OpenProject> project)
 {
     project->database().setClashChoice(m_options.clash);
@@ -267,7 +286,7 @@ OpenProject *Client::use(const QString &nameOrGuid, OpenProject::Failure *failur
     if (open != m_open.end())
         return open->second.get();
     std::unique_ptr<OpenProject> project
-        = OpenProject::open(info->name(), guid, folderOf(guid), failure);
+        = OpenProject::open(info->name(), guid, folderOf(guid), m_options.clash, failure);
     return project ? keep(std::move(project)) : nullptr;
 }
 
@@ -281,12 +300,12 @@ OpenProject *Client::create(const QString &name, TProjectsType type, const conte
         const int code = static_cast<int>(status);
         *failure = { code,
             code == 1 ? QStringLiteral("The project was made, but could not be read back.")
-                      : ErrorCodeToString(static_cast<KVXErrorCode>(code)) };
+                      : failureReason(ErrorCodeToString(static_cast<KVXErrorCode>(code))) };
         return nullptr;
     }
     const int opened = list->openProject(guid);
     if (opened != 1) {
-        *failure = { opened, ErrorCodeToString(static_cast<KVXErrorCode>(opened)) };
+        *failure = { opened, failureReason(ErrorCodeToString(static_cast<KVXErrorCode>(opened))) };
         return nullptr;
     }
     std::unique_ptr<OpenProject> project

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client/FailureMemory.h"
 #include "client/OpenProject.h"
 
 #include <KVXCollaboration/KVXErrorCode.h>
@@ -47,6 +48,10 @@ public:
     void end();
 
     int triesLeft() const;
+    /// What failed before is no reason for what fails from here on.
+    void forgetFailures() { m_network.forget(); }
+    /// Which side wins where unsaved edits clash; for what is opened from here on, too.
+    void setClashChoice(KVXProjectDatabase::ClashChoice choice);
     const QString &brokerError() const { return m_brokerError; }
     const ClientOptions &options() const { return m_options; }
 
@@ -65,6 +70,9 @@ public:
 
     /// Who holds the project's save lock and since when; empty when it is free.
     QString saveLockHolder(const OpenProject &project) const;
+    /// The same once the lock has come free or that many seconds are over; the server may hold the
+    /// last question back for some seconds more.
+    QString waitForSaveLock(const OpenProject &project, int seconds) const;
 
 Q_SIGNALS:
     /// Something a user may want to see: "projectSaved", "connectionLost" …; the data name the
@@ -83,6 +91,7 @@ private:
     QString folderOf(const QString &guid) const;
     OpenProject *keep(std::unique_ptr<OpenProject> project);
 
+    FailureMemory m_network;
     ClientOptions m_options;
     QString m_brokerError;
     std::map<QString, std::unique_ptr<OpenProject>> m_open;

@@ -1,5 +1,6 @@
 #include "client/OpenProject.h"
 
+#include "client/FailureMemory.h"
 #include "client/SaveContribution.h"
 #include "content/Schema.h"
 
@@ -10,12 +11,12 @@
 #include <KVXCollaboration/KVXCollaborator.h>
 #include <KVXCollaboration/KVXUser.h>
 #include <KVXCommon/KVXZipFile.h>
-#include <KVXNetwork/KVXNetwork.h>
 #include <KVXSQLite/IKVXSQLiteModel.h>
 #include <KVXSQLite/IKVXSQLiteModelCommandFile.h>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QTemporaryFile>
 #include <QUuid>
 
 namespace kvx::host {
@@ -29,13 +30,6 @@ constexpr const char *copyName = "/project.kvx";
 KVXCollaborator *registry()
 {
     return KVXCollaborator::getInstance();
-}
-
-/// The transport's own words where the exchange failed, else a general sentence.
-QString transferError(const QString &fallback)
-{
-    const QString text = KVXNetwork::getInstance()->lastError();
-    return text.isEmpty() ? fallback : text;
 }
 
 } // namespace
@@ -78,7 +72,18 @@ bool OpenProject::lockFolder(Failure *failure)
     m_lock->setStaleLockTime(0);
     if (m_lock->tryLock(0))
         return true;
-    *failure = { 0, QStringLiteral("the project is open in another window on this machine") };
+    if (m_lock->error() == QLockFile::LockFailedError) {
+        *failure = { 0, QStringLiteral("the project is open in another window on this machine") };
+        return false;
+    }
+    // The lock itself does not know why it could not be written.
+    QTemporaryFile probe(m_folder + QLatin1String("/probe"));
+    if (probe.open() && probe.write("probe", 5) == 5)
+        probe.flush();
+    *failure = {
+        0,
+        QStringLiteral("the folder %1 cannot be written to: %2").arg(m_folder, probe.errorString())
+    };
     return false;
 }
 
@@ -105,7 +110,7 @@ std::unique_ptr<OpenProject> OpenProject::createBase(const QString &name, const 
     }
     if (!registry()->fileService()->upload(name, guid, project->projectFile(), {})) {
         *failure
-            = { 0, transferError(QStringLiteral("the server did not accept the project file")) };
+            = { 0, failureReason(QStringLiteral("the server did not accept the project file")) };
         return nullptr;
     }
     // The manager that numbered the rows takes them for unsaved creations of this user. The base is
@@ -115,8 +120,8 @@ std::unique_ptr<OpenProject> OpenProject::createBase(const QString &name, const 
     return project;
 }
 
-std::unique_ptr<OpenProject> OpenProject::open(
-    const QString &name, const QString &guid, const QString &folder, Failure *failure)
+std::unique_ptr<OpenProject> OpenProject::open(const QString &name, const QString &guid,
+    const QString &folder, KVXProjectDatabase::ClashChoice clash, Failure *failure)
 {
     std::unique_ptr<OpenProject> project(new OpenProject(guid, folder));
     if (!project->lockFolder(failure))
@@ -124,10 +129,10 @@ std::unique_ptr<OpenProject> OpenProject::open(
     // First the server, then the file: it is then never older than what the synchroniser counts.
     const int status = registry()->projectListManager()->openProject(guid);
     if (status != 1) {
-        *failure = { status, ErrorCodeToString(static_cast<KVXErrorCode>(status)) };
+        *failure = { status, failureReason(ErrorCodeToString(static_cast<KVXErrorCode>(status))) };
         return nullptr;
     }
-    if (!project->openLocalCopy(failure)
+    if (!project->openLocalCopy(clash, failure)
         && (!failure->text.isEmpty() || !project->fetch(name, failure))) {
         registry()->projectListManager()->closeProject(guid);
         return nullptr;
@@ -137,7 +142,7 @@ std::unique_ptr<OpenProject> OpenProject::open(
 }
 
 /// True when a kept copy serves. False without a text: there is none, or it was put aside.
-bool OpenProject::openLocalCopy(Failure *failure)
+bool OpenProject::openLocalCopy(KVXProjectDatabase::ClashChoice clash, Failure *failure)
 {
     if (!QFile::exists(projectFile()))
         return false;
@@ -145,44 +150,62 @@ bool OpenProject::openLocalCopy(Failure *failure)
     DatabaseFailure why = DatabaseFailure::None;
     m_database = KVXProjectDatabase::open(projectFile(), m_guid, KVXProjectDatabase::Origin::Local,
         content::projectSchema(), &error, &why);
-    if (!m_database && (why == DatabaseFailure::NewerFormat || why == DatabaseFailure::Busy)) {
+    const bool damaged = why == DatabaseFailure::NotAProject || why == DatabaseFailure::Damaged
+        || why == DatabaseFailure::BadSchema || why == DatabaseFailure::OtherProject;
+    if (!m_database && !damaged) {
         *failure = { 0, error };
         return false;
     }
-    if (m_database && catchUp(synchronizer()->logVersion()))
-        return true;
+    QString reason;
+    if (m_database) {
+        m_database->setClashChoice(clash);
+        if (catchUp(synchronizer()->logVersion(), &reason))
+            return true;
+    }
+    // What keeps it from catching up may pass: a full disk, a torn connection, a clash to decide.
+    if (m_database && m_database->pendingCount() > 0) {
+        *failure = { 0,
+            QStringLiteral("The local copy has unsaved edits and could not be brought up to date: "
+                           "%1 Its edits are kept.")
+                .arg(reason) };
+        return false;
+    }
 
-    const bool unsaved = !m_database || m_database->pendingCount() > 0;
     m_database.reset();
     QString where;
-    if (!putAside(m_folder, &where)) {
+    if (!putAside(m_folder, &where))
         *failure = { 0, QStringLiteral("%1 cannot be renamed").arg(projectFile()) };
-    } else if (unsaved) {
-        m_notice = QStringLiteral("The local copy could not be brought up to date; it is kept with "
-                                  "its unsaved edits as %1.")
-                       .arg(where);
-    } else {
+    else if (damaged)
+        m_notice
+            = QStringLiteral("The local copy was damaged; it is kept with what it holds as %1.")
+                  .arg(where);
+    else
         QFile::remove(where);
-    }
     return false;
 }
 
 /// Applies the server's logs up to the version. An older copy keeps its unsaved edits that way.
-bool OpenProject::catchUp(int version)
+bool OpenProject::catchUp(int version, QString *reason)
 {
     const std::unique_ptr<IKVXSQLiteModelCommandFile> command(CreateSQLiteModelCommandFile());
     for (int next = m_database->logVersion() + 1; next <= version; ++next) {
         const QString name = m_guid + QLatin1String("_log") + QString::number(next);
         const QString base = QDir::tempPath() + QLatin1Char('/') + QUuid::createUuid().toString();
         QMap<QString, QString> files;
-        bool applied = registry()->fileService()->download(name, base + QLatin1String(".zip"),
-                           static_cast<KVXCWFileServiceProgress *>(nullptr))
-            && KVXZipFile::extractFiles(base + QLatin1String(".zip"), base, files, QString())
-            && !files.isEmpty() && command->loadFromFile(files.first())
-            && m_database->model()->execute(command.get(), 0) != 0;
+        reason->clear();
+        if (!registry()->fileService()->download(name, base + QLatin1String(".zip"),
+                static_cast<KVXCWFileServiceProgress *>(nullptr)))
+            *reason = QStringLiteral("change log %1: %2")
+                          .arg(QString::number(next),
+                              failureReason(QStringLiteral("it cannot be downloaded.")));
+        else if (!KVXZipFile::extractFiles(base + QLatin1String(".zip"), base, files, QString())
+            || files.isEmpty() || !command->loadFromFile(files.first()))
+            *reason = QStringLiteral("change log %1 is damaged or cannot be stored.").arg(next);
+        else if (m_database->model()->execute(command.get(), 0) == 0)
+            *reason = m_database->errorText();
         QFile::remove(base + QLatin1String(".zip"));
         QDir(base).removeRecursively();
-        if (!applied)
+        if (!reason->isEmpty())
             return false;
     }
     return true;
@@ -206,7 +229,7 @@ bool OpenProject::fetch(const QString &name, Failure *failure)
 {
     if (!registry()->fileService()->download(name, m_guid, projectFile())) {
         *failure
-            = { 0, transferError(QStringLiteral("the server has no project file to download")) };
+            = { 0, failureReason(QStringLiteral("the server has no project file to download")) };
         return false;
     }
     QString error;
@@ -248,8 +271,8 @@ OpenProject::SaveResult OpenProject::save()
             : textOf(result.code);
         if (!contribution.error().isEmpty())
             result.text = contribution.error();
-        else if (result.code == KVXCWProjectData::MergeLogsFailed)
-            result.text += QLatin1Char(' ') + m_database->errorText();
+        else
+            result.text += reasonOf(result.code);
         return result;
     }
     if (!m_database->published(result.version))
@@ -260,6 +283,13 @@ OpenProject::SaveResult OpenProject::save()
 KVXCWProjectData::ErrorCode OpenProject::sync()
 {
     return synchronizer()->syncLogs();
+}
+
+QString OpenProject::reasonOf(KVXCWProjectData::ErrorCode code) const
+{
+    const QString reason = code == KVXCWProjectData::MergeLogsFailed ? m_database->errorText()
+                                                                     : failureReason(QString());
+    return reason.isEmpty() ? reason : QStringLiteral(" (%1)").arg(reason);
 }
 
 QString OpenProject::textOf(KVXCWProjectData::ErrorCode code)

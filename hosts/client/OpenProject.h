@@ -35,9 +35,10 @@ public:
     /// must have been created on the server and opened there.
     static std::unique_ptr<OpenProject> createBase(const QString &name, const QString &guid,
         const QString &folder, const content::Bill &bill, Failure *failure);
-    /// Opens the project on the server, then brings the local copy to the server's version.
-    static std::unique_ptr<OpenProject> open(
-        const QString &name, const QString &guid, const QString &folder, Failure *failure);
+    /// Opens the project on the server, then brings the local copy to the server's version. A copy
+    /// with unsaved edits that cannot be brought there stays as it is, and the project closed.
+    static std::unique_ptr<OpenProject> open(const QString &name, const QString &guid,
+        const QString &folder, KVXProjectDatabase::ClashChoice clash, Failure *failure);
     /// Closes the file. The project list must have closed the project before: its managers borrow
     /// the database.
     ~OpenProject();
@@ -52,10 +53,12 @@ public:
     int newId();
     SaveResult save();
     KVXCWProjectData::ErrorCode sync();
-    /// Set by open when edits of a copy that could not be brought up to date were put aside.
+    /// Set by open when a damaged copy was put aside.
     const QString &notice() const { return m_notice; }
 
     static QString textOf(KVXCWProjectData::ErrorCode code);
+    /// What stood behind a failed save or synchronisation, in brackets; empty when nobody knows.
+    QString reasonOf(KVXCWProjectData::ErrorCode code) const;
     /// Renames the local copy in the folder of a project that is not open; where receives its new
     /// path. The next opening fetches a fresh one.
     static bool putAside(const QString &folder, QString *where);
@@ -63,8 +66,8 @@ public:
 private:
     OpenProject(const QString &guid, const QString &folder);
     bool lockFolder(Failure *failure);
-    bool openLocalCopy(Failure *failure);
-    bool catchUp(int version);
+    bool openLocalCopy(KVXProjectDatabase::ClashChoice clash, Failure *failure);
+    bool catchUp(int version, QString *reason);
     bool fetch(const QString &name, Failure *failure);
     void attach();
     QString projectFile() const;
