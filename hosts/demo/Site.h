@@ -36,6 +36,10 @@ public:
     QString kvx() const;
     QString server() const;
     host::ShellProcess::Account account(const QString &email) const;
+    /// The server's database and files.
+    QString dataFolder() const { return path(QStringLiteral("data")); }
+    int brokerPort() const { return m_brokerPort; }
+    qint64 serverPid() const { return m_server.processId(); }
     const QString &error() const { return m_error; }
 
 private:

@@ -3,55 +3,12 @@
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <thread>
 
 using namespace kvx::test;
-
-namespace {
-
-struct Ended {
-    int exit = -1;
-    QString out;
-    QString err;
-};
-
-/// One command in a process of its own, as a person types it.
-Ended runKvx(const QStringList &arguments, const QByteArray &input = {})
-{
-    QProcess process;
-    process.start(site().kvx(), arguments);
-    process.write(input);
-    process.closeWriteChannel();
-    Ended ended;
-    if (!process.waitForFinished(60000))
-        return ended;
-    ended.exit = process.exitCode();
-    ended.out = QString::fromUtf8(process.readAllStandardOutput());
-    ended.err = QString::fromUtf8(process.readAllStandardError());
-    return ended;
-}
-
-QStringList as(const kvx::host::ShellProcess::Account &account, const QStringList &command)
-{
-    return QStringList { QStringLiteral("--server"), site().server(), QStringLiteral("--user"),
-        account.email, QStringLiteral("--password-file"), account.passwordFile,
-        QStringLiteral("--home"), account.home }
-    + command;
-}
-
-QString write(const QString &path, const QByteArray &content)
-{
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(content);
-    return path;
-}
-
-} // namespace
 
 TEST(CommandLine, LoginTellsWhoYouAreAndThatNotificationsArrive)
 {
@@ -68,7 +25,7 @@ TEST(CommandLine, AWrongPasswordShowsTheTriesLeft)
     Team team(1);
     const QTemporaryDir folder;
     auto account = team.account(0);
-    account.passwordFile = write(folder.filePath(QStringLiteral("p")), "wrong\n");
+    account.passwordFile = written(folder.filePath(QStringLiteral("p")), "wrong\n");
     const Ended first = runKvx(as(account, { QStringLiteral("projects") }));
     EXPECT_EQ(first.exit, 4);
     EXPECT_EQ(first.err.toStdString(), "kvx: E-mail or password is wrong. Tries left: 4.\n");
@@ -80,7 +37,7 @@ TEST(CommandLine, AServerThatIsNotThereIsNamed)
 {
     const QTemporaryDir folder;
     kvx::host::ShellProcess::Account account { QStringLiteral("a@example.com"),
-        write(folder.filePath(QStringLiteral("p")), "x\n"), folder.path() };
+        written(folder.filePath(QStringLiteral("p")), "x\n"), folder.path() };
     QStringList arguments = as(account, { QStringLiteral("projects") });
     arguments[1] = QStringLiteral("127.0.0.1:1");
     const Ended ended = runKvx(arguments);
@@ -123,7 +80,7 @@ TEST(CommandLine, AMalformedBillIsRefusedBeforeAProjectIsMade)
 {
     Team team(1);
     const QTemporaryDir folder;
-    const QString csv = write(folder.filePath(QStringLiteral("bad.csv")),
+    const QString csv = written(folder.filePath(QStringLiteral("bad.csv")),
         "number;text;unit;quantity;rate\n1;Door;pcs;two;1\n");
     const QString name = freshName(QStringLiteral("bad"));
     const QJsonObject result
@@ -168,7 +125,7 @@ TEST(CommandLine, FilesGoUpAndComeDownEqual)
     QByteArray content;
     for (int i = 0; i < 300000; ++i)
         content.append(static_cast<char>(i * 7));
-    const QString up = write(folder.filePath(QStringLiteral("plan.pdf")), content);
+    const QString up = written(folder.filePath(QStringLiteral("plan.pdf")), content);
     ASSERT_EQ(exitOf(team.member(0).run(QStringLiteral("upload ") + up)), 0);
     const QString down = folder.filePath(QStringLiteral("back.pdf"));
     ASSERT_EQ(exitOf(team.member(0).run(QStringLiteral("download plan.pdf ") + down)), 0);

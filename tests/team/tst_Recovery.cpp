@@ -1,4 +1,4 @@
-#include "Team.h"
+#include "SharedProject.h"
 #include "support/Watchdog.h"
 
 #include <QFile>
@@ -8,68 +8,6 @@
 #include <thread>
 
 using namespace kvx::test;
-
-namespace {
-
-/// Two members with one shared project that both have open.
-class SharedProject : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        const QJsonObject made
-            = anna().run(QStringLiteral("new %1 --from %2")
-                             .arg(freshName(QStringLiteral("shared")), billFile(30)));
-        ASSERT_EQ(exitOf(made), 0) << errorOf(made).toStdString();
-        guid = made.value(QLatin1String("guid")).toString();
-        ASSERT_EQ(exitOf(anna().run(
-                      QStringLiteral("permissions %1 --set %2=1").arg(guid, team.email(1)))),
-            0);
-        ASSERT_TRUE(ben().waitForEvent(QStringLiteral("projectNew")));
-        ASSERT_EQ(exitOf(ben().run(QStringLiteral("open ") + guid)), 0);
-    }
-
-    kvx::host::ShellProcess &anna() { return team.member(0); }
-    kvx::host::ShellProcess &ben() { return team.member(1); }
-    QJsonObject status(kvx::host::ShellProcess &shell)
-    {
-        return shell.run(QStringLiteral("status ") + guid);
-    }
-    int pending(kvx::host::ShellProcess &shell)
-    {
-        return status(shell).value(QLatin1String("pending")).toInt(-1);
-    }
-    int version(kvx::host::ShellProcess &shell)
-    {
-        return status(shell).value(QLatin1String("version")).toInt(-99);
-    }
-    QString digest(kvx::host::ShellProcess &shell)
-    {
-        return status(shell).value(QLatin1String("digest")).toString();
-    }
-    void edit(kvx::host::ShellProcess &shell, int item, int rate)
-    {
-        const QJsonObject result
-            = shell.run(QStringLiteral("edit %1 01.%2 rate=%3").arg(guid).arg(item).arg(rate));
-        ASSERT_EQ(exitOf(result), 0) << errorOf(result).toStdString();
-    }
-    void save(kvx::host::ShellProcess &shell)
-    {
-        const QJsonObject result = shell.run(QStringLiteral("save ") + guid, 180000);
-        ASSERT_EQ(exitOf(result), 0) << errorOf(result).toStdString();
-    }
-    void expectEqualCopies()
-    {
-        ASSERT_EQ(exitOf(anna().run(QStringLiteral("sync ") + guid)), 0);
-        ASSERT_EQ(exitOf(ben().run(QStringLiteral("sync ") + guid)), 0);
-        EXPECT_EQ(version(anna()), version(ben()));
-        EXPECT_EQ(digest(anna()).toStdString(), digest(ben()).toStdString());
-    }
-
-    Team team { 2 };
-    QString guid;
-};
-
-} // namespace
 
 TEST_F(SharedProject, UnsavedEditsSurviveAKilledHost)
 {
