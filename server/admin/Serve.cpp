@@ -10,6 +10,7 @@
 #include "notify/GuardFeed.h"
 #include "notify/Janitor.h"
 #include "notify/Publisher.h"
+#include "ocr/OcrEngine.h"
 #include "services/Dispatcher.h"
 #include "services/Password.h"
 #include "services/ProjectRecord.h"
@@ -99,6 +100,8 @@ int serve(const Config &config, const ServeOptions &options)
         });
     auto janitor = std::make_unique<Janitor>(
         environment, *pool, [&dispatcher](const std::string &key) { dispatcher->wakeHeld(key); });
+    auto ocr = std::make_unique<OcrEngine>(
+        environment, *pool, [&dispatcher](const std::string &key) { dispatcher->wakeHeld(key); });
 
     try {
         http->listen();
@@ -109,6 +112,7 @@ int serve(const Config &config, const ServeOptions &options)
         http->run();
     } catch (...) {
         janitor.reset();
+        ocr.reset();
         dispatcher->stopWorkers();
         publisher.reset();
         guard.reset();
@@ -116,6 +120,7 @@ int serve(const Config &config, const ServeOptions &options)
         throw;
     }
     janitor.reset();
+    ocr.reset();
     dispatcher->stopWorkers();
     const bool drained = publisher->stop(publisherDrain);
     const bool ended = guard->stop(guardEnd) && drained;

@@ -73,6 +73,8 @@ struct Config {
     int ocrQueue = 20;
     int ocrPerUser = 2;
     std::vector<std::string> ocrLanguages;
+    std::int64_t ocrPageTime = 60'000;
+    std::string ocrProgram;
     std::int64_t diskReserve = 1LL << 30;
     std::string timeZone;
     std::int64_t auditDays = 3650;

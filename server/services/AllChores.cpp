@@ -1,5 +1,6 @@
 #include "notify/Janitor.h"
 
+#include "ocr/OcrEngine.h"
 #include "services/GlobalLocks.h"
 #include "services/Tidying.h"
 
@@ -11,6 +12,7 @@ const std::vector<Chore> &allChores()
         { "trash", purgeTrash },
         { "blobs", sweepBlobs },
         { "global locks", endGlobalLocks },
+        { "recognition", dropOldOcrJobs },
     };
     return chores;
 }

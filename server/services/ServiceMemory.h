@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ocr/OcrWork.h"
 #include "services/ItemsTold.h"
 #include "services/LogLockPlaces.h"
 #include "services/ProjectRecord.h"
@@ -18,6 +19,7 @@ struct ServiceMemory {
     LogLockPlaces lockPlaces;
     ItemsTold itemsTold;
     BlobSweep blobSweep;
+    OcrWork ocr;
 };
 
 } // namespace kvx::server

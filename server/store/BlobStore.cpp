@@ -108,7 +108,8 @@ std::string BlobStore::dropUnused(Db &db, const std::string &last, Time before, 
             " AND NOT EXISTS (SELECT 1 FROM shared_table_revision WHERE blob = blob.sha256)"
             " AND NOT EXISTS (SELECT 1 FROM resource_package WHERE blob = blob.sha256)"
             " AND NOT EXISTS (SELECT 1 FROM ocr_job WHERE blob = blob.sha256)"
-            " AND NOT EXISTS (SELECT 1 FROM ocr_page WHERE text_blob = blob.sha256)",
+            " AND NOT EXISTS (SELECT 1 FROM ocr_page WHERE text_blob = blob.sha256)"
+            " AND NOT EXISTS (SELECT 1 FROM ocr_page WHERE pdf_blob = blob.sha256)",
             { { "sha256", sha256 } });
         if (dropped > 0)
             ::unlink(path(sha256).c_str()); // an upload of these bytes puts the file back

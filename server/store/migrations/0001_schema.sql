@@ -320,6 +320,7 @@ CREATE TABLE ocr_page (
     page INTEGER NOT NULL,
     state INTEGER NOT NULL,
     text_blob CHAR(64) REFERENCES blob (sha256),
+    pdf_blob CHAR(64) REFERENCES blob (sha256),
     code INTEGER NOT NULL DEFAULT 0,
     message TEXT NOT NULL DEFAULT '',
     seq BIGINT NOT NULL DEFAULT 0,
