@@ -87,7 +87,7 @@ CLI::Option *addOption(CLI::App &app, const CommandOption &option)
     if (number)
         added->check(wholeNumber);
     if (many && option.isWord())
-        added->expected(1, mostWords);
+        added->expected(1, mostWords)->allow_extra_args(true);
     else if (many)
         added->take_all()->allow_extra_args(false);
     else
@@ -141,6 +141,17 @@ int fail(const Options &options, ExitCode code, const std::string &text)
     return code;
 }
 
+/// What was missing may be a misspelt command or option: that is named first.
+std::string usageText(const CLI::App &app, const CLI::ParseError &error)
+{
+    const std::vector<std::string> unknown = app.remaining(true);
+    const bool missing = dynamic_cast<const CLI::RequiredError *>(&error) != nullptr;
+    const std::string text = missing && !unknown.empty()
+        ? '"' + unknown.front() + "\" is no command or option here"
+        : error.what();
+    return text + "; --help tells what there is";
+}
+
 } // namespace
 
 int runCommandLine(int argc, char **argv)
@@ -170,11 +181,10 @@ int runCommandLine(int argc, char **argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        const bool json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
-        if (!json || error.get_exit_code() == 0)
-            return app.exit(error) == 0 ? ExitDone : ExitUsage;
-        options.json = true;
-        return fail(options, ExitUsage, error.what());
+        if (error.get_exit_code() == 0)
+            return app.exit(error);
+        options.json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
+        return fail(options, ExitUsage, usageText(app, error));
     }
 
     try {
