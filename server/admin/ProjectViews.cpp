@@ -26,7 +26,7 @@ int listRemoved(AdminSession &session)
 Listing editorsOf(Db &db, std::int64_t projectId)
 {
     Listing listing({ { "email", "Open at" }, { "name", "Name" }, { "since", "Since" } });
-    for (const auto &editor : OpenStore(db).editors(projectId, 0))
+    for (const auto &editor : OpenStore(db).opened(projectId))
         listing.add({ editor.email, editor.name, Cell::time(editor.since) });
     return listing;
 }

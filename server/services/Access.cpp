@@ -59,7 +59,8 @@ std::optional<Reply> refuseOpenElsewhere(Call &call, std::int64_t projectId)
     const Caller &caller = call.caller();
     const auto open = OpenStore(call.db()).of(projectId, caller.userId);
     if (!open || open->sessionId == caller.sessionId || open->device == caller.device
-        || !isSessionPresent(call.config(), call.now(), open->lastSeen))
+        || !isSessionPresent(call.config(), call.now(), open->lastSeen)
+        || !isSessionLive(call.config(), call.now(), open->lastSeen, open->ends, open->holdsLock))
         return std::nullopt;
     return Reply::refused(StatusCode::OpenElsewhere, { open->device });
 }
@@ -84,8 +85,8 @@ void announceItems(Call &call, std::int64_t projectId, const std::string &guid,
     call.announce(itemsAnnouncement(projectId, guid, command, module));
 }
 
-void announceWholeRecord(Call &call, std::int64_t projectId, const std::string &command,
-    std::vector<std::string> alsoTo)
+void announceWholeRecord(
+    Call &call, std::int64_t projectId, const std::string &command, std::vector<std::string> alsoTo)
 {
     Announcement announcement;
     announcement.type = "notifymsg_projectlist";

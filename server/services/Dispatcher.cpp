@@ -262,8 +262,11 @@ Reply Dispatcher::runInTransaction(Db &db, Run &run, Call &call)
     bool touchDue = false;
     {
         Transaction transaction(db, writes ? Transaction::Kind::Write : Transaction::Kind::Read);
-        if (auto refusal = admit(db, exchange, call, touchDue))
+        if (const auto refusal = admit(db, exchange, call, touchDue)) {
+            if (touchDue)
+                touchLater(exchange.sessionId); // a refused request was a request
             return *refusal;
+        }
         if (run.continuation)
             reply = run.continuation(call);
         else if (run.step == Step::BeforeUpload)

@@ -37,7 +37,7 @@ Reply closeProject(Call &call)
     OpenStore opens(call.db());
     const auto open = opens.of(project->id, caller.userId);
     if (opens.close(project->id, caller.userId, caller.sessionId) || !open
-        || call.now() - open->lastSeen >= call.config().sessionIdle)
+        || !isSessionLive(call.config(), call.now(), open->lastSeen, open->ends, open->holdsLock))
         return Reply::ok();
     call.keepChanges();
     return Reply::refused(StatusCode::NotOpenHere);
@@ -80,8 +80,8 @@ ServiceRule rulesOfLock(const Request &request)
 Reply onlineEditors(Call &call)
 {
     std::string users = "[";
-    for (const auto &editor : OpenStore(call.db()).editors(
-             call.project().id, call.now() - call.config().sessionPresence)) {
+    for (const auto &editor :
+        OpenStore(call.db()).editors(call.project().id, call.config(), call.now())) {
         if (users.size() > 1)
             users += ',';
         users += "{\"Name\":" + jsonText(editor.name) + ",\"Email\":" + jsonText(editor.email)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace kvx::server {
@@ -9,6 +10,9 @@ namespace kvx::server {
 std::string hashPassword(const std::string &password);
 
 bool verifyPassword(const std::string &hash, const std::string &password);
+
+/// How many passwords this process has verified: each costs the same, right or wrong. Any thread.
+std::uint64_t verifiedPasswords();
 
 /// Whether the hash was made with other parameters than hashPassword's.
 bool needsRehash(const std::string &hash);

@@ -108,8 +108,7 @@ Reply updateAdditionalInfo(Call &call)
 
 std::optional<Reply> refuseRemoval(Call &call, const ProjectAccess &project)
 {
-    const auto editors
-        = OpenStore(call.db()).editors(project.id, call.now() - call.config().sessionPresence);
+    const auto editors = OpenStore(call.db()).editors(project.id, call.config(), call.now());
     if (!editors.empty())
         return Reply::refused(StatusCode::ProjectInUse, { joined(editors) });
     if (!project.lockedBy.empty())

@@ -1,5 +1,8 @@
 #include "store/OpenStore.h"
 #include "store/Db.h"
+#include "store/SessionStore.h"
+
+#include <algorithm>
 
 namespace kvx::server {
 
@@ -8,28 +11,45 @@ using I = std::int64_t;
 std::optional<OpenStore::Open> OpenStore::of(std::int64_t projectId, std::int64_t userId)
 {
     std::optional<Open> found;
-    m_db.each<I, std::string, I>("SELECT s.id, s.device, s.last_seen FROM project_open o JOIN "
-                                 "session s ON s.id = o.session_id"
-                                 " WHERE o.project_id = :project AND o.user_id = :user",
+    m_db.each<I, std::string, I, I, bool>(
+        "SELECT s.id, s.device, s.last_seen, s.ends,"
+        " EXISTS (SELECT 1 FROM project p WHERE p.lock_session = s.id)"
+        " FROM project_open o JOIN session s ON s.id = o.session_id"
+        " WHERE o.project_id = :project AND o.user_id = :user",
         { { "project", projectId }, { "user", userId } },
-        [&found](I session, std::string device, I seen) {
-            found = Open { session, std::move(device), seen };
+        [&found](I session, std::string device, I seen, I ends, bool holdsLock) {
+            found = Open { session, std::move(device), seen, ends, holdsLock };
         });
     return found;
 }
 
-std::vector<OpenStore::Editor> OpenStore::editors(std::int64_t projectId, Time seenAfter)
+std::vector<OpenStore::Editor> OpenStore::opened(std::int64_t projectId)
 {
     std::vector<Editor> editors;
-    m_db.each<I, std::string, std::string, I>(
-        "SELECT u.id, u.name, u.email, o.since FROM project_open o"
+    m_db.each<I, std::string, std::string, I, I, I, bool>(
+        "SELECT u.id, u.name, u.email, o.since, s.last_seen, s.ends,"
+        " EXISTS (SELECT 1 FROM project p WHERE p.lock_session = s.id) FROM project_open o"
         " JOIN session s ON s.id = o.session_id JOIN users u ON u.id = o.user_id"
-        " WHERE o.project_id = :project AND s.last_seen >= :seen ORDER BY o.since, u.id",
-        { { "project", projectId }, { "seen", seenAfter } },
-        [&editors](I user, std::string name, std::string email, I since) {
-            editors.push_back({ user, std::move(name), std::move(email), since });
+        " WHERE o.project_id = :project ORDER BY o.since, u.id",
+        { { "project", projectId } },
+        [&editors](
+            I user, std::string name, std::string email, I since, I seen, I ends, bool holdsLock) {
+            editors.push_back(
+                { user, std::move(name), std::move(email), since, seen, ends, holdsLock });
         });
     return editors;
+}
+
+std::vector<OpenStore::Editor> OpenStore::editors(
+    std::int64_t projectId, const Config &config, Time now)
+{
+    std::vector<Editor> present = opened(projectId);
+    const auto absent = [&](const Editor &editor) {
+        return !isSessionPresent(config, now, editor.lastSeen)
+            || !isSessionLive(config, now, editor.lastSeen, editor.ends, editor.holdsLock);
+    };
+    present.erase(std::remove_if(present.begin(), present.end(), absent), present.end());
+    return present;
 }
 
 void OpenStore::set(std::int64_t projectId, std::int64_t userId, std::int64_t sessionId, Time now)

@@ -591,6 +591,38 @@ void addShared(Rows &rows)
         { "comresource/download", "", "", just("comresource/download"), always({ 670 }), {}, "" });
 }
 
+/// Each to his own jobs, the administrator too.
+void addRecognition(Rows &rows)
+{
+    const auto byId = [](const char *service) {
+        return [=](const World &world, Caller, Object object) {
+            return Message(service).set("JobID", world.job(object)).set("After", 0).set("Wait", 0);
+        };
+    };
+    const auto mine = [](Outcome granted) {
+        return [=](Caller caller, Object object) {
+            return caller == Caller::Creator && object == Object::Own ? granted : Outcome { 682 };
+        };
+    };
+    rows.push_back({ "submit", "in a language that is not there", "",
+        [](const World &, Caller, Object) {
+            return Message("submit")
+                .set("FileName", "scan.pdf")
+                .raw("Languages", R"(["xyz"])")
+                .set("ExportType", 0)
+                .raw("PageIndexes", "[]");
+        },
+        always({ 681 }), {}, "a scan" });
+    rows.push_back({ "state", "", "", byId("state"), mine(unchanged), {}, "" });
+    rows.push_back({ "result", "of a job that waits", "",
+        [](const World &world, Caller, Object object) {
+            return Message("result").set("JobID", world.job(object)).set("PageIndex", 0);
+        },
+        always({ 682 }), {}, "" });
+    rows.push_back({ "cancel", "", "", byId("cancel"), mine({}), {}, "" });
+    rows.push_back({ "languages", "", "", just("languages"), always(unchanged), {}, "" });
+}
+
 } // namespace
 
 const std::vector<Expectation> &accessModel()
@@ -605,6 +637,7 @@ const std::vector<Expectation> &accessModel()
         addItems(rows);
         addTemplates(rows);
         addShared(rows);
+        addRecognition(rows);
         return rows;
     }();
     return model;

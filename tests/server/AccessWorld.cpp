@@ -3,6 +3,7 @@
 #include "base/JsonText.h"
 #include "services/FileNames.h"
 #include "services/Password.h"
+#include "store/OcrStore.h"
 #include "store/TableStore.h"
 #include "store/UserStore.h"
 
@@ -37,6 +38,8 @@ std::string replaced(
 } // namespace
 
 World::World()
+    // No page is recognised here.
+    : m_harness([](Config &config) { config.ocrWorkers = 0; })
 {
     RoleRights author;
     author.uploadReportSetting = true;
@@ -71,6 +74,7 @@ World::World()
                        .set("IDs", "50;"));
         owner->askAs(Message("newprojectgroup").set("Name", group(object)).set("Type", "Tender"));
         addTemplate(object, *owner);
+        addJob(object, *owner);
         owner->askAs(Message("GlobalLock")
                          .set("lockType", lockType(object))
                          .set("lockedAuthorName", "somebody")
@@ -166,6 +170,11 @@ int World::lockType(Object object) const
     return 1 + static_cast<int>(object);
 }
 
+std::string World::job(Object object) const
+{
+    return std::string("job-") + nameOf(object);
+}
+
 std::string World::table(Object object) const
 {
     return std::string("Table_") + nameOf(object);
@@ -186,6 +195,18 @@ void World::addTemplate(Object object, const Session &owner)
                                         .set("author", "A")
                                         .set("authorEmail", owner.email));
     m_templates[object] = made.text("templateID");
+}
+
+void World::addJob(Object object, const Session &owner)
+{
+    Db &db = m_harness.db();
+    Transaction transaction(db, Transaction::Kind::Write);
+    db.run("INSERT INTO blob (sha256, size, created) VALUES (:blob, 1, 1)",
+        { { "blob", job(object) } });
+    OcrStore(db).add({ job(object), owner.userId, job(object), "scan.pdf", "eng", 0,
+                         OcrStore::JobState::Queued, 1 },
+        { 0 });
+    transaction.commit();
 }
 
 int World::send(Caller caller, const Expectation &row, Message message)

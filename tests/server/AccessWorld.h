@@ -23,6 +23,7 @@ public:
     std::string templateId(Object object) const;
     std::string templateName(Object object) const;
     int lockType(Object object) const;
+    std::string job(Object object) const;
     std::string table(Object object) const;
     /// The role table as it is read; with a change that is right, and with an unknown user.
     std::string roles(Object object) const;
@@ -41,6 +42,7 @@ public:
 private:
     int send(Caller caller, const Expectation &row, Message message);
     void addTemplate(Object object, const Session &owner);
+    void addJob(Object object, const Session &owner);
     void keepSnapshot();
 
     ServiceHarness m_harness;

@@ -133,6 +133,7 @@ public:
     void pass(server::Time milliseconds) { m_clock->advance(milliseconds); }
     const server::Environment &environment() const { return *m_environment; }
     server::Dispatcher &dispatcher() { return *m_dispatcher; }
+    server::DbPool &pool() { return *m_pool; }
     std::string folder() const { return m_folder.path; }
 
     struct Sent {

@@ -72,6 +72,28 @@ TEST(Access, IsWhatTheModelSaysAndARefusalChangesNothing)
     EXPECT_GT(cases, 1300);
 }
 
+TEST(Access, WithoutARoleOneWorksWhereOneIsListed)
+{
+    ServiceHarness harness([](kvx::server::Config &config) { config.ocrWorkers = 0; });
+    const Session anna = harness.join("anna@example.com");
+    const Session dana = harness.join("dana@example.com", "");
+    ASSERT_EQ(anna.ask(newProject(anna, guidOf(1), "School")).status(), 1);
+    ASSERT_EQ(permit(anna, guidOf(1), { { "dana@example.com", "1,1,1,1" } }).status(), 1);
+    EXPECT_EQ(dana.askAs(Message("getroles")).status(), 1);
+    EXPECT_EQ(dana.ask(Message("openproject").set("ProjectGUID", guidOf(1))).status(), 1);
+    EXPECT_EQ(save(dana, guidOf(1), -1).status(), 1);
+    EXPECT_EQ(dana.upload("mine.txt", "a file").status(), 1);
+    EXPECT_EQ(dana.ask(newProject(dana, guidOf(2), "Hers")).status(), 300);
+    EXPECT_EQ(
+        dana.askAs(Message("newprojectgroup").set("Name", "G").set("Type", "Tender")).status(),
+        300);
+    EXPECT_EQ(dana.askAs(Message("languages")).status(), 300);
+    Message scan("submit");
+    scan.set("FileName", "scan.pdf").raw("Languages", "[\"eng\"]");
+    EXPECT_EQ(
+        dana.upload(scan.set("ExportType", 0).raw("PageIndexes", "[]"), "a scan").status(), 300);
+}
+
 TEST(Access, NobodyActsInAnothersName)
 {
     World world;
