@@ -30,6 +30,8 @@ void addProjectCommands(CLI::App &app, Action &action);
 void addContentCommands(CLI::App &app, Action &action);
 void addDataCommands(CLI::App &app, Action &action);
 void addFileCommands(CLI::App &app, Action &action);
+void addUserCommands(CLI::App &app, Action &action);
+void addRoleCommands(CLI::App &app, Action &action);
 
 /// All of them.
 void addCommands(CLI::App &app, Action &action);

@@ -16,6 +16,21 @@ void put(std::FILE *stream, const QString &text)
     std::fflush(stream);
 }
 
+QString rightsSentence(const QJsonObject &data)
+{
+    const auto names = [&data](const char *key) {
+        return data.value(QLatin1String(key)).toVariant().toStringList().join(QLatin1String(", "));
+    };
+    QStringList parts;
+    if (!names("granted").isEmpty())
+        parts.append(QStringLiteral("you now have %1").arg(names("granted")));
+    if (!names("withdrawn").isEmpty())
+        parts.append(QStringLiteral("you no longer have %1").arg(names("withdrawn")));
+    const QString what
+        = parts.isEmpty() ? QStringLiteral("another one decides") : parts.join(QLatin1String("; "));
+    return QStringLiteral("Your role was changed: %1.").arg(what);
+}
+
 QString sentenceOf(const QString &name, const QJsonObject &data)
 {
     const QString project = data.value(QLatin1String("project")).toString();
@@ -38,6 +53,10 @@ QString sentenceOf(const QString &name, const QJsonObject &data)
         return QStringLiteral("You no longer have access to a project.");
     if (name == QLatin1String("projectClosed"))
         return QStringLiteral("A project was closed because you no longer have access to it.");
+    if (name == QLatin1String("rightsChanged"))
+        return rightsSentence(data);
+    if (name == QLatin1String("templatesChanged"))
+        return QStringLiteral("The report templates were changed.");
     if (name == QLatin1String("connectionLost"))
         return QStringLiteral("The connection for notifications is lost (%1); trying again.")
             .arg(data.value(QLatin1String("error")).toString());

@@ -177,17 +177,6 @@ int lockProject(Context &context, const Arguments &arguments)
             : QStringLiteral("The project is locked for you."));
 }
 
-int showEditors(Context &context, const Arguments &arguments)
-{
-    const KVXProjectInfo *info = findProject(context, arguments.project);
-    if (!info)
-        return Refused;
-    const QStringList names = list()->onlineEditors(info->guid());
-    return context.output.done(names.isEmpty() ? QStringLiteral("Nobody has the project open.")
-                                               : names.join(QLatin1String(", ")),
-        { { QStringLiteral("editors"), QJsonArray::fromStringList(names) } });
-}
-
 QStringList levels(const KVXProjectInfo::Permissions &permissions)
 {
     QStringList row;
@@ -292,7 +281,6 @@ void addProjectCommands(CLI::App &app, Action &action)
     add("close", "Close a project", closeProject);
     add("lock", "Keep others from opening or changing a project", lockProject)
         ->add_flag("--release", arguments->release, "Give the lock back");
-    add("who", "Show who has a project open", showEditors);
     CLI::App *rights
         = add("permissions", "Show or change who may do what in a project", permissions);
     rights->add_option("--set", arguments->grants,

@@ -64,6 +64,8 @@ void addCommands(CLI::App &app, Action &action)
     addContentCommands(app, action);
     addDataCommands(app, action);
     addFileCommands(app, action);
+    addUserCommands(app, action);
+    addRoleCommands(app, action);
 }
 
 } // namespace kvx::cli

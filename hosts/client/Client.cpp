@@ -1,13 +1,17 @@
 #include "client/Client.h"
 
+#include "client/PermissionNames.h"
+
 #include <KVXCollaboration/KVXCWIDManager.h>
 #include <KVXCollaboration/KVXCWLogin.h>
 #include <KVXCollaboration/KVXCWMessage.h>
 #include <KVXCollaboration/KVXCWProjectList.h>
 #include <KVXCollaboration/KVXCWUser.h>
 #include <KVXCollaboration/KVXCollaborator.h>
+#include <KVXCollaboration/KVXReportTemplateMgr.h>
 #include <KVXNetwork/KVXNetwork.h>
 #include <QElapsedTimer>
+#include <QJsonArray>
 #include <QThread>
 #include <QUrl>
 #include <QUuid>
@@ -83,16 +87,12 @@ int Client::triesLeft() const
     return managers()->loginManager()->leftCount();
 }
 
-/// Without a request for some minutes the server takes the user for absent, later it ends the
-/// session. A plug-in without a user manager leaves the request to the host.
+/// Without a request for some minutes the server takes the user for absent; later it ends the
+/// session, and then only a new login helps.
 void Client::keepAlive()
 {
-    if (KVXCWUser *users = managers()->userManager()) {
-        users->keepAlive();
-        return;
-    }
-    postService({ { QStringLiteral("service"), QStringLiteral("keepactive") },
-        { QStringLiteral("Email"), m_options.email } });
+    if (managers()->userManager()->keepAlive() == KVXNotLoggedIn && !m_reconnect.isActive())
+        reconnect();
 }
 
 QJsonObject Client::postService(const QJsonObject &request) const
@@ -167,18 +167,12 @@ void Client::connectSignals()
         [this] { report(QStringLiteral("listChanged"), QString()); });
     // Queued: the list is still at work when it says that a project must go.
     connect(
-        list, &KVXCWProjectList::projCloseByPermRemoved, this,
-        [this] {
-            KVXCWProjectList *projects = managers()->projectListManager();
-            for (auto at = m_open.begin(); at != m_open.end();) {
-                const QString guid = (at++)->first;
-                if (!projects->getProjectInfoByGUID(guid)) {
-                    close(guid);
-                    report(QStringLiteral("projectClosed"), guid);
-                }
-            }
-        },
+        list, &KVXCWProjectList::projCloseByPermRemoved, this, [this] { closeWithoutAccess(); },
         Qt::QueuedConnection);
+    connect(managers()->userManager(), &KVXCWUser::currentUserPermissionChanged, this,
+        [this](const Permissions &before, const Permissions &now) { onRights(before, now); });
+    connect(managers()->reportTemplateManager(), &KVXReportTemplateMgr::templateInfoChanged, this,
+        [this] { emit happened(QStringLiteral("templatesChanged"), {}); });
     connect(managers()->messager(), &KVXCWMessage::notify, this, &Client::onNotify,
         Qt::QueuedConnection);
 }
@@ -196,6 +190,41 @@ void Client::report(const QString &event, const QString &guid)
     if (isOpen(guid))
         data.insert(QStringLiteral("version"), m_open.at(guid)->database().logVersion());
     emit happened(event, data);
+}
+
+void Client::closeWithoutAccess()
+{
+    for (auto at = m_open.begin(); at != m_open.end();) {
+        const QString guid = (at++)->first;
+        if (!managers()->projectListManager()->getProjectInfoByGUID(guid)) {
+            close(guid);
+            report(QStringLiteral("projectClosed"), guid);
+        }
+    }
+}
+
+/// What a role opens or closes is not announced project by project.
+void Client::onRights(const Permissions &before, const Permissions &now)
+{
+    if (before == now)
+        return;
+    readListAnew();
+    const auto without = [](QStringList names, const QStringList &others) {
+        for (const QString &name : others)
+            names.removeAll(name);
+        return QJsonArray::fromStringList(names);
+    };
+    const QStringList had = namesOf(before);
+    const QStringList has = namesOf(now);
+    emit happened(QStringLiteral("rightsChanged"),
+        { { QStringLiteral("granted"), without(has, had) },
+            { QStringLiteral("withdrawn"), without(had, has) } });
+}
+
+void Client::readListAnew()
+{
+    if (managers()->projectListManager()->syncProjectList())
+        closeWithoutAccess();
 }
 
 void Client::onNotify(const QJsonObject &message)
@@ -227,9 +256,8 @@ void Client::reconnect()
 
 void Client::resynchronise()
 {
-    managers()->projectListManager()->syncProjectList();
-    if (KVXCWUser *users = managers()->userManager())
-        users->syncToLocal();
+    readListAnew();
+    managers()->userManager()->syncToLocal();
     for (const auto &[guid, project] : m_open) {
         project->sync();
         project->ids()->syncCheckOutStates();

@@ -4,6 +4,7 @@
 #include "client/OpenProject.h"
 
 #include <KVXCollaboration/KVXErrorCode.h>
+#include <KVXCollaboration/KVXRole.h>
 #include <KVXCollaboration/TProjectsType.h>
 #include <QJsonObject>
 #include <QMap>
@@ -68,6 +69,9 @@ public:
     /// where.
     OpenProject *discard(const QString &guid, QString *where, OpenProject::Failure *failure);
 
+    /// Reads the project list again and closes what the user may no longer see.
+    void readListAnew();
+
     /// Who holds the project's save lock and since when; empty when it is free.
     QString saveLockHolder(const OpenProject &project) const;
     /// The same once the lock has come free or that many seconds are over; the server may hold the
@@ -80,12 +84,16 @@ Q_SIGNALS:
     void happened(const QString &event, const QJsonObject &data);
 
 private:
+    using Permissions = QMap<KVXRole::RolePermissionType, int>;
+
     KVXErrorCode login();
     void keepAlive();
     QJsonObject postService(const QJsonObject &request) const;
     void connectSignals();
     void report(const QString &event, const QString &guid);
     void onNotify(const QJsonObject &message);
+    void onRights(const Permissions &before, const Permissions &now);
+    void closeWithoutAccess();
     void reconnect();
     void resynchronise();
     QString folderOf(const QString &guid) const;

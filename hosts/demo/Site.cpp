@@ -159,7 +159,7 @@ bool Site::startServer()
     return false;
 }
 
-bool Site::addUser(const QString &email, const QString &name)
+bool Site::addUser(const QString &email, const QString &name, const QString &role)
 {
     QFile file(account(email).passwordFile);
     if (!writePassword(file.fileName()))
@@ -168,13 +168,20 @@ bool Site::addUser(const QString &email, const QString &name)
         m_error = file.errorString();
         return false;
     }
+    QStringList arguments { QStringLiteral("user"), QStringLiteral("add"), email,
+        QStringLiteral("--name"), name };
+    if (!role.isEmpty())
+        arguments << QStringLiteral("--role") << role;
+    return administer(arguments, file.readAll());
+}
+
+bool Site::administer(const QStringList &arguments, const QByteArray &input)
+{
     QProcess command;
     command.setProcessChannelMode(QProcess::MergedChannels);
     command.start(m_build + QLatin1String("/server/kvx-server"),
-        { QStringLiteral("user"), QStringLiteral("add"), QStringLiteral("--data"),
-            path(QStringLiteral("data")), email, QStringLiteral("--name"), name,
-            QStringLiteral("--role"), QStringLiteral("Estimator") });
-    command.write(file.readAll());
+        arguments + QStringList { QStringLiteral("--data"), path(QStringLiteral("data")) });
+    command.write(input);
     command.closeWriteChannel();
     if (command.waitForFinished(30000) && command.exitCode() == 0)
         return true;
@@ -196,6 +203,12 @@ host::ShellProcess::Account Site::account(const QString &email) const
 {
     return { email, path(email + QLatin1String(".password")),
         path(email + QLatin1String(".home")) };
+}
+
+host::ShellProcess::Account Site::administrator() const
+{
+    return { QStringLiteral("admin@localhost"), path(QStringLiteral("admin.password")),
+        path(QStringLiteral("admin.home")) };
 }
 
 } // namespace kvx::demo

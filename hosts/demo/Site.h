@@ -30,12 +30,18 @@ public:
     bool startServer();
     void stopServer();
     void killServer();
-    /// Makes an account with a random password.
-    bool addUser(const QString &email, const QString &name);
+    /// Makes an account with a random password; an empty role gives it none.
+    bool addUser(const QString &email, const QString &name,
+        const QString &role = QStringLiteral("Estimator"));
+
+    /// A command of kvx-server on this server's data.
+    bool administer(const QStringList &arguments, const QByteArray &input = {});
 
     QString kvx() const;
     QString server() const;
     host::ShellProcess::Account account(const QString &email) const;
+    /// The one that the server makes at its first start.
+    host::ShellProcess::Account administrator() const;
     /// The server's database and files.
     QString dataFolder() const { return path(QStringLiteral("data")); }
     int brokerPort() const { return m_brokerPort; }
