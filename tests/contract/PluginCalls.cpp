@@ -12,6 +12,7 @@
 #include "resources/KVXGlobalLockMgrImpl.h"
 #include "resources/KVXReportTemplateMgrImpl.h"
 #include "support/FakeHost.h"
+#include "users/KVXCWUserImpl.h"
 
 #include <KVXCollaboration/KVXCollaborator.h>
 #include <KVXCollaboration/KVXRole.h>
@@ -102,6 +103,20 @@ public:
         m_projectList = std::make_unique<KVXCWProjectListImpl>();
         begin();
         return *m_projectList;
+    }
+
+    /// The manager of the user whose e-mail is the first argument. Its table is the one that the
+    /// exchange's request holds, if any.
+    KVXCWUserImpl &users()
+    {
+        host.setUser(QString(), text(0));
+        const QJsonObject request = objectOf(m_exchange["request"]);
+        host.network.answerOnce(QStringLiteral("getroles"),
+            { { QStringLiteral("statuscode"), 1 },
+                { QStringLiteral("Roles"), request.value(QLatin1String("Roles")) } });
+        m_users = std::make_unique<KVXCWUserImpl>();
+        begin();
+        return *m_users;
     }
 
     KVXReportTemplateMgrImpl &templates()
@@ -233,6 +248,7 @@ private:
     KVXGlobalLockMgrImpl m_globalLocks;
     KVXCWCommonImpl m_common { [this] { return now; } };
     std::unique_ptr<KVXCWProjectListImpl> m_projectList;
+    std::unique_ptr<KVXCWUserImpl> m_users;
     KVXCWProjectDataImpl *m_projectData = nullptr; // owned by the registry
     KVXCWIDManagerImpl *m_idManager = nullptr; // owned by the registry
 };
@@ -375,6 +391,42 @@ QJsonValue checkOutNewItems(PluginBench &bench)
     KVXCWIDManagerImpl &items = bench.idManager();
     items.registerCreatedItems(bench.number(1), { 1 });
     return items.checkOutNewItems();
+}
+
+/// Argument: the user. Roles as "name: e-mail e-mail".
+QJsonValue syncRoles(PluginBench &bench)
+{
+    KVXCWUserImpl &users = bench.users();
+    QJsonObject result { { QStringLiteral("returned"), users.syncToLocal() } };
+    QJsonArray roles;
+    for (const KVXRole *role : users.roles()) {
+        QStringList words { role->name() + QLatin1Char(':') };
+        for (const KVXUser *user : role->users())
+            words.append(user->email());
+        roles.append(words.join(QLatin1Char(' ')));
+    }
+    result.insert(QStringLiteral("roles"), roles);
+    if (const KVXRole *role = bench.host.login->user->role())
+        result.insert(QStringLiteral("role"), role->name());
+    return result;
+}
+
+/// Argument: the user. Sends what it has read.
+QJsonValue updateRoles(PluginBench &bench)
+{
+    KVXCWUserImpl &users = bench.users();
+    return QJsonObject { { QStringLiteral("returned"), users.updateRoles() },
+        { QStringLiteral("statuscode"), users.statusCode() } };
+}
+
+/// Arguments: the user, whose version, which.
+QJsonValue updateUserProductVersion(PluginBench &bench)
+{
+    KVXUser user(QString(), bench.text(1));
+    const bool updated = bench.users().updateUserProductVersion(
+        &user, static_cast<KVXUser::KVXUserVersion>(bench.number(2)));
+    return QJsonObject { { QStringLiteral("returned"), updated },
+        { QStringLiteral("version"), user.version() } };
 }
 
 /// With what the manager says about a refusal.
@@ -580,6 +632,10 @@ const QMap<QString, Operation> &operations()
         { QStringLiteral("existsProjectGroup"),
             [](B &b) { return b.projectList().existsProjectGroup(b.text(0)); } },
         { QStringLiteral("updatePermissions"), updatePermissions },
+        { QStringLiteral("syncRoles"), syncRoles },
+        { QStringLiteral("updateRoles"), updateRoles },
+        { QStringLiteral("updateUserProductVersion"), updateUserProductVersion },
+        { QStringLiteral("keepAlive"), [](B &b) { return b.users().keepAlive(); } },
         { QStringLiteral("uploadTemplate"), uploadTemplate },
         { QStringLiteral("downloadTemplate"), downloadTemplate },
         { QStringLiteral("queryTemplates"), queryTemplates },

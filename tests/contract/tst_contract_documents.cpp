@@ -27,11 +27,6 @@ using Names = std::set<std::string>;
 
 /// Services that the plug-in does not send, with the reason.
 const std::map<std::string, std::string> onlyOnTheServer {
-    { "getroles", "sent by the user manager, which is not part of the plug-in yet" },
-    { "keepactive", "sent by the user manager, which is not part of the plug-in yet" },
-    { "updateroles", "sent by the user manager, which is not part of the plug-in yet" },
-    { "updateuserproductversion",
-        "sent by the user manager, which is not part of the plug-in yet" },
     { "server", "read by a search for servers: the transport's, on a path of its own" },
 };
 
