@@ -38,7 +38,7 @@ BrokerProducer::BrokerProducer(
 BrokerProducer::~BrokerProducer()
 {
     try {
-        close();
+        BrokerProducer::close();
     } catch (...) {
         // A destructor has nobody to tell.
     }

@@ -6,7 +6,7 @@
 #include <cms/MessageFormatException.h>
 #include <cms/MessageNotWriteableException.h>
 
-#include <cstring>
+#include <algorithm>
 
 namespace kvx::openwire {
 
@@ -89,7 +89,7 @@ unsigned char *PlainBytesMessage::getBodyBytes() const
     if (bytes.empty())
         return nullptr;
     auto *copy = new unsigned char[bytes.size()];
-    std::memcpy(copy, bytes.data(), bytes.size());
+    std::copy(bytes.begin(), bytes.end(), copy);
     return copy;
 }
 

@@ -111,6 +111,8 @@ void KVXCWMessageImpl::releaseLink(kvx::LinkCloser::Deadline deadline)
 
 void KVXCWMessageImpl::onMessage(const cms::Message *message)
 {
+    if (!message)
+        return;
     try {
         const auto *text = dynamic_cast<const cms::TextMessage *>(message);
         if (!text) {

@@ -46,7 +46,7 @@ bool KVXCWProjectListImpl::syncProjectList()
     for (const QJsonValue &project : projects) {
         auto record = kvx::readProjectRecord(project.toObject());
         m_projects[record->type()].append(record.get());
-        record.release();
+        static_cast<void>(record.release());
     }
     attachOpenProjects();
     emit endUpdate();
@@ -84,7 +84,7 @@ void KVXCWProjectListImpl::append(std::unique_ptr<KVXProjectInfo> record)
         record->status(KVXProjectInfo::Opened);
     }
     m_projects[record->type()].append(record.get());
-    record.release();
+    static_cast<void>(record.release());
 }
 
 /// Deletes the first record of the project. Under the write lock.

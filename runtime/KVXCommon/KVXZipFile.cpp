@@ -90,7 +90,7 @@ bool writeArchive(const QString &path, const QMap<QString, QString> &files, cons
     }
     if (keys.size() != files.size() || zip_close(archive.get()) != 0)
         return false;
-    archive.release(); // closed and freed
+    static_cast<void>(archive.release()); // closed and freed
     return true;
 }
 

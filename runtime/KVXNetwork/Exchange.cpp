@@ -188,7 +188,7 @@ size_t Exchange::onHeader(char *line, size_t size, size_t count, void *self)
     auto *exchange = static_cast<Exchange *>(self);
     const bool wasComplete = exchange->m_head.complete();
     exchange->m_answered = true;
-    if (!exchange->m_head.add(line, static_cast<qint64>(size * count))) {
+    if (!exchange->m_head.add(line, static_cast<qint64>(size) * static_cast<qint64>(count))) {
         exchange->refuse(QStringLiteral("The answer of %1 is too large.").arg(exchange->m_server));
         return 0;
     }
@@ -216,7 +216,7 @@ bool Exchange::headerEnded()
 size_t Exchange::onBody(char *bytes, size_t size, size_t count, void *self)
 {
     auto *exchange = static_cast<Exchange *>(self);
-    const auto length = static_cast<qint64>(size * count);
+    const auto length = static_cast<qint64>(size) * static_cast<qint64>(count);
     exchange->m_head.bodyBegan();
     if (exchange->bodyIsFile()) {
         if (exchange->m_target->write(bytes, length))
@@ -245,7 +245,8 @@ int Exchange::onProgress(void *self, curl_off_t, curl_off_t done, curl_off_t, cu
 size_t Exchange::onRead(char *buffer, size_t size, size_t count, void *self)
 {
     auto *exchange = static_cast<Exchange *>(self);
-    const qint64 got = exchange->m_file->read(buffer, static_cast<qint64>(size * count));
+    const qint64 got
+        = exchange->m_file->read(buffer, static_cast<qint64>(size) * static_cast<qint64>(count));
     if (got >= 0)
         return static_cast<size_t>(got);
     exchange->refuse(QStringLiteral("The file became shorter or unreadable while it was sent."));

@@ -53,7 +53,7 @@ bool openOwnRegularFile(QFile &file, const QString &path, QString &error)
             error = whyNotOwnRegularFile(path, false, true);
         return false;
     }
-    struct stat status;
+    struct stat status = {};
     if (::fstat(descriptor, &status) == 0)
         error = whyNotOwnRegularFile(path, S_ISREG(status.st_mode), status.st_uid == ::geteuid());
     if (error.isEmpty()

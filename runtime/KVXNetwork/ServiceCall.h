@@ -9,7 +9,7 @@ namespace kvx {
 
 /// A service request as its caller made it, split into what is sent and what stays here.
 struct ServiceCall {
-    ServiceCall(const QString &url, const QJsonObject &request, void *receiver,
+    ServiceCall(const QString &to, const QJsonObject &request, void *receiver,
         KVXNetwork::ProgressFunction function);
 
     bool sendsFile() const;

@@ -1,5 +1,6 @@
 #include "KVXSQLite/ApplyChangeset.h"
 
+#include <cstdint>
 #include <cstring>
 #include <sqlite3.h>
 
@@ -13,6 +14,14 @@ struct Application {
     bool replaced = false;
 };
 
+/// As they are stored: zero has a sign, and no number is unequal to itself.
+std::uint64_t bits(double number)
+{
+    std::uint64_t result = 0;
+    std::memcpy(&result, &number, sizeof result);
+    return result;
+}
+
 bool sameValue(sqlite3_value *a, sqlite3_value *b)
 {
     const int type = sqlite3_value_type(a);
@@ -21,11 +30,8 @@ bool sameValue(sqlite3_value *a, sqlite3_value *b)
     switch (type) {
     case SQLITE_INTEGER:
         return sqlite3_value_int64(a) == sqlite3_value_int64(b);
-    case SQLITE_FLOAT: {
-        const double left = sqlite3_value_double(a);
-        const double right = sqlite3_value_double(b);
-        return std::memcmp(&left, &right, sizeof left) == 0;
-    }
+    case SQLITE_FLOAT:
+        return bits(sqlite3_value_double(a)) == bits(sqlite3_value_double(b));
     case SQLITE_NULL:
         return true;
     default: {
