@@ -1,6 +1,7 @@
 #include "support/Broker.h"
 
-#include <arpa/inet.h>
+#include "support/FreePort.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -8,12 +9,10 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -24,21 +23,6 @@ namespace {
 
 constexpr int startLimit = 60 * 1000; // milliseconds; a loaded machine takes its time
 constexpr int startAttempts = 5; // somebody else may take a port between finding and using it
-
-int freePort()
-{
-    const int handle = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    const bool bound = ::bind(handle, reinterpret_cast<sockaddr *>(&address), size) == 0
-        && ::getsockname(handle, reinterpret_cast<sockaddr *>(&address), &size) == 0;
-    ::close(handle);
-    if (!bound)
-        throw std::runtime_error("No free port for the broker");
-    return ntohs(address.sin_port);
-}
 
 std::string privateFolder()
 {
