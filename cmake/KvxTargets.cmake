@@ -6,6 +6,9 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_AUTOMOC_PATH_PREFIX ON)
 
+# From an installed program to the libraries.
+file(RELATIVE_PATH kvx_bin_to_lib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+
 add_library(kvx_build INTERFACE)
 target_compile_options(kvx_build INTERFACE -Wall -Wextra -Wconversion -fstack-protector-strong
     -fstack-clash-protection $<$<BOOL:${KVX_WERROR}>:-Werror>)

@@ -75,7 +75,7 @@ QString defaultPlugin()
 {
     const QString here = QCoreApplication::applicationDirPath();
     const QString name = QStringLiteral("/libKVXNetCollaboration.so");
-    for (const char *folder : { "/../plugin", "/../lib/" KVX_LIBRARY_FOLDER, "/../lib" }) {
+    for (const char *folder : { "/../plugin", "/" KVX_LIBRARY_FOLDER }) {
         const QString path = here + QLatin1String(folder) + name;
         if (QFile::exists(path))
             return path;

@@ -159,6 +159,7 @@ int runCommandLine(int argc, char **argv)
     Options options;
     CLI::App app("The collaboration server of KVX projects.", "kvx-server");
     app.require_subcommand(1);
+    app.set_version_flag("--version", "kvx-server " KVX_VERSION);
     app.add_option("--config", options.configFile, "file with lines \"key = value\"");
     app.add_flag("--json", options.json, "answers as JSON");
     for (const ConfigKey &key : configKeys()) {
