@@ -102,11 +102,9 @@ int showProject(AdminSession &session, const CommandArguments &arguments)
     const Listing editors = editorsOf(session.db(), project.id);
     const Listing locks = locksOf(session.db(), project.id);
     if (session.json()) {
-        std::string json = facts.jsonOf(0);
-        json.pop_back();
         return session.done({},
-            ",\"project\":" + json + ",\"users\":" + users.json() + ",\"open\":" + editors.json()
-                + ",\"locks\":" + locks.json() + '}');
+            ",\"project\":" + facts.jsonOf(0) + ",\"users\":" + users.json()
+                + ",\"open\":" + editors.json() + ",\"locks\":" + locks.json());
     }
     std::string text = facts.lines(0);
     for (const Listing *listing : { &users, &editors, &locks }) {
