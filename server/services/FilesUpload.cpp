@@ -177,11 +177,16 @@ Reply receiveUpload(Call &call)
     const bool check = target.kind == Target::Kind::StagedLog && call.config().logsCheck != "none";
     const std::string entry
         = check ? logName(target.projectGuid, target.name.version) : std::string();
-    return Reply::after([data = call.config().data, path = file.path, sha256 = file.sha256, entry] {
-        if (!entry.empty()) {
-            if (const auto fault = faultOfLogArchive(path, entry))
-                return refusing(StatusCode::BadArchive, *fault);
-        }
+    const bool whole = check && call.config().logsCheck == "changeset";
+    return Reply::after([data = call.config().data, path = file.path, sha256 = file.sha256, entry,
+                            whole, guid = target.projectGuid, version = target.name.version] {
+        std::optional<std::string> fault;
+        if (!entry.empty())
+            fault = faultOfLogArchive(path, entry);
+        if (!fault && whole)
+            fault = faultOfArchivedCommandFile(path, guid, version);
+        if (fault)
+            return refusing(StatusCode::BadArchive, *fault);
         try {
             BlobStore(data).place(path, sha256);
         } catch (const std::system_error &error) {

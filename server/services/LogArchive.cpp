@@ -1,4 +1,5 @@
 #include "services/LogArchive.h"
+#include "services/CommandFile.h"
 
 #include <memory>
 #include <vector>
@@ -84,6 +85,27 @@ std::optional<std::string> faultOfLogArchive(const std::string &path, const std:
     if (!isIntact(archive.get(), entry.size))
         return "its entry is damaged";
     return std::nullopt;
+}
+
+std::optional<std::string> faultOfArchivedCommandFile(
+    const std::string &path, const std::string &guid, std::int64_t version)
+{
+    const std::unique_ptr<zip_t, CloseArchive> archive(zip_open(path.c_str(), ZIP_RDONLY, nullptr));
+    const std::unique_ptr<zip_file_t, CloseEntry> entry(
+        archive ? zip_fopen_index(archive.get(), 0, 0) : nullptr);
+    if (!entry)
+        return "its entry cannot be read";
+    const auto read = [&entry](char *buffer, std::size_t size) {
+        std::size_t total = 0;
+        while (total < size) {
+            const zip_int64_t count = zip_fread(entry.get(), buffer + total, size - total);
+            if (count <= 0)
+                break;
+            total += static_cast<std::size_t>(count);
+        }
+        return total;
+    };
+    return faultOfCommandFile(read, guid, version);
 }
 
 } // namespace kvx::server

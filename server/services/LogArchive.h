@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -10,5 +11,9 @@ namespace kvx::server {
 /// times its packed size. A bad log would stop every colleague's synchronisation. Reads the whole
 /// archive.
 std::optional<std::string> faultOfLogArchive(const std::string &path, const std::string &entryName);
+
+/// The same for the command file in an archive that has stood this test.
+std::optional<std::string> faultOfArchivedCommandFile(
+    const std::string &path, const std::string &guid, std::int64_t version);
 
 } // namespace kvx::server
