@@ -30,6 +30,10 @@ void addProjectCommands(CLI::App &app, Action &action);
 void addContentCommands(CLI::App &app, Action &action);
 void addDataCommands(CLI::App &app, Action &action);
 void addFileCommands(CLI::App &app, Action &action);
+void addOcrCommands(CLI::App &app, Action &action);
+void addResourceCommands(CLI::App &app, Action &action);
+void addTableCommands(CLI::App &app, Action &action);
+void addTemplateCommands(CLI::App &app, Action &action);
 void addUserCommands(CLI::App &app, Action &action);
 void addRoleCommands(CLI::App &app, Action &action);
 

@@ -64,6 +64,10 @@ void addCommands(CLI::App &app, Action &action)
     addContentCommands(app, action);
     addDataCommands(app, action);
     addFileCommands(app, action);
+    addOcrCommands(app, action);
+    addResourceCommands(app, action);
+    addTableCommands(app, action);
+    addTemplateCommands(app, action);
     addUserCommands(app, action);
     addRoleCommands(app, action);
 }

@@ -3,6 +3,8 @@
 #include "client/Client.h"
 
 #include <CLI/CLI.hpp>
+#include <KVXCollaboration/KVXCWCommon.h>
+#include <KVXCollaboration/KVXCollaborator.h>
 #include <QCoreApplication>
 #include <QPointer>
 #include <iostream>
@@ -39,6 +41,7 @@ void Shell::execute(const std::string &line)
         QCoreApplication::exit(m_exit);
         return;
     }
+    KVXCollaborator::getInstance()->common()->tick(); // who types is at work
     m_exit = runCommand(line, m_context);
 }
 
