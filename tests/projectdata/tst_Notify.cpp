@@ -1,8 +1,8 @@
 #include "projectdata/ProjectFixture.h"
 
 #include "messaging/BlockingReceivers.h"
+#include "support/PlainManagers.h"
 
-#include <KVXCollaboration/KVXCWProjectList.h>
 #include <KVXCollaboration/KVXCollaborator.h>
 #include <KVXCollaboration/KVXProjectInfo.h>
 #include <QDateTime>
@@ -16,7 +16,7 @@ namespace kvx::test {
 namespace {
 
 /// A list with one record; nothing of it is asked but the look-up.
-class ListOfOne : public KVXCWProjectList {
+class ListOfOne : public PlainProjectList<> {
 public:
     explicit ListOfOne(const QString &guid)
     {
@@ -25,31 +25,6 @@ public:
         record->setGuid(guid);
         m_projects[QStringLiteral("Tender")].append(record);
     }
-    QString genProjectName() override { return {}; }
-    bool newProject(TProjectsType, const QString &, const QString &, double *) override
-    {
-        return false;
-    }
-    bool addendumProject(TProjectsType, const KVXProjectInfo &, double *) override { return false; }
-    bool updateProject(KVXProjectInfo *) override { return false; }
-    bool renameProject(const QString &, const QString &, const QString &, double *) override
-    {
-        return false;
-    }
-    int openProject(const QString &) override { return 0; }
-    bool closeProject(const QString &) override { return false; }
-    int lockProject(const QString &, bool) override { return 0; }
-    QStringList onlineEditors(const QString &) override { return {}; }
-    bool updateProjectAdditionalInfo(const QString &, const QJsonObject &) override
-    {
-        return false;
-    }
-    bool syncProjectList() override { return false; }
-    QString genProjectNameEx() override { return {}; }
-    bool newProjectGroup(TProjectsType, const QString &) override { return false; }
-    bool removeProjectGroup(const QString &) override { return false; }
-    bool renameProjectGroup(const QString &, const QString &) override { return false; }
-    bool existsProjectGroup(const QString &) override { return false; }
 };
 
 class Notify : public ProjectFixture {

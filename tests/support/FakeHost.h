@@ -1,10 +1,9 @@
 #pragma once
 
 #include "support/FakeNetwork.h"
+#include "support/PlainManagers.h"
 
-#include <KVXCollaboration/KVXCWLogin.h>
 #include <KVXCollaboration/KVXCWMessage.h>
-#include <KVXCollaboration/KVXUser.h>
 #include <QJsonObject>
 #include <QList>
 #include <QString>
@@ -12,37 +11,6 @@
 #include <mutex>
 
 namespace kvx::test {
-
-/// A login manager whose user is set by the test.
-class FakeLogin : public KVXCWLogin {
-public:
-    std::unique_ptr<KVXUser> user;
-
-    void searchServer(const QStringList &, int) override { }
-    QString serverVersion(const QString &, int) override { return {}; }
-    bool ping(const QString &, int) override { return false; }
-    void setProxy(int, const QString &, int, const QString &, const QString &) override { }
-    void setServer(const QString &, const QString &) override { }
-    void setServer(const QString &, const QString &, int, const QString &, int, const QString &,
-        const QString &) override
-    {
-    }
-    KVXErrorCode login(const QString &, const QString &, const QString &, const QString &,
-        const QString &) override
-    {
-        return KVXFailed;
-    }
-    int leftCount() const override { return 0; }
-    bool logout(const QString &) override { return false; }
-    KVXUser *currentUser() const override { return user.get(); }
-    void cancelSearch() override { }
-    QString companyAccount() const override { return {}; }
-    KVXErrorCode serverLogin(const QString &, const QString &, const QString &, const QString &,
-        const QString &) override
-    {
-        return KVXFailed;
-    }
-};
 
 /// A messager without a broker.
 class FakeMessage : public KVXCWMessage {

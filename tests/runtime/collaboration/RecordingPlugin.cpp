@@ -1,11 +1,11 @@
+#include "support/PlainManagers.h"
+
 #include <KVXCollaboration/KVXCWCommon.h>
 #include <KVXCollaboration/KVXCWFileService.h>
 #include <KVXCollaboration/KVXCWIDManager.h>
-#include <KVXCollaboration/KVXCWLogin.h>
 #include <KVXCollaboration/KVXCWMessage.h>
 #include <KVXCollaboration/KVXCWOCR.h>
 #include <KVXCollaboration/KVXCWProjectData.h>
-#include <KVXCollaboration/KVXCWProjectList.h>
 #include <KVXCollaboration/KVXCWProjectPermission.h>
 #include <KVXCollaboration/KVXCWUser.h>
 #include <KVXCollaboration/KVXCollaborator.h>
@@ -47,32 +47,8 @@ protected:
     QString m_name;
 };
 
-struct Login : Noted<KVXCWLogin> {
-    using Noted::Noted;
-    void searchServer(const QStringList &, int) override { }
-    QString serverVersion(const QString &, int) override { return {}; }
-    bool ping(const QString &, int) override { return false; }
-    void setProxy(int, const QString &, int, const QString &, const QString &) override { }
-    void setServer(const QString &, const QString &) override { }
-    void setServer(const QString &, const QString &, int, const QString &, int, const QString &,
-        const QString &) override
-    {
-    }
-    KVXErrorCode login(const QString &, const QString &, const QString &, const QString &,
-        const QString &) override
-    {
-        return KVXFailed;
-    }
-    int leftCount() const override { return 0; }
-    bool logout(const QString &) override { return false; }
-    KVXUser *currentUser() const override { return nullptr; }
-    void cancelSearch() override { }
-    QString companyAccount() const override { return {}; }
-    KVXErrorCode serverLogin(const QString &, const QString &, const QString &, const QString &,
-        const QString &) override
-    {
-        return KVXFailed;
-    }
+struct Login : kvx::test::PlainLogin<Noted<KVXCWLogin>> {
+    using PlainLogin::PlainLogin;
 };
 
 struct Message : Noted<KVXCWMessage> {
@@ -112,33 +88,8 @@ struct GlobalLocks : Noted<KVXGlobalLockMgr> {
     bool GlobalUnlock(int) override { return false; }
 };
 
-struct ProjectList : Noted<KVXCWProjectList> {
-    using Noted::Noted;
-    QString genProjectName() override { return {}; }
-    bool newProject(TProjectsType, const QString &, const QString &, double *) override
-    {
-        return false;
-    }
-    bool addendumProject(TProjectsType, const KVXProjectInfo &, double *) override { return false; }
-    bool updateProject(KVXProjectInfo *) override { return false; }
-    bool renameProject(const QString &, const QString &, const QString &, double *) override
-    {
-        return false;
-    }
-    int openProject(const QString &) override { return 0; }
-    bool closeProject(const QString &) override { return false; }
-    int lockProject(const QString &, bool) override { return 0; }
-    QStringList onlineEditors(const QString &) override { return {}; }
-    bool updateProjectAdditionalInfo(const QString &, const QJsonObject &) override
-    {
-        return false;
-    }
-    bool syncProjectList() override { return false; }
-    QString genProjectNameEx() override { return {}; }
-    bool newProjectGroup(TProjectsType, const QString &) override { return false; }
-    bool removeProjectGroup(const QString &) override { return false; }
-    bool renameProjectGroup(const QString &, const QString &) override { return false; }
-    bool existsProjectGroup(const QString &) override { return false; }
+struct ProjectList : kvx::test::PlainProjectList<Noted<KVXCWProjectList>> {
+    using PlainProjectList::PlainProjectList;
 };
 
 struct ProjectPermission : Noted<KVXCWProjectPermission> {

@@ -1,38 +1,11 @@
-#include <KVXCollaboration/KVXCWProjectList.h>
+#include "support/PlainManagers.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-// The base class with nothing behind its commands.
-class PlainProjectList : public KVXCWProjectList {
+class ListOfRecords : public kvx::test::PlainProjectList<> {
 public:
-    QString genProjectName() override { return {}; }
-    bool newProject(TProjectsType, const QString &, const QString &, double *) override
-    {
-        return false;
-    }
-    bool addendumProject(TProjectsType, const KVXProjectInfo &, double *) override { return false; }
-    bool updateProject(KVXProjectInfo *) override { return false; }
-    bool renameProject(const QString &, const QString &, const QString &, double *) override
-    {
-        return false;
-    }
-    int openProject(const QString &) override { return 0; }
-    bool closeProject(const QString &) override { return false; }
-    int lockProject(const QString &, bool) override { return 0; }
-    QStringList onlineEditors(const QString &) override { return {}; }
-    bool updateProjectAdditionalInfo(const QString &, const QJsonObject &) override
-    {
-        return false;
-    }
-    bool syncProjectList() override { return false; }
-    QString genProjectNameEx() override { return {}; }
-    bool newProjectGroup(TProjectsType, const QString &) override { return false; }
-    bool removeProjectGroup(const QString &) override { return false; }
-    bool renameProjectGroup(const QString &, const QString &) override { return false; }
-    bool existsProjectGroup(const QString &) override { return false; }
-
     KVXProjectInfo *add(const char *kind, const char *guid, const char *name)
     {
         auto *record = new KVXProjectInfo(
@@ -59,7 +32,7 @@ QString text(const char *latin1)
 
 TEST(ProjectListBase, ABracketIsOpenUntilItsOutermostEnd)
 {
-    PlainProjectList list;
+    ListOfRecords list;
     EXPECT_FALSE(list.isUpdating());
     emit list.beginUpdate();
     EXPECT_TRUE(list.isUpdating());
@@ -72,7 +45,7 @@ TEST(ProjectListBase, ABracketIsOpenUntilItsOutermostEnd)
 
 TEST(ProjectListBase, AnEndTooManyDoesNotSwallowTheNextBracket)
 {
-    PlainProjectList list;
+    ListOfRecords list;
     emit list.endUpdate();
     EXPECT_FALSE(list.isUpdating());
     emit list.beginUpdate();
@@ -81,7 +54,7 @@ TEST(ProjectListBase, AnEndTooManyDoesNotSwallowTheNextBracket)
 
 TEST(ProjectListBase, ReceiversOfTheBracketSeeTheNewState)
 {
-    PlainProjectList list;
+    ListOfRecords list;
     QList<bool> seen;
     QObject::connect(
         &list, &KVXCWProjectList::beginUpdate, [&] { seen.append(list.isUpdating()); });
@@ -93,7 +66,7 @@ TEST(ProjectListBase, ReceiversOfTheBracketSeeTheNewState)
 
 TEST(ProjectListBase, LookUpsAreExactAndTakeTheFirstMatch)
 {
-    PlainProjectList list;
+    ListOfRecords list;
     KVXProjectInfo *second = list.add("Tender", "{g}", "School");
     list.add("Tender", "{g}", "School");
     KVXProjectInfo *first = list.add("Estimate", "{g}", "School");
@@ -109,7 +82,7 @@ TEST(ProjectListBase, LookUpsAreExactAndTakeTheFirstMatch)
 
 TEST(ProjectListBase, ARecordOfAnUnknownKindIsFound)
 {
-    PlainProjectList list;
+    ListOfRecords list;
     KVXProjectInfo *record = list.add("Forecast", "{f}", "Next year");
     EXPECT_EQ(list.getProjectInfoByGUID(text("{f}")), record);
     EXPECT_TRUE(list.existsProject(text("Next year")));
@@ -117,7 +90,7 @@ TEST(ProjectListBase, ARecordOfAnUnknownKindIsFound)
 
 TEST(ProjectListBase, RemovingDeletesTheFirstRecordOnly)
 {
-    PlainProjectList list;
+    ListOfRecords list;
     list.add("Estimate", "{g}", "A");
     KVXProjectInfo *kept = list.add("Tender", "{g}", "B");
     EXPECT_TRUE(list.removeProject(text("{g}")));
@@ -130,7 +103,7 @@ TEST(ProjectListBase, RemovingDeletesTheFirstRecordOnly)
 
 TEST(ProjectListBase, ClearingDeletesAllRecordsOfTheProject)
 {
-    PlainProjectList list;
+    ListOfRecords list;
     list.add("Estimate", "{g}", "A");
     KVXProjectInfo *last = list.add("Tender", "{g}", "B");
     list.add("Tender", "{other}", "C");

@@ -1,42 +1,14 @@
-#include <KVXCollaboration/KVXCWLogin.h>
+#include "support/PlainManagers.h"
+
 #include <KVXCollaboration/KVXCollaborator.h>
 #include <KVXCollaboration/KVXPermissionControl.h>
 #include <KVXCollaboration/KVXRole.h>
-#include <KVXCollaboration/KVXUser.h>
 
 #include <gtest/gtest.h>
 
+using kvx::test::FakeLogin;
+
 namespace {
-
-class LoginWithUser : public KVXCWLogin {
-public:
-    std::unique_ptr<KVXUser> user;
-
-    void searchServer(const QStringList &, int) override { }
-    QString serverVersion(const QString &, int) override { return {}; }
-    bool ping(const QString &, int) override { return false; }
-    void setProxy(int, const QString &, int, const QString &, const QString &) override { }
-    void setServer(const QString &, const QString &) override { }
-    void setServer(const QString &, const QString &, int, const QString &, int, const QString &,
-        const QString &) override
-    {
-    }
-    KVXErrorCode login(const QString &, const QString &, const QString &, const QString &,
-        const QString &) override
-    {
-        return KVXFailed;
-    }
-    int leftCount() const override { return 0; }
-    bool logout(const QString &) override { return false; }
-    KVXUser *currentUser() const override { return user.get(); }
-    void cancelSearch() override { }
-    QString companyAccount() const override { return {}; }
-    KVXErrorCode serverLogin(const QString &, const QString &, const QString &, const QString &,
-        const QString &) override
-    {
-        return KVXFailed;
-    }
-};
 
 class PermissionControl : public testing::Test {
 protected:
@@ -49,7 +21,7 @@ protected:
         EXPECT_EQ(KVXPermissionControl::getInstance()->canReadWriteRateLibrary(), readWrite);
     }
 
-    LoginWithUser *login = new LoginWithUser;
+    FakeLogin *login = new FakeLogin;
 };
 
 } // namespace
