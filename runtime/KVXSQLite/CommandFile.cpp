@@ -173,7 +173,8 @@ bool CommandFile::loadFromFile(const QString &path)
     if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
         status
             = { Failure::Io, "the change log cannot be read: " + file.errorString().toStdString() };
-    else if (file.size() > static_cast<qint64>(headerSize + ChangesetReader::maxBytes))
+    else if (file.size()
+        > static_cast<qint64>(headerSize) + static_cast<qint64>(ChangesetReader::maxBytes))
         status = bad("it is larger than 256 MiB");
     if (status.ok()) {
         const QByteArray bytes = file.readAll();

@@ -51,7 +51,7 @@ private:
 /// Ends what the connection runs once the time is up, for as long as the object lives.
 class Deadline {
 public:
-    Deadline(sqlite3 *connection, int milliseconds);
+    Deadline(sqlite3 *connection, int limit); // milliseconds
     ~Deadline();
     Deadline(const Deadline &) = delete;
     Deadline &operator=(const Deadline &) = delete;
