@@ -3,6 +3,7 @@
 #include "projectdata/KVXCWIDManagerImpl.h"
 #include "projectdata/KVXCWProjectDataImpl.h"
 #include "projectlist/KVXCWProjectListImpl.h"
+#include "resources/KVXReportTemplateMgrImpl.h"
 #include "users/KVXCWUserImpl.h"
 
 #include <QMetaMethod>
@@ -50,6 +51,8 @@ TEST(MetaObjects, receiversHaveExactlyTheNotificationSlot)
         { KVXCWIDManagerImpl::staticMetaObject, "KVXCWIDManagerImpl",
             KVXCWIDManager::staticMetaObject },
         { KVXCWUserImpl::staticMetaObject, "KVXCWUserImpl", KVXCWUser::staticMetaObject },
+        { KVXReportTemplateMgrImpl::staticMetaObject, "KVXReportTemplateMgrImpl",
+            KVXReportTemplateMgr::staticMetaObject },
     };
     for (const auto &receiver : receivers) {
         EXPECT_STREQ(receiver.type.className(), receiver.name);
