@@ -141,7 +141,8 @@ int editItem(Context &context, const Arguments &arguments)
             != KVXItemCheckState::CheckedOutByMe
         && !project->ids()->checkOut(content::ItemModule, ids.first(), holder))
         return context.output.failed(Refused,
-            holder.name.isEmpty()
+            mayOnlyRead(*project) ? QStringLiteral("You may read this project, but not change it.")
+                : holder.name.isEmpty()
                 ? QStringLiteral("Item %1 could not be checked out.").arg(text(arguments.item))
                 : QStringLiteral("Item %1 is checked out by %2.")
                       .arg(text(arguments.item), holder.name),

@@ -1,5 +1,10 @@
 #include "cli/UseProject.h"
 
+#include <KVXCollaboration/KVXCWLogin.h>
+#include <KVXCollaboration/KVXCWProjectList.h>
+#include <KVXCollaboration/KVXCollaborator.h>
+#include <KVXCollaboration/KVXProjectInfo.h>
+
 namespace kvx::cli {
 
 host::OpenProject *useProject(Context &context, const std::string &project)
@@ -29,6 +34,15 @@ QList<int> findItems(
         ids.append(item->id);
     }
     return ids;
+}
+
+bool mayOnlyRead(const host::OpenProject &project)
+{
+    const KVXCollaborator *managers = KVXCollaborator::getInstance();
+    const KVXUser *user = managers->loginManager()->currentUser();
+    const KVXProjectInfo *info
+        = managers->projectListManager()->getProjectInfoByGUID(project.guid());
+    return user && info && info->permission(*user, KVXProjectInfo::ProjectRW) == 0;
 }
 
 } // namespace kvx::cli

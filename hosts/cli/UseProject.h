@@ -16,4 +16,7 @@ host::OpenProject *useProject(Context &context, const std::string &project);
 QList<int> findItems(
     Context &context, host::OpenProject &project, const std::vector<std::string> &names);
 
+/// The user sees the project, but may not change it.
+bool mayOnlyRead(const host::OpenProject &project);
+
 } // namespace kvx::cli

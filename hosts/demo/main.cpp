@@ -1,4 +1,5 @@
-// Two estimators, two processes, one tender: what the product is for, on one screen.
+// Two estimators, two processes, one tender, and a third who may look in for a while: what the
+// product is for, on one screen.
 
 #include "client/ShellProcess.h"
 #include "demo/Site.h"
@@ -42,12 +43,15 @@ private:
     bool work();
     bool savePushed();
     bool saveTogether();
+    bool lookIn();
     bool compare();
 
     Site &m_site;
     QTextStream m_out;
     ShellProcess m_anna;
     ShellProcess m_ben;
+    ShellProcess m_office; ///< the administrator
+    ShellProcess m_carla;
     QString m_project = QStringLiteral("\"School Nordring\"");
     QStringList m_items;
 };
@@ -202,6 +206,70 @@ bool Story::saveTogether()
     return true;
 }
 
+bool Story::lookIn()
+{
+    title(QStringLiteral("The office lets Carla look in, and out again"));
+    const QString carla = QStringLiteral("carla@example.com");
+    QJsonObject result;
+    if (!m_site.addUser(carla, QStringLiteral("Carla Ruiz"), QString()))
+        return fail(m_site.error());
+    if (!m_carla.start(m_site.kvx(), m_site.server(), m_site.account(carla)))
+        return fail(m_carla.error());
+    if (!m_office.start(m_site.kvx(), m_site.server(), m_site.administrator()))
+        return fail(m_office.error());
+    if (!must(m_carla, QStringLiteral("projects"), &result))
+        return false;
+    if (!result.value(QLatin1String("projects")).toArray().isEmpty())
+        return fail(QStringLiteral("Carla sees projects without a role"));
+    step(QStringLiteral("Carla"),
+        QStringLiteral("is new: she has an account, but no role, and her list is empty"));
+
+    const QString role = QStringLiteral("\"Guest reviewer\"");
+    if (!must(m_office, QStringLiteral("roles add %1 AllProjectReview=1").arg(role)))
+        return false;
+    QElapsedTimer timer;
+    timer.start();
+    if (!must(m_office, QStringLiteral("roles assign %1 %2").arg(role, carla)))
+        return false;
+    if (!m_carla.waitForEvent(QStringLiteral("rightsChanged")))
+        return fail(QStringLiteral("Carla heard nothing of her role"));
+    step(QStringLiteral("office"),
+        QStringLiteral("makes a role that may read every project and change none, and gives it to "
+                       "Carla"));
+    step(QStringLiteral("Carla"),
+        QStringLiteral("has the tender in her list %1 ms later").arg(timer.elapsed()));
+    if (!must(m_carla, QStringLiteral("status ") + m_project, &result))
+        return false;
+    step(QStringLiteral("Carla"),
+        QStringLiteral("opens it and reads the total, %1")
+            .arg(result.value(QLatin1String("total")).toString()));
+    const QJsonObject refused
+        = m_carla.run(QStringLiteral("edit %1 %2 rate=1").arg(m_project, m_items.at(7)));
+    if (refused.value(QLatin1String("exit")).toInt() == 0)
+        return fail(QStringLiteral("Carla could change an item"));
+    step(QStringLiteral("Carla"),
+        QStringLiteral("tries to change a rate and is told: %1")
+            .arg(refused.value(QLatin1String("error")).toString()));
+
+    m_carla.takeEvents();
+    timer.restart();
+    if (!must(m_office, QStringLiteral("roles unassign %1 %2").arg(role, carla)))
+        return false;
+    if (!m_carla.waitForEvent(QStringLiteral("projectClosed")))
+        return fail(QStringLiteral("Carla's project stayed open"));
+    step(QStringLiteral("office"), QStringLiteral("takes the role from her again"));
+    step(QStringLiteral("Carla"),
+        QStringLiteral("had the tender open; it closes on her screen %1 ms later")
+            .arg(timer.elapsed()));
+    const QJsonObject gone = m_carla.run(QStringLiteral("show ") + m_project);
+    if (gone.value(QLatin1String("exit")).toInt() == 0)
+        return fail(QStringLiteral("Carla could read the project without a role"));
+    step(QStringLiteral("Carla"),
+        QStringLiteral("asks for it once more and is told: %1")
+            .arg(gone.value(QLatin1String("error")).toString()));
+    return m_carla.stop() && m_office.stop();
+}
+
 bool Story::compare()
 {
     title(QStringLiteral("The proof"));
@@ -230,8 +298,8 @@ bool Story::compare()
 
 bool Story::tell(const QString &billFile)
 {
-    return begin(billFile) && work() && savePushed() && saveTogether() && compare() && m_anna.stop()
-        && m_ben.stop();
+    return begin(billFile) && work() && savePushed() && saveTogether() && lookIn() && compare()
+        && m_anna.stop() && m_ben.stop();
 }
 
 } // namespace

@@ -340,6 +340,8 @@ TEST_F(Roles, OpenAndCloseProjectsWhileTheUserIsAtWork)
     const QJsonObject status = guest.run(QStringLiteral("status ") + guid);
     EXPECT_EQ(status.value(QLatin1String("pending")).toInt(), 1) << errorOf(status).toStdString();
     EXPECT_EQ(exitOf(guest.run(QStringLiteral("save ") + guid)), 5) << "a reader publishes nothing";
+    EXPECT_EQ(errorOf(guest.run(QStringLiteral("edit %1 01.2 rate=8").arg(guid))).toStdString(),
+        "You may read this project, but not change it.");
 }
 
 TEST_F(Roles, OfAUserInTwoRolesTheFirstOneDecides)
