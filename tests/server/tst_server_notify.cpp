@@ -2,6 +2,7 @@
 #include "support/HttpClient.h"
 #include "support/ServerProcess.h"
 #include "support/TopicListener.h"
+#include "support/Watchdog.h"
 
 #include <chrono>
 #include <csignal>
@@ -102,6 +103,7 @@ TEST(ServerNotifications, ABrokerThatIsAwayDelaysThemAndLosesNone)
 
 TEST(ServerNotifications, EveryCommitIsHeardThoughTheBrokerIsKilledAgainAndAgain)
 {
+    kvx::test::Watchdog::allow(240); // a broker starts again and again, each time slowly under load
     Broker broker;
     ServerProcess server(withBroker(broker));
     auto listener = std::make_unique<TopicListener>(broker.uri());
