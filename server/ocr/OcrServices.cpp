@@ -92,8 +92,10 @@ Reply state(Call &call)
                       .set("State", stateWord(job->state))
                       .set("WaitingTime", ocrWaitingTime(call, *job));
     if (job->state == JobState::Failed) {
-        if (const auto cause = store.documentFailure(job->id))
-            reply.set("Code", cause->code).set("Message", cause->message);
+        const Reply cause = Reply::refused(StatusCode::OcrBadDocument,
+            { store.isDocumentFailed(job->id) ? "its pages could not be put together"
+                                              : "none of its pages could be recognised" });
+        reply.set("Code", static_cast<int>(cause.status())).set("Message", cause.sentence());
     }
     if (results.empty())
         return reply.setJson("Results", "[]");
@@ -136,8 +138,6 @@ Reply cancel(Call &call)
 
 Reply languages(Call &call)
 {
-    if (const auto refusal = refuseWithoutRole(call))
-        return *refusal;
     return Reply::after(
         [&config = call.config()] {
             std::string json;
@@ -151,11 +151,11 @@ Reply languages(Call &call)
 } // namespace
 
 const ServiceTable ocrServices = {
-    { "submit", submitOcr, NeedsUser | Writes, beforeOcrSubmit },
+    { "submit", submitOcr, NeedsRole | Writes, beforeOcrSubmit },
     { "state", state, NeedsUser },
     { "result", result, NeedsUser },
     { "cancel", cancel, NeedsUser | Writes | InMaintenance },
-    { "languages", languages, NeedsUser },
+    { "languages", languages, NeedsRole },
 };
 
 } // namespace kvx::server

@@ -101,8 +101,6 @@ std::string pagesText(const std::vector<int> &pages)
 std::optional<Reply> refuseSubmit(Call &call)
 {
     const Config &config = call.config();
-    if (auto refusal = refuseWithoutRole(call))
-        return refusal;
     OcrStore store(call.db());
     if (store.liveJobs(call.caller().userId) >= config.ocrPerUser)
         return Reply::refused(StatusCode::QuotaExceeded,
@@ -178,13 +176,6 @@ Reply::Continuation inspectDocument(
 }
 
 } // namespace
-
-std::optional<Reply> refuseWithoutRole(const Call &call)
-{
-    if (call.caller().hasRole)
-        return std::nullopt;
-    return Reply::refused(StatusCode::NotAllowed);
-}
 
 std::int64_t ocrWaitingTime(Call &call, const OcrStore::Job &job)
 {

@@ -12,9 +12,6 @@ Reply beforeOcrSubmit(Call &call);
 /// The document has arrived: it is looked into, in a process of its own, and queued.
 Reply submitOcr(Call &call);
 
-/// "NotAllowed" for a user without a role.
-std::optional<Reply> refuseWithoutRole(const Call &call);
-
 /// Seconds until the job begins.
 std::int64_t ocrWaitingTime(Call &call, const OcrStore::Job &job);
 

@@ -72,14 +72,13 @@ std::vector<OcrStore::Result> OcrStore::results(const std::string &jobId, std::i
     return found;
 }
 
-std::optional<OcrStore::Result> OcrStore::documentFailure(const std::string &jobId)
+bool OcrStore::isDocumentFailed(const std::string &jobId)
 {
-    const auto row = m_db.row<int, Text>("SELECT code, message FROM ocr_page WHERE job_id = :job"
-                                         " AND page = :document AND state = 3",
-        { { "job", jobId }, { "document", documentPage } });
-    if (!row)
-        return std::nullopt;
-    return Result { documentPage, false, {}, std::get<0>(*row), std::get<1>(*row) };
+    return m_db
+        .value<I>("SELECT 1 FROM ocr_page WHERE job_id = :job AND page = :document AND state = 3"
+                  " AND EXISTS (SELECT 1 FROM ocr_page p WHERE p.job_id = :job AND p.state = 2)",
+            { { "job", jobId }, { "document", documentPage } })
+        .has_value();
 }
 
 std::optional<OcrStore::Blobs> OcrStore::done(const std::string &jobId, int page)

@@ -52,8 +52,8 @@ public:
     };
     /// Ended pages in order of completion, without the first `after`.
     std::vector<Result> results(const std::string &jobId, std::int64_t after);
-    /// Why the pages could not be put together.
-    std::optional<Result> documentFailure(const std::string &jobId);
+    /// There were good pages, but they could not be put together.
+    bool isDocumentFailed(const std::string &jobId);
     struct Blobs {
         std::string text;
         std::string pdf;
