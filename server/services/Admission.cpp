@@ -21,6 +21,15 @@ bool asksForLog(const Request &request)
         && std::strstr(name->GetString(), "}_log");
 }
 
+/// What the caller's role alone decides.
+bool mayCallByRole(ServiceRule rules, const Call &call)
+{
+    if (isAdministrator(call))
+        return true;
+    return !hasRule(rules, Administrator) && (!hasRule(rules, NeedsRole) || call.caller().hasRole)
+        && (!hasRule(rules, UploadsTemplates) || call.caller().rights.uploadReportSetting);
+}
+
 /// The e-mail under that key, when there is one; throws BadRequest when it must be there.
 std::optional<std::string> statedEmail(const Request &request, const char *key, bool required)
 {
@@ -43,7 +52,7 @@ std::optional<Reply> Dispatcher::admit(Db &db, Exchange &exchange, Call &call, b
             return Reply::refused(StatusCode::NotLoggedIn);
         if (auto refusal = admitIdentity(rules, call))
             return refusal;
-        if (hasRule(rules, Administrator) && !call.m_caller->rights.administrator)
+        if (!mayCallByRole(rules, call))
             return Reply::refused(StatusCode::NotAllowed);
     }
     if (hasRule(rules, Writes) && !hasRule(rules, InMaintenance)

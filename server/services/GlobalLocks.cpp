@@ -1,6 +1,7 @@
 #include "services/GlobalLocks.h"
 #include "base/Log.h"
 #include "base/Text.h"
+#include "services/Access.h"
 #include "store/Db.h"
 #include "store/GlobalLockStore.h"
 #include "store/UserStore.h"
@@ -47,7 +48,7 @@ Reply globalLock(Call &call)
         = request.integer("autoUnlockTime", 0, std::numeric_limits<std::int32_t>::max());
     const bool bound = request.flag("logoutUnlock");
     const std::string email = canonicalEmail(wanted.email);
-    if (email != caller.email && !caller.rights.administrator)
+    if (email != caller.email && !isAdministrator(call))
         return Reply::refused(StatusCode::WrongIdentity);
     const auto holder = findUser(call.db(), email);
     if (!holder)
@@ -80,11 +81,10 @@ Reply globalUnlock(Call &call)
     const auto held = locks.find(type);
     if (!held)
         return Reply::refused(StatusCode::GlobalLockNotHeld);
-    const Caller &caller = call.caller();
-    if (held->userId != caller.userId && !caller.rights.administrator)
+    if (!mayChange(call, held->userId))
         return withHolder(Reply::refused(StatusCode::NotLockHolder, { held->name }), *held);
     locks.remove(type);
-    if (held->userId != caller.userId)
+    if (held->userId != call.caller().userId)
         call.audit(static_cast<int>(StatusCode::Ok), std::to_string(type), held->email);
     return Reply::ok();
 }

@@ -65,7 +65,7 @@ Reply projectPermission(Call &call)
     std::vector<Wanted> wanted;
     if (const auto refusal = readWanted(call, wanted))
         return *refusal;
-    const bool administrator = call.caller().rights.administrator;
+    const bool administrator = isAdministrator(call);
     std::map<std::int64_t, Levels> rows;
     for (const Wanted &entry : wanted) {
         if (entry.userId == project.creatorId && entry.levels.projectRw < 1 && !administrator)

@@ -39,6 +39,9 @@ enum ServiceRule : unsigned {
     /// A project that is gone or not his refuses nothing: the handler finds none (hasProject) and
     /// judges what he may still do, such as free what is his.
     MayBeGone = 1u << 21,
+
+    NeedsRole = (1u << 22) | NeedsUser, ///< any role
+    UploadsTemplates = (1u << 23) | NeedsUser, ///< a role with "UploadReportSetting"
 };
 
 constexpr ServiceRule operator|(ServiceRule a, ServiceRule b)

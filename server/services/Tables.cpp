@@ -1,5 +1,6 @@
 #include "services/Tables.h"
 #include "base/Config.h"
+#include "services/Access.h"
 #include "services/StoredBytes.h"
 #include "store/BlobStore.h"
 #include "store/Db.h"
@@ -46,10 +47,9 @@ Reply getTable(Call &call)
 std::optional<Reply> refuseWriting(
     Call &call, const std::string &name, const std::optional<SharedTable> &table)
 {
-    const RoleRights &rights = call.caller().rights;
-    if (!table && !rights.administrator)
+    if (!table && !isAdministrator(call))
         return Reply::refused(StatusCode::NoSuchTable, { name });
-    if (!mayWriteTable(rights, table ? table->writeRight : std::string()))
+    if (!mayWriteTable(call.caller().rights, table ? table->writeRight : std::string()))
         return Reply::refused(StatusCode::NotAllowed);
     return std::nullopt;
 }

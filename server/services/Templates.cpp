@@ -1,6 +1,7 @@
 #include "services/Templates.h"
 #include "base/Config.h"
 #include "base/Text.h"
+#include "services/Access.h"
 #include "services/StoredBytes.h"
 #include "services/TemplateDocument.h"
 #include "store/BlobStore.h"
@@ -56,17 +57,9 @@ void announceTemplates(Call &call, const std::string &changed, const std::string
     call.announce(announcement);
 }
 
-bool mayManage(const Call &call, const Template &of)
-{
-    return of.ownerId == call.caller().userId || call.caller().rights.administrator;
-}
-
 /// What stands against an upload under that name.
 std::optional<Reply> refuseUpload(Call &call, const std::optional<Template> &existing)
 {
-    const RoleRights &rights = call.caller().rights;
-    if (!rights.uploadReportSetting && !rights.administrator)
-        return Reply::refused(StatusCode::NotAllowed);
     if (existing && existing->ownerId != call.caller().userId)
         return Reply::refused(StatusCode::TemplateNameTaken, { existing->author });
     return std::nullopt;
@@ -151,7 +144,7 @@ Reply deleteTemplates(Call &call)
         const auto found = templates.find(id);
         if (!found && !templates.wasDeleted(id))
             return Reply::refused(StatusCode::NoSuchTemplate);
-        if (found && !mayManage(call, *found))
+        if (found && !mayChange(call, found->ownerId))
             return Reply::refused(StatusCode::NotAllowed);
         if (found && seen.insert(id).second)
             removed.push_back(*found);
@@ -169,7 +162,7 @@ Reply renameTemplate(Call &call)
     auto found = templates.find(call.request().text("templateID"));
     if (!found)
         return Reply::refused(StatusCode::NoSuchTemplate);
-    if (!mayManage(call, *found))
+    if (!mayChange(call, found->ownerId))
         return Reply::refused(StatusCode::NotAllowed);
     const auto other = templates.findByName(name);
     if (other && other->id != found->id)
@@ -214,7 +207,8 @@ void removeTemplates(Call &call, const std::vector<Template> &removed)
 }
 
 const ServiceTable templateServices = {
-    { "reportTemplateUpload", uploadTemplate, NeedsUser | Writes | HugeBody | RepeatsSentence },
+    { "reportTemplateUpload", uploadTemplate,
+        UploadsTemplates | Writes | HugeBody | RepeatsSentence },
     { "reportTemplateDownload", downloadTemplate, NeedsUser | RepeatsSentence },
     { "reportTemplateQuery", queryTemplates, NeedsUser | RepeatsSentence },
     { "reportTemplateDelete", deleteTemplates, NeedsUser | Writes | RepeatsSentence },

@@ -5,6 +5,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
 #include <set>
 
 // Every service × every kind of caller × his own, a foreign and a missing object. What must come
@@ -41,6 +45,37 @@ TEST(Access, EveryServiceHasAnExpectation)
         EXPECT_EQ(expected.count(service), 1u) << service << " has no row in AccessModel.cpp";
     for (const std::string &service : expected)
         EXPECT_EQ(servedServices().count(service), 1u) << service << " is served nowhere";
+}
+
+TEST(Access, IsJudgedByRoleInFewPlaces)
+{
+    const std::map<std::string, std::string> allowed {
+        { "Access.cpp", "answers the questions of handlers" },
+        { "Admission.cpp", "judges the tables' rules" },
+        { "Call.cpp", "finds the projects that the caller sees" },
+        { "Login.cpp", "tells the client its rights" },
+        { "ProjectList.cpp", "lists what the caller sees" },
+        { "ProjectRecord.cpp", "shows who sees a project by role" },
+        { "RoleChange.cpp", "compares the rights before and after" },
+        { "Roles.cpp", "changes them" },
+        { "Tables.cpp", "knows a table's own right" },
+    };
+    const std::regex mention("[.>]rights\\b|\\bhasRole\\b");
+    for (const char *folder : { "/services", "/ocr" }) {
+        for (const auto &entry :
+            std::filesystem::directory_iterator(std::string(KVX_SERVER_FOLDER) + folder)) {
+            const std::string name = entry.path().filename().string();
+            if (entry.path().extension() != ".cpp" || allowed.count(name) > 0)
+                continue;
+            std::ifstream source(entry.path());
+            int number = 0;
+            for (std::string line; std::getline(source, line);) {
+                ++number;
+                line = line.substr(0, line.find("//"));
+                EXPECT_FALSE(std::regex_search(line, mention)) << name << ':' << number << line;
+            }
+        }
+    }
 }
 
 TEST(Access, IsWhatTheModelSaysAndARefusalChangesNothing)
