@@ -26,6 +26,15 @@ long lengthOf(const std::string &head)
 
 } // namespace
 
+QByteArray Sink::fileReply(int number) const
+{
+    QFile file(m_files.value(number));
+    file.open(QIODevice::ReadOnly);
+    const QByteArray bytes = file.readAll();
+    return "HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(bytes.size()) + "\r\n\r\n"
+        + bytes;
+}
+
 Sink::Sink(const QString &folder)
     : m_folder(folder)
     , m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
@@ -102,8 +111,14 @@ void Sink::serve(int connection, int number)
         }
         if (store)
             well = fsync(file) == 0 && close(file) == 0 && well;
+        const QByteArray reply = head.compare(0, 11, "POST /file/") == 0
+            ? fileReply(std::atoi(head.c_str() + 11))
+            : QByteArray::fromRawData(answer, sizeof answer - 1);
         head.clear();
-        if (!well || ::send(connection, answer, sizeof answer - 1, MSG_NOSIGNAL) < 0)
+        if (!well
+            || ::send(connection, reply.constData(), static_cast<std::size_t>(reply.size()),
+                   MSG_NOSIGNAL)
+                < 0)
             return;
     }
 }

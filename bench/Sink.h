@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QString>
+#include <QByteArray>
+#include <QStringList>
 #include <list>
 #include <thread>
 #include <vector>
@@ -9,7 +10,7 @@ namespace kvx::bench {
 
 /// The least that a server can do with a request, as a floor for the real one: a thread a
 /// connection, no parsing beyond the head. What is posted to "/store" is written to a file and
-/// synced, anything else thrown away; the answer is one small JSON object.
+/// synced, anything else thrown away; the answer is one small JSON object, or an offered file.
 class Sink {
 public:
     /// Listens on a free port of this machine. Throws std::runtime_error.
@@ -20,12 +21,16 @@ public:
 
     /// "127.0.0.1:port".
     QString address() const;
+    /// "POST /file/<n>" is answered with the n-th of these. Before the first request.
+    void offer(const QStringList &files) { m_files = files; }
 
 private:
     void accept();
     void serve(int connection, int number);
+    QByteArray fileReply(int number) const;
 
     QString m_folder;
+    QStringList m_files;
     int m_listener = -1;
     int m_port = 0;
     std::thread m_acceptor;

@@ -4,6 +4,7 @@
 #include "Report.h"
 #include "Stand.h"
 #include "Workloads.h"
+#include "client/TimeZone.h"
 
 #include <CLI/CLI.hpp>
 #include <QCoreApplication>
@@ -43,6 +44,7 @@ void settle()
 
 int main(int argc, char **argv)
 {
+    kvx::host::nameTimeZone();
     std::signal(SIGPIPE, SIG_IGN);
     const QCoreApplication application(argc, argv);
 

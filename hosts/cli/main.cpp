@@ -2,6 +2,7 @@
 #include "cli/Options.h"
 #include "cli/Shell.h"
 #include "client/TemporaryFolder.h"
+#include "client/TimeZone.h"
 
 #include <KVXCommon/KVXLog.h>
 #include <QCoreApplication>
@@ -26,6 +27,7 @@ int beginFailed(
 
 int main(int argc, char **argv)
 {
+    host::nameTimeZone();
     const host::TemporaryFolder temporary;
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("kvx"));

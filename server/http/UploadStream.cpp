@@ -97,10 +97,10 @@ void UploadStream::write(std::string_view bytes)
 
 std::shared_ptr<const ReceivedFile> UploadStream::finish()
 {
-    if (fsync(m_file) != 0)
-        failOnDisk(errno);
-    close(m_file);
+    const int closed = close(m_file);
     m_file = -1;
+    if (closed != 0)
+        failOnDisk(errno);
     auto file = std::make_shared<ReceivedFile>(m_path, m_size, m_sha256.finish(), m_md5.finish());
     m_path.clear();
     return file;

@@ -44,7 +44,7 @@ public:
     /// Makes the temporary file. `announced` is the length of the whole form, 0 when unknown.
     void open(std::int64_t announced);
 
-    /// Syncs the file to disk.
+    /// The file is not on the disk yet; who keeps it syncs it.
     std::shared_ptr<const ReceivedFile> finish();
 
 private:

@@ -43,8 +43,8 @@ struct Caller {
     RoleRights rights; ///< of the first role, read in this transaction
 };
 
-/// An uploaded file in `tmp/`, whole and synced to disk. Removed with this object; link it
-/// elsewhere to keep it.
+/// An uploaded file in `tmp/`, whole but not synced. Removed with this object; the blob store keeps
+/// it.
 class ReceivedFile {
 public:
     ReceivedFile(std::string path, std::int64_t size, std::string sha256, std::string md5);

@@ -114,7 +114,7 @@ Reply picture(Call &call, std::int64_t module, bool notify)
     const auto items
         = told ? store.picture(place, *told) : store.picture(place, freedAfter, mostFreed);
     if (direct)
-        call.memory().itemsTold.note(listener, store.lastSequence(place));
+        call.memory().itemsTold.note(listener, store.lastSequence());
 
     InfoList list(call.db());
     for (const auto &item : items)

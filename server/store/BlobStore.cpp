@@ -1,13 +1,19 @@
 #include "store/BlobStore.h"
+#include "base/Digest.h"
+#include "base/Text.h"
 #include "store/Db.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace kvx::server {
 
@@ -18,17 +24,57 @@ namespace {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-void syncFolder(const std::string &folder)
+void sync(const std::string &path)
 {
-    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     if (descriptor < 0)
-        fail(folder);
+        fail(path);
     const int result = ::fsync(descriptor);
     const int error = errno;
     ::close(descriptor);
     errno = error;
     if (result != 0)
-        fail(folder);
+        fail(path);
+}
+
+/// All at the same time: the disk then waits once for what would be four waits one by one.
+void syncTogether(const std::string &last, const std::vector<std::string> &others)
+{
+    std::vector<std::future<void>> running;
+    running.reserve(others.size());
+    for (const std::string &path : others)
+        running.push_back(std::async(std::launch::async, sync, std::cref(path)));
+    sync(last);
+    for (std::future<void> &one : running)
+        one.get();
+}
+
+bool holds(const std::string &path, const std::string &digest)
+{
+    std::ifstream file(path, std::ios::binary);
+    Digest found(Digest::Kind::Sha256);
+    std::vector<char> part(std::size_t { 256 } << 10);
+    while (file) {
+        file.read(part.data(), static_cast<std::streamsize>(part.size()));
+        found.add({ part.data(), static_cast<std::size_t>(file.gcount()) });
+    }
+    return file.eof() && found.finish() == digest;
+}
+
+/// A power cut left something else under the name. The bytes are on the disk before they take it:
+/// somebody else may have put his own there meanwhile, and have named them in a row.
+void replace(const std::string &target, const std::string &from)
+{
+    const std::string beside = target + '.' + newUuid();
+    sync(from);
+    if (::link(from.c_str(), beside.c_str()) != 0)
+        fail(beside);
+    if (::rename(beside.c_str(), target.c_str()) != 0) {
+        const int error = errno;
+        ::unlink(beside.c_str());
+        errno = error;
+        fail(target);
+    }
 }
 
 void makeFolder(const std::string &folder)
@@ -59,14 +105,25 @@ void BlobStore::place(const std::string &from, const std::string &sha256) const
     makeFolder(outer.parent_path().string());
     makeFolder(outer.string());
     makeFolder(inner.string());
-    if (::link(from.c_str(), target.c_str()) != 0) {
+    const bool isNew = ::link(from.c_str(), target.c_str()) == 0;
+    if (!isNew) {
         if (errno != EEXIST)
             fail(target);
-        ::utimensat(AT_FDCWD, target.c_str(), nullptr, 0);
+        if (holds(target, sha256))
+            ::utimensat(AT_FDCWD, target.c_str(), nullptr, 0);
+        else
+            replace(target, from);
     }
-    // Always: whoever made the folder or linked the same bytes a moment ago may not be here yet.
-    for (const auto &folder : { inner, outer, outer.parent_path() })
-        syncFolder(folder.string());
+    try {
+        // Always all: whoever made a folder or linked the same bytes a moment ago may not be here
+        // yet.
+        syncTogether(target, { inner.string(), outer.string(), outer.parent_path().string() });
+    } catch (...) {
+        // What could not be written once may look whole for as long as it is remembered.
+        if (isNew)
+            ::unlink(target.c_str());
+        throw;
+    }
 }
 
 void BlobStore::record(

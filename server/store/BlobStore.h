@@ -21,9 +21,9 @@ public:
     }
 
     std::string path(const std::string &sha256) const;
-    /// Links the file at `from`, whole and synced, to the name of its digest and syncs the folder.
-    /// A blob that is there already is kept, and is young again for the sweep. Throws
-    /// std::system_error.
+    /// Links the whole file at `from` to the name of its digest and syncs file and folders; only
+    /// after it may a row name the blob. One that is there already is kept, and is young again for
+    /// the sweep, once its bytes were read and are the right ones. Throws std::system_error.
     void place(const std::string &from, const std::string &sha256) const;
     /// The row that other rows refer to, in the caller's transaction; places the blob again if it
     /// was swept since.

@@ -2,14 +2,94 @@
 #include "store/Db.h"
 
 #include <algorithm>
+#include <map>
+#include <string>
+#include <utility>
 
 namespace kvx::server {
 
 using I = std::int64_t;
 
+namespace {
+
+constexpr std::string_view sequenceName = "item change";
+
+/// One statement for many items, in a few sizes: each size is prepared once, and ten thousand items
+/// are fifty statements.
+class Batches {
+public:
+    struct Change {
+        ItemStore::Place place;
+        I userId;
+        Time now;
+        I sequence;
+    };
+
+    /// An item's number stands between before and after, the items are parted by commas. Of the
+    /// change, :project, :module, :now and :sequence are bound, and :user where it is named.
+    Batches(const std::string &begin, const std::string &before, const std::string &after,
+        const std::string &end)
+        : m_namesUser(after.find(":user") != std::string::npos)
+    {
+        for (std::size_t i = 0; i < largest; ++i)
+            m_names.push_back("id" + std::to_string(i));
+        for (const std::size_t size : { largest, small, one }) {
+            std::string text = begin;
+            for (std::size_t i = 0; i < size; ++i)
+                text += (i ? ", " : "") + before + ':' + m_names[i] + after;
+            m_texts[size] = text + end;
+        }
+    }
+
+    void run(Db &db, const std::vector<I> &ids, const Change &change) const
+    {
+        const I *next = ids.data();
+        const I *end = next + ids.size();
+        next = runAll<largest>(db, next, end, change);
+        next = runAll<small>(db, next, end, change);
+        runAll<one>(db, next, end, change);
+    }
+
+private:
+    static constexpr std::size_t largest = 200;
+    static constexpr std::size_t small = 20;
+    static constexpr std::size_t one = 1;
+
+    template <std::size_t Size>
+    const I *runAll(Db &db, const I *next, const I *end, const Change &change) const
+    {
+        for (; end - next >= static_cast<std::ptrdiff_t>(Size); next += Size)
+            runOne(db, m_texts.at(Size), next, change, std::make_index_sequence<Size>());
+        return next;
+    }
+
+    template <std::size_t... At>
+    void runOne(Db &db, const std::string &text, const I *ids, const Change &change,
+        std::index_sequence<At...>) const
+    {
+        if (m_namesUser) {
+            db.run(text,
+                { { "project", change.place.projectId }, { "module", change.place.module },
+                    { "user", change.userId }, { "now", change.now },
+                    { "sequence", change.sequence }, { m_names[At].c_str(), ids[At] }... });
+        } else {
+            db.run(text,
+                { { "project", change.place.projectId }, { "module", change.place.module },
+                    { "now", change.now }, { "sequence", change.sequence },
+                    { m_names[At].c_str(), ids[At] }... });
+        }
+    }
+
+    const bool m_namesUser;
+    std::vector<std::string> m_names;
+    std::map<std::size_t, std::string> m_texts;
+};
+
+} // namespace
+
 std::int64_t ItemStore::nextSequence()
 {
-    return nextKey(m_db, "item change");
+    return nextKey(m_db, sequenceName);
 }
 
 std::vector<ItemStore::Item> ItemStore::of(Place place, const std::vector<std::int64_t> &ids)
@@ -80,39 +160,33 @@ std::vector<ItemStore::Item> ItemStore::picture(Place place, Time since, std::in
     return found;
 }
 
-std::int64_t ItemStore::lastSequence(Place place)
+std::int64_t ItemStore::lastSequence()
 {
-    return m_db
-        .value<I>("SELECT COALESCE(MAX(seq), 0) FROM item WHERE project_id = :project"
-                  " AND module = :module",
-            { { "project", place.projectId }, { "module", place.module } })
-        .value_or(0);
+    return m_db.value<I>(
+                   "SELECT next FROM counter WHERE name = :name", { { "name", sequenceName } })
+               .value_or(1)
+        - 1;
 }
 
 void ItemStore::checkOut(
     Place place, const std::vector<std::int64_t> &ids, std::int64_t userId, Time now)
 {
-    const I sequence = nextSequence();
-    for (const I id : ids) {
-        m_db.run(
-            "INSERT INTO item (project_id, module, item_id, user_id, state, at, seq)"
-            " VALUES (:project, :module, :id, :user, 1, :now, :sequence)"
-            " ON CONFLICT (project_id, module, item_id) DO UPDATE SET user_id = excluded.user_id,"
-            " state = 1, at = excluded.at, seq = excluded.seq",
-            { { "project", place.projectId }, { "module", place.module }, { "id", id },
-                { "user", userId }, { "now", now }, { "sequence", sequence } });
-    }
+    static const Batches statements(
+        "INSERT INTO item"
+        " (project_id, module, item_id, user_id, state, at, seq) VALUES ",
+        "(:project, :module, ", ", :user, 1, :now, :sequence)",
+        " ON CONFLICT (project_id, module, item_id) DO UPDATE SET user_id = excluded.user_id,"
+        " state = 1, at = excluded.at, seq = excluded.seq");
+    statements.run(m_db, ids, { place, userId, now, nextSequence() });
 }
 
 void ItemStore::checkIn(Place place, const std::vector<std::int64_t> &ids, Time now)
 {
-    const I sequence = nextSequence();
-    for (const I id : ids) {
-        m_db.run("UPDATE item SET state = 0, at = :now, seq = :sequence WHERE project_id = :project"
-                 " AND module = :module AND item_id = :id",
-            { { "now", now }, { "sequence", sequence }, { "project", place.projectId },
-                { "module", place.module }, { "id", id } });
-    }
+    static const Batches statements("UPDATE item SET state = 0, at = :now, seq = :sequence"
+                                    " WHERE project_id = :project AND module = :module"
+                                    " AND item_id IN (",
+        "", "", ")");
+    statements.run(m_db, ids, { place, 0, now, nextSequence() });
 }
 
 std::vector<std::int64_t> ItemStore::checkInAll(

@@ -34,8 +34,8 @@ public:
     std::vector<Item> picture(Place place, std::int64_t sequence);
     /// Every item checked out, and the newest `maximum` of those freed since `since`.
     std::vector<Item> picture(Place place, Time since, std::int64_t maximum);
-    /// The number of the last change in the module, 0 before any.
-    std::int64_t lastSequence(Place place);
+    /// The number of the last change of any item of any project, 0 before any.
+    std::int64_t lastSequence();
 
     /// Items in ascending order become the user's.
     void checkOut(Place place, const std::vector<std::int64_t> &ids, std::int64_t userId, Time now);

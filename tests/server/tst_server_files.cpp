@@ -5,11 +5,17 @@
 #include "store/BlobStore.h"
 #include "store/Db.h"
 
+#include <cerrno>
 #include <chrono>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <random>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 #include <zip.h>
 
 using namespace kvx::test;
@@ -19,6 +25,20 @@ namespace {
 
 const std::string guid = guidOf(1);
 using Kind = FileName::Kind;
+
+/// What is not to reach the disk, and the error for it.
+struct FailingSync {
+    std::string path;
+    int error = 0;
+};
+std::mutex failingSyncMutex;
+FailingSync failingSync;
+
+void failSyncOf(const std::string &path, int error)
+{
+    const std::lock_guard<std::mutex> lock(failingSyncMutex);
+    failingSync = { path, error };
+}
 
 struct Files : testing::Test {
     ServiceHarness harness { [](Config &config) {
@@ -49,6 +69,23 @@ struct Files : testing::Test {
 };
 
 } // namespace
+
+/// Stands in for the system's own: a disk that fails cannot be had otherwise.
+extern "C" int fsync(int descriptor)
+{
+    static const auto real = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "fsync"));
+    std::error_code ignored;
+    const auto path
+        = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), ignored);
+    {
+        const std::lock_guard<std::mutex> lock(failingSyncMutex);
+        if (failingSync.error != 0 && path == failingSync.path) {
+            errno = failingSync.error;
+            return -1;
+        }
+    }
+    return real(descriptor);
+}
 
 TEST(FileNames, TwoHundredNamesAreTakenForWhatTheyAre)
 {
@@ -300,6 +337,65 @@ TEST_F(Files, ABlobThatWasSweptWhileItsUploadRanIsPutBack)
     transaction.commit();
     EXPECT_TRUE(std::filesystem::exists(blobs.path(digest)));
     EXPECT_EQ(BlobStore::size(harness.db(), digest), 5);
+}
+
+TEST_F(Files, ABlobThatIsThereIsKeptAndYoungAgain)
+{
+    const BlobStore blobs(harness.folder());
+    const std::string from = harness.folder() + "/tmp/received";
+    const std::string digest = sha256("bytes");
+    std::ofstream(from) << "bytes";
+    blobs.place(from, digest);
+    struct stat before { };
+    ASSERT_EQ(stat(blobs.path(digest).c_str(), &before), 0);
+    const timespec old[2] = { { 1, 0 }, { 1, 0 } };
+    ASSERT_EQ(utimensat(AT_FDCWD, blobs.path(digest).c_str(), old, 0), 0);
+    std::filesystem::remove(from);
+    std::ofstream(from) << "bytes";
+    blobs.place(from, digest);
+    struct stat after { };
+    ASSERT_EQ(stat(blobs.path(digest).c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_GE(after.st_mtime, before.st_mtime);
+}
+
+TEST_F(Files, WhatAPowerCutLeftUnderABlobsNameIsReplaced)
+{
+    const BlobStore blobs(harness.folder());
+    const std::string from = harness.folder() + "/tmp/received";
+    const std::string digest = sha256("bytes");
+    std::ofstream(from) << "bytes";
+    blobs.place(from, digest);
+    for (const std::string torn : { "", "byt", "byteX", "bytes and more" }) {
+        std::filesystem::remove(blobs.path(digest)); // not the file at `from` itself
+        std::ofstream(blobs.path(digest)) << torn;
+        blobs.place(from, digest);
+        std::ifstream file(blobs.path(digest));
+        std::string found;
+        std::getline(file, found);
+        EXPECT_EQ(found, "bytes") << torn;
+        const auto inner = std::filesystem::path(blobs.path(digest)).parent_path();
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(inner), {}), 1) << torn;
+    }
+}
+
+TEST_F(Files, NoRowNamesABlobBeforeItIsSyncedWithEveryFolderAbove)
+{
+    const std::string digest = sha256("bytes");
+    const std::string target = BlobStore(harness.folder()).path(digest);
+    std::filesystem::path path = target;
+    for (int level = 0; level < 4; ++level, path = path.parent_path()) {
+        for (const int error : { EIO, ENOSPC }) {
+            failSyncOf(path.string(), error);
+            EXPECT_EQ(anna.upload("a.txt", "bytes").status(), error == EIO ? 0 : 105) << path;
+            EXPECT_EQ(harness.db().value<int>("SELECT count(*) FROM blob").value(), 0) << path;
+            EXPECT_FALSE(std::filesystem::exists(target))
+                << "bytes that failed once must not be taken for good the next time";
+        }
+    }
+    failSyncOf({}, 0);
+    EXPECT_EQ(anna.upload("a.txt", "bytes").status(), 1);
+    EXPECT_EQ(download(anna, "a.txt").fileBytes(), "bytes");
 }
 
 TEST_F(Files, WithoutSpaceUploadsAreRefusedBeforeTheirBytes)

@@ -1,5 +1,7 @@
 #include "ServiceHarness.h"
 #include "services/ItemIds.h"
+#include "store/Db.h"
+#include "store/ItemStore.h"
 #include "support/Watchdog.h"
 
 #include <algorithm>
@@ -239,6 +241,39 @@ TEST_F(Items, ThePictureTellsOnceWhatWasFreedOnEachConnection)
         "UPDATE item SET at = at - :days WHERE state = 0", { { "days", 8 * 86'400'000LL } });
     again.connection = 1001;
     EXPECT_EQ(picture(again), "2 anna 1, 3 anna 1") << "what was freed long ago is told no more";
+}
+
+TEST_F(Items, AnyNumberOfItemsIsCheckedOutAndIn)
+{
+    int module = 10;
+    for (const int count : { 1, 2, 19, 20, 21, 199, 200, 201, 220, 221, 399, 401 }) {
+        ++module;
+        std::string ids;
+        std::string held;
+        std::string freed;
+        for (int i = 1; i <= count; ++i) {
+            const std::string id = std::to_string(i * (count % 2 ? 1 : 1000)); // dense, sparse
+            ids += id + ';';
+            held += (held.empty() ? "" : ", ") + id + " anna 1";
+            freed += (freed.empty() ? "" : ", ") + id + " anna 0";
+        }
+        for (int round = 0; round < 2; ++round) { // new rows, then rows that are there
+            EXPECT_EQ(infoOf(checkOut(anna, ids, false, module)), held) << count;
+            EXPECT_EQ(picture(ben, module), held) << count;
+            EXPECT_EQ(checkIn(anna, ids, module).status(), 1) << count;
+            EXPECT_EQ(picture(ben, module), freed) << count;
+        }
+    }
+    EXPECT_EQ(number("SELECT count(*) FROM item WHERE state = 1"), 0);
+}
+
+TEST_F(Items, NoItemsAreNoRows)
+{
+    Transaction transaction(harness.db(), Transaction::Kind::Write);
+    ItemStore store(harness.db());
+    store.checkOut({ 1, 3 }, {}, 1, 1);
+    store.checkIn({ 1, 3 }, {}, 1);
+    EXPECT_EQ(number("SELECT count(*) FROM item"), 0);
 }
 
 TEST_F(Items, BehindAProxyAConnectionProvesNothing)

@@ -1,0 +1,78 @@
+#include "BareDownloads.h"
+
+#include "Stand.h"
+
+#include <KVXCommon/KVXZipFile.h>
+#include <QtEndian>
+#include <zlib.h>
+
+namespace kvx::bench {
+
+namespace {
+
+std::size_t appendTo(char *bytes, std::size_t size, std::size_t count, void *body)
+{
+    static_cast<QByteArray *>(body)->append(bytes, static_cast<int>(size * count));
+    return size * count;
+}
+
+/// The one entry of an archive, by the sizes in its local header.
+QByteArray unpacked(const QByteArray &archive)
+{
+    const auto *at = reinterpret_cast<const uchar *>(archive.constData());
+    require(archive.size() > 30, QStringLiteral("no archive came"));
+    const int begin
+        = 30 + qFromLittleEndian<quint16>(at + 26) + qFromLittleEndian<quint16>(at + 28);
+    QByteArray log(static_cast<int>(qFromLittleEndian<quint32>(at + 22)), Qt::Uninitialized);
+    z_stream stream = {};
+    stream.next_in = const_cast<uchar *>(at) + begin;
+    stream.avail_in = static_cast<uInt>(archive.size() - begin);
+    stream.next_out = reinterpret_cast<uchar *>(log.data());
+    stream.avail_out = static_cast<uInt>(log.size());
+    inflateInit2(&stream, -MAX_WBITS);
+    const int result = inflate(&stream, Z_FINISH);
+    inflateEnd(&stream);
+    require(result == Z_STREAM_END, QStringLiteral("the archive cannot be unpacked"));
+    return log;
+}
+
+} // namespace
+
+BareDownloads::BareDownloads(const Stand &stand, const QStringList &logs)
+    : m_sink(stand.path(QString()))
+    , m_count(logs.size())
+    , m_curl(curl_easy_init())
+{
+    QStringList archives;
+    for (const QString &log : logs) {
+        archives.append(log + QLatin1String(".zip"));
+        require(KVXZipFile::compressFiles(
+                    archives.last(), { { QStringLiteral("log"), log } }, QString()),
+            archives.last());
+    }
+    m_sink.offer(archives);
+}
+
+BareDownloads::~BareDownloads()
+{
+    curl_easy_cleanup(m_curl);
+}
+
+QList<QByteArray> BareDownloads::fetch()
+{
+    QList<QByteArray> logs;
+    for (int i = 0; i < m_count; ++i) {
+        const QByteArray url
+            = QStringLiteral("http://%1/file/%2").arg(m_sink.address()).arg(i).toLatin1();
+        QByteArray body;
+        curl_easy_setopt(m_curl, CURLOPT_URL, url.constData());
+        curl_easy_setopt(m_curl, CURLOPT_POSTFIELDS, "");
+        curl_easy_setopt(m_curl, CURLOPT_WRITEFUNCTION, &appendTo);
+        curl_easy_setopt(m_curl, CURLOPT_WRITEDATA, &body);
+        require(curl_easy_perform(m_curl) == CURLE_OK, QString::fromLatin1(url));
+        logs.append(unpacked(body));
+    }
+    return logs;
+}
+
+} // namespace kvx::bench

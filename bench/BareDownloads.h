@@ -1,0 +1,31 @@
+#pragma once
+
+#include "Sink.h"
+
+#include <QList>
+#include <curl/curl.h>
+
+namespace kvx::bench {
+
+class Stand;
+
+/// The least that fetching change logs can come to: one request for each over one connection of
+/// bare libcurl, from a server that parses nothing, unpacked in memory.
+class BareDownloads {
+public:
+    /// Packs the logs.
+    BareDownloads(const Stand &stand, const QStringList &logs);
+    ~BareDownloads();
+    BareDownloads(const BareDownloads &) = delete;
+    BareDownloads &operator=(const BareDownloads &) = delete;
+
+    /// The content of the logs in their order.
+    QList<QByteArray> fetch();
+
+private:
+    Sink m_sink;
+    int m_count;
+    CURL *m_curl;
+};
+
+} // namespace kvx::bench
