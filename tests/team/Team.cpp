@@ -24,6 +24,14 @@ demo::Site &site()
     return instance;
 }
 
+std::unique_ptr<demo::Site> siteWithoutGuard()
+{
+    auto own = std::make_unique<demo::Site>(
+        QStringLiteral(KVX_BUILD_FOLDER), QStringLiteral(KVX_BROKER_SCRIPT));
+    own->withoutGuard();
+    return own;
+}
+
 Team::Team(int size, const QString &homes)
     : m_homes(homes)
 {

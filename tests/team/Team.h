@@ -16,6 +16,9 @@ QStringList &siteOptions();
 /// The server and broker that the cases of this program share; started on first use.
 demo::Site &site();
 
+/// One of the case's own, whose broker goes without its guard; not started.
+std::unique_ptr<demo::Site> siteWithoutGuard();
+
 /// Several estimators at one server: real processes, one each.
 class Team {
 public:

@@ -438,3 +438,20 @@ TEST_F(Roles, ASessionThatEndedIsBegunAgain)
     ASSERT_TRUE(user.waitForEvent(QStringLiteral("connected"), 120000));
     expectDone(user, QStringLiteral("new ") + freshName(QStringLiteral("begun")));
 }
+
+TEST(KeepAlive, FindsOutThatTheSessionHasEndedAndBeginsAnother)
+{
+    Watchdog::allow(300);
+    // A guarded broker would cut the connection and so tell the client at once.
+    const auto own = siteWithoutGuard();
+    ASSERT_TRUE(own->start()) << own->error().toStdString();
+    const QString email = QStringLiteral("alone@example.com");
+    ASSERT_TRUE(own->addUser(email, QStringLiteral("Alone"))) << own->error().toStdString();
+    ShellProcess user;
+    ASSERT_TRUE(user.start(own->kvx(), own->server(), own->account(email)));
+    for (const char *command : { "disable", "enable" })
+        ASSERT_TRUE(own->administer({ QStringLiteral("user"), QLatin1String(command), email }));
+    EXPECT_EQ(exitOf(user.run(QStringLiteral("new Ended"))), 1);
+    ASSERT_TRUE(user.waitForEvent(QStringLiteral("connected"), 150000));
+    EXPECT_EQ(exitOf(user.run(QStringLiteral("new Begun"))), 0);
+}
