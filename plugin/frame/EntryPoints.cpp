@@ -8,6 +8,7 @@
 #include "projectlist/KVXCWProjectListImpl.h"
 #include "projectlist/KVXCWProjectPermissionImpl.h"
 #include "resources/KVXCWFileServiceImpl.h"
+#include "resources/KVXCWOCRImpl.h"
 #include "resources/KVXGlobalLockMgrImpl.h"
 #include "resources/KVXReportTemplateMgrImpl.h"
 #include "users/KVXCWUserImpl.h"
@@ -65,7 +66,7 @@ void initIdManager(KVXCWIDManager **slot)
 
 void initOcr(KVXCWOCR **slot)
 {
-    *slot = nullptr; // no such manager in this release
+    create<KVXCWOCRImpl>(slot);
 }
 
 void initFileService(KVXCWFileService **slot)

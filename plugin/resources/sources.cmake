@@ -1,5 +1,6 @@
 target_sources(kvx_plugin_objects PRIVATE
     resources/KVXCWFileServiceImpl.cpp
+    resources/KVXCWOCRImpl.cpp
     resources/KVXGlobalLockMgrImpl.cpp
     resources/KVXReportTemplateMgrImpl.cpp
 )
