@@ -28,13 +28,18 @@ using Names = std::set<std::string>;
 /// Services that the plug-in does not send, with the reason.
 const std::map<std::string, std::string> onlyOnTheServer {
     { "server", "read by a search for servers: the transport's, on a path of its own" },
+    { "submit", "sent by the recognition client, on a path of its own" },
+    { "state", "the same" },
+    { "result", "the same" },
+    { "cancel", "the same" },
+    { "languages", "the same" },
 };
 
 /// What the plug-in asks for by the path alone.
 const Names namedByPath { "comresource/version", "comresource/download" };
 
-/// Has no contract file: its path is the whole request.
-const Names withoutFile { "server" };
+/// Have no contract file: the path is the whole request, or the number of a job stands in it.
+const Names withoutFile { "server", "submit", "state", "result", "cancel", "languages" };
 
 std::string read(const fs::path &path)
 {
