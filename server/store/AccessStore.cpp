@@ -85,8 +85,7 @@ std::vector<HeldProject> projectsHeldBy(Db &db, std::int64_t userId)
         "WHERE s.user_id = :user "
         "UNION SELECT l.id FROM session s JOIN project l ON l.plock_session = s.id "
         "WHERE s.user_id = :user "
-        "UNION SELECT i.id FROM project i WHERE EXISTS (SELECT 1 FROM item t "
-        "WHERE t.project_id = i.id AND t.user_id = :user AND t.state = 1)) ORDER BY p.id",
+        "UNION SELECT project_id FROM item WHERE user_id = :user AND state = 1) ORDER BY p.id",
         { { "user", userId } },
         [&held](std::int64_t id, std::string guid, std::string kind, int storedRw) {
             held.push_back({ id, std::move(guid), std::move(kind), storedRw });
