@@ -22,9 +22,12 @@ int statusOf(const QJsonObject &reply)
     return reply.value(QLatin1String("statuscode")).toInt(Failed);
 }
 
+/// A refusal says it under "message"; a page or a job that failed under "Message".
 QString messageOf(const QJsonObject &reply)
 {
-    const QString message = reply.value(QLatin1String("message")).toString();
+    const QString refusal = reply.value(QLatin1String("message")).toString();
+    const QString message
+        = refusal.isEmpty() ? reply.value(QLatin1String("Message")).toString() : refusal;
     return message.isEmpty() ? QStringLiteral("The server refused the recognition.") : message;
 }
 
