@@ -2,6 +2,7 @@
 #include "admin/AdminSession.h"
 #include "admin/DataFolder.h"
 #include "admin/Serve.h"
+#include "admin/Verify.h"
 #include "base/Config.h"
 #include "base/JsonText.h"
 #include "base/Text.h"
@@ -26,6 +27,7 @@ struct Options {
     bool json = false;
     ServeOptions serve;
     bool dryRun = false;
+    bool deep = false;
 };
 
 /// A command of the tables as the command line knows it.
@@ -178,6 +180,8 @@ int runCommandLine(int argc, char **argv)
         "where the first administrator's password is written instead of to the terminal");
     CLI::App *migrateCommand = addCommand(app, "migrate", "raise the schema of the database");
     migrateCommand->add_flag("--dry-run", options.dryRun, "only say what would be done");
+    CLI::App *verifyCommand = addCommand(app, "verify", "judge the database and the store");
+    verifyCommand->add_flag("--deep", options.deep, "read every content too");
     const std::vector<ParsedCommand> adminCommands = addAdminCommands(app);
     try {
         app.parse(argc, argv);
@@ -198,6 +202,8 @@ int runCommandLine(int argc, char **argv)
             return initialise(config, options.serve, options.json);
         if (migrateCommand->parsed())
             return migrateOnly(config, options.dryRun, options.json);
+        if (verifyCommand->parsed())
+            return verify(config, options.deep, options.json);
         return runAdmin(adminCommands, config, options.json);
     } catch (const ConfigError &error) {
         return fail(options, ExitUsage, error.what());

@@ -6,21 +6,32 @@
 
 namespace kvx::server {
 
+namespace {
+
+std::string chainOf(
+    std::string link, std::int64_t processId, std::int64_t number, Time at, const AuditEntry &entry)
+{
+    const auto numberText = [](const std::optional<std::int64_t> &value) {
+        return value ? std::to_string(*value) : std::string("-");
+    };
+    for (const std::string &field :
+        { std::to_string(processId), std::to_string(number), std::to_string(at),
+            numberText(entry.userId), numberText(entry.sessionId), entry.address, entry.service,
+            numberText(entry.projectId), entry.object, std::to_string(entry.status), entry.detail })
+        link += '\n' + std::to_string(field.size()) + ':' + field;
+    return sha256(link);
+}
+
+} // namespace
+
 void addAudit(Db &db, std::int64_t processId, Time now, const AuditEntry &entry)
 {
     const auto last = db.row<std::int64_t, std::string>(
         "SELECT number, chain FROM audit WHERE process_id = :process ORDER BY number DESC LIMIT 1",
         { { "process", processId } });
     const std::int64_t number = last ? std::get<0>(*last) + 1 : 1;
-    const auto numberText = [](const std::optional<std::int64_t> &value) {
-        return value ? std::to_string(*value) : std::string("-");
-    };
-    std::string link = last ? std::get<1>(*last) : std::string();
-    for (const std::string &field :
-        { std::to_string(processId), std::to_string(number), std::to_string(now),
-            numberText(entry.userId), numberText(entry.sessionId), entry.address, entry.service,
-            numberText(entry.projectId), entry.object, std::to_string(entry.status), entry.detail })
-        link += '\n' + std::to_string(field.size()) + ':' + field;
+    const std::string chain
+        = chainOf(last ? std::get<1>(*last) : std::string(), processId, number, now, entry);
     db.run("INSERT INTO audit (process_id, number, at, user_id, session_id, address, service, "
            "project_id, object, status, detail, chain) VALUES (:process, :number, :at, :user, "
            ":session, :address, :service, :project, :object, :status, :detail, :chain)",
@@ -28,7 +39,36 @@ void addAudit(Db &db, std::int64_t processId, Time now, const AuditEntry &entry)
             { "session", entry.sessionId }, { "address", entry.address },
             { "service", entry.service }, { "project", entry.projectId },
             { "object", entry.object }, { "status", entry.status }, { "detail", entry.detail },
-            { "chain", sha256(link) } });
+            { "chain", chain } });
+}
+
+void eachBrokenAuditRow(Db &db, const std::function<void(std::int64_t, std::int64_t)> &act)
+{
+    using I = std::int64_t;
+    using S = std::string;
+    using OptI = std::optional<I>;
+    I lastProcess = 0;
+    I lastNumber = 0;
+    S lastChain;
+    db.each<I, I, Time, OptI, OptI, S, S, OptI, S, int, S, S>(
+        "SELECT process_id, number, at, user_id, session_id, address, service, project_id, object,"
+        " status, detail, chain FROM audit ORDER BY process_id, number",
+        {},
+        [&](I process, I number, Time at, OptI user, OptI session, S address, S service,
+            OptI project, S object, int status, S detail, S chain) {
+            const bool first = process != lastProcess;
+            const AuditEntry entry { user, session, std::move(address), std::move(service), project,
+                std::move(object), status, std::move(detail) };
+            // The oldest row that is left cannot be judged: the one before it may have gone by age.
+            const bool known = number == 1 || !first;
+            if (!first && number != lastNumber + 1)
+                act(process, number);
+            else if (known && chain != chainOf(first ? S() : lastChain, process, number, at, entry))
+                act(process, number);
+            lastProcess = process;
+            lastNumber = number;
+            lastChain = std::move(chain);
+        });
 }
 
 void eachAudit(Db &db, const AuditQuery &query, const std::function<void(const AuditRow &)> &act)

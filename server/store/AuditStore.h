@@ -52,6 +52,10 @@ struct AuditQuery {
 /// Calls `act` for each row, by time.
 void eachAudit(Db &db, const AuditQuery &query, const std::function<void(const AuditRow &)> &act);
 
+/// Calls `act` with process and number of each row that does not continue the chain of the one
+/// before it. What was dropped for its age is not missed.
+void eachBrokenAuditRow(Db &db, const std::function<void(std::int64_t, std::int64_t)> &act);
+
 std::int64_t dropAuditBefore(Db &db, Time before);
 
 } // namespace kvx::server
