@@ -103,6 +103,45 @@ TEST_F(SharedResources, ATemplateIsSharedRenamedAndRemoved)
     EXPECT_EQ(templateCount(ben), before);
 }
 
+TEST_F(SharedResources, ATemplateOfFiveMebibytesComesBackEqual)
+{
+    Team team(1);
+    QJsonArray rows;
+    const QString row = QString(1000, QChar(0x00e9)) + QStringLiteral("😀\"\\");
+    for (int i = 0; i < 2600; ++i)
+        rows.append(row);
+    const QByteArray document = QJsonDocument(QJsonObject { { row, rows } }).toJson();
+    ASSERT_GT(document.size(), 5 << 20);
+    write("large.json", document);
+    expectDone(team.member(0), QLatin1String("templates upload ") + path("large.json"));
+    expectDone(team.member(0), QLatin1String("templates download large ") + path("got.json"));
+    EXPECT_TRUE(read("got.json") == document);
+    expectDone(team.member(0), QStringLiteral("templates remove large"));
+}
+
+TEST_F(SharedResources, PeopleSeeTemplatesAndTablesAsTables)
+{
+    Team team(1);
+    team.member(0).stop();
+    const auto run = [&team](const QStringList &command) {
+        const Ended ended = runKvx(as(team.account(0), command));
+        EXPECT_EQ(ended.exit, 0) << ended.err.toStdString();
+        return ended.out;
+    };
+    const QString group = QStringLiteral("templates");
+    run({ group, QStringLiteral("upload"), write("Cover sheet.json", "{}") });
+    const QString list = run({ group, QStringLiteral("list") });
+    EXPECT_TRUE(list.startsWith(QLatin1String("NAME"))) << list.toStdString();
+    EXPECT_TRUE(list.contains(QLatin1String("\nCover sheet  0"))) << list.toStdString();
+    const QString shown = run({ group, QStringLiteral("show"), QStringLiteral("Cover sheet") });
+    EXPECT_TRUE(shown.contains(QLatin1Char('<') + team.email(0) + QLatin1Char('>')))
+        << shown.toStdString();
+    EXPECT_EQ(run({ group, QStringLiteral("remove"), QStringLiteral("Cover sheet") }),
+        QStringLiteral("The template was removed.\n"));
+    EXPECT_EQ(run({ QStringLiteral("tables"), QStringLiteral("show"), QStringLiteral("empty") }),
+        QStringLiteral("The table \"empty\" is empty.\n"));
+}
+
 TEST_F(SharedResources, AFileThatIsNoTemplateIsRefusedBeforeItIsSent)
 {
     Team team(1);
