@@ -71,8 +71,10 @@ TEST_F(GlobalLock, anEmptyNameAndAnEmptyEmailAreTheCurrentUsersEachForItself)
 {
     const auto expectAuthor = [this](const char *name, const char *email) {
         const QJsonObject request = host.network.takeRequest();
-        EXPECT_EQ(request.value(QLatin1String("lockedAuthorName")), QJsonValue(QLatin1String(name)));
-        EXPECT_EQ(request.value(QLatin1String("lockedAuthorEmail")), QJsonValue(QLatin1String(email)));
+        EXPECT_EQ(
+            request.value(QLatin1String("lockedAuthorName")), QJsonValue(QLatin1String(name)));
+        EXPECT_EQ(
+            request.value(QLatin1String("lockedAuthorEmail")), QJsonValue(QLatin1String(email)));
     };
     lock();
     expectAuthor("Anna Weiss", "anna@example.com");
