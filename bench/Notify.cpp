@@ -111,8 +111,8 @@ void invite(Stand &stand, const QString &guid, std::size_t count)
 
 } // namespace
 
-/// The floor is a small message through the same broker with nothing done at either end. Ours
-/// begins when the merge was acknowledged and ends when a client says that its copy has it.
+/// The floor is a small message through a broker of the same kind with nothing done at either end.
+/// Ours begins when the merge was acknowledged and ends when a client says that its copy has it.
 void measureNotify(Stand &stand, Report &report)
 {
     const std::vector<std::size_t> crowds = stand.isQuick()
@@ -123,11 +123,6 @@ void measureNotify(Stand &stand, Report &report)
     const ChangeLogs logs = writeChangeLogs(stand, name, smallTender, versions, 10);
     invite(stand, logs.guid, crowds.front());
     const QString file = openForPublishing(stand, logs);
-    const auto wire = stand.newSession();
-    const int brokerPort = wire->login(stand.email(), stand.password())
-                               .value(QLatin1String("BrokerPort"))
-                               .toString()
-                               .toInt();
 
     Arrivals arrivals;
     std::vector<std::unique_ptr<Colleague>> colleagues;
@@ -141,7 +136,7 @@ void measureNotify(Stand &stand, Report &report)
         while (colleagues.size() > crowd)
             colleagues.pop_back();
         const std::vector<double> floor
-            = bareNotifications(brokerPort, static_cast<int>(crowd), messagesOfRound);
+            = bareNotifications(stand.bareBrokerPort(), static_cast<int>(crowd), messagesOfRound);
         std::vector<double> ours;
         for (int i = 0; i < messagesOfRound; ++i, ++version) {
             const Moment merged

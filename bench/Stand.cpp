@@ -27,10 +27,12 @@ void require(bool condition, const QString &otherwise)
         throw std::runtime_error(otherwise.toStdString());
 }
 
-Stand::Stand(bool quick)
+Stand::Stand(bool quick, bool guarded)
     : m_quick(quick)
     , m_site(buildFolder(), QStringLiteral(KVX_BROKER_SCRIPT))
 {
+    if (!guarded)
+        m_site.withoutGuard();
     // All clients of this run share one address, and one user has many sessions.
     qputenv("KVX_SESSION_PERUSER", "100");
     qputenv("KVX_LIMITS_PERADDRESS", "1000");
@@ -55,6 +57,16 @@ Stand::Stand(bool quick)
 }
 
 Stand::~Stand() = default;
+
+int Stand::bareBrokerPort()
+{
+    if (!m_bare) {
+        m_bare = std::make_unique<demo::Site>(buildFolder(), QStringLiteral(KVX_BROKER_SCRIPT));
+        m_bare->withoutGuard();
+        require(m_bare->startBroker(), m_bare->error());
+    }
+    return m_bare->brokerPort();
+}
 
 QString Stand::password() const
 {

@@ -22,10 +22,13 @@ void require(bool condition, const QString &otherwise);
 class Stand {
 public:
     /// Throws std::runtime_error when something does not start.
-    explicit Stand(bool quick);
+    /// Without guard the broker takes everybody, as it would without kvx-server beside it.
+    explicit Stand(bool quick, bool guarded = true);
     ~Stand();
 
     demo::Site &site() { return m_site; }
+    /// Port of a second broker, which has no guard: a floor needs neither server nor session.
+    int bareBrokerPort();
     host::Client &client() { return *m_client; }
     const QString &email() const { return m_email; }
     QString password() const;
@@ -52,6 +55,7 @@ private:
     bool m_quick;
     QString m_email = QStringLiteral("bench@example.com");
     demo::Site m_site;
+    std::unique_ptr<demo::Site> m_bare;
     std::optional<host::TemporaryFolder> m_temporary;
     std::unique_ptr<host::Client> m_client;
 };

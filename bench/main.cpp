@@ -54,16 +54,18 @@ int main(int argc, char **argv)
         names.emplace_back(workload.name);
     std::vector<std::string> only;
     bool quick = false;
+    bool unguarded = false;
     bool json = false;
     app.add_option("--only", only, "Only these workloads")->check(CLI::IsMember(names));
     app.add_flag(
         "--quick", quick, "Fewer repeats, smaller crowds: for trying out, not for figures");
+    app.add_flag("--unguarded", unguarded, "The broker without its guard, to see what that costs");
     app.add_flag("--json", json, "One JSON object a line, for programs");
     CLI11_PARSE(app, argc, argv);
 
     try {
         Report report(json);
-        Stand stand(quick);
+        Stand stand(quick, !unguarded);
         report.begin();
         for (const Workload &workload : workloads) {
             if (!only.empty() && std::find(only.begin(), only.end(), workload.name) == only.end())
