@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <set>
 
 // Every service × every kind of caller × his own, a foreign and a missing object. What must come
@@ -60,7 +59,11 @@ TEST(Access, IsJudgedByRoleInFewPlaces)
         { "Roles.cpp", "changes them" },
         { "Tables.cpp", "knows a table's own right" },
     };
-    const std::regex mention("[.>]rights\\b|\\bhasRole\\b");
+    const auto mentions = [](const std::string &line) {
+        return line.find(".rights") != std::string::npos
+            || line.find(">rights") != std::string::npos
+            || line.find("hasRole") != std::string::npos;
+    };
     for (const char *folder : { "/services", "/ocr" }) {
         for (const auto &entry :
             std::filesystem::directory_iterator(std::string(KVX_SERVER_FOLDER) + folder)) {
@@ -72,7 +75,7 @@ TEST(Access, IsJudgedByRoleInFewPlaces)
             for (std::string line; std::getline(source, line);) {
                 ++number;
                 line = line.substr(0, line.find("//"));
-                EXPECT_FALSE(std::regex_search(line, mention)) << name << ':' << number << line;
+                EXPECT_FALSE(mentions(line)) << name << ':' << number << line;
             }
         }
     }

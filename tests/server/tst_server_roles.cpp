@@ -134,7 +134,8 @@ struct Roles : testing::Test {
     std::string table()
     {
         std::string all;
-        for (const auto &role : anna.askAs(Message("getroles"))["Roles"].GetArray()) {
+        const Answer answer = anna.askAs(Message("getroles"));
+        for (const auto &role : answer["Roles"].GetArray()) {
             all += (all.empty() ? "" : "; ") + std::string(role["Name"].GetString()) + ' ';
             for (const RightName &right : rightNames)
                 all += std::to_string(role[right.key].GetInt());
