@@ -17,6 +17,13 @@
 #include <utility>
 #include <zlib.h>
 
+// The library that finds the fonts to draw with keeps what it knows until the process ends.
+extern "C" const char *__lsan_default_suppressions();
+extern "C" const char *__lsan_default_suppressions()
+{
+    return "leak:libfontconfig";
+}
+
 namespace kvx::test {
 
 namespace {
