@@ -1,7 +1,8 @@
 #include "store/AudienceStore.h"
 #include "store/AccessStore.h"
 #include "store/Db.h"
-#include "store/PermissionStore.h"
+
+#include <unordered_set>
 
 namespace kvx::server {
 
@@ -21,20 +22,29 @@ void AudienceStore::load()
 
 std::string AudienceStore::of(std::int64_t projectId, const std::string &alsoTo)
 {
-    std::string emails = alsoTo;
+    const auto [place, fresh] = m_audiences.try_emplace(projectId);
+    if (fresh)
+        place->second = seeing(projectId);
+    const char *between = place->second.empty() || alsoTo.empty() ? "" : ";";
+    return place->second + between + alsoTo;
+}
+
+std::string AudienceStore::seeing(std::int64_t projectId)
+{
     const auto kind = m_db.value<std::string>(
         "SELECT kind FROM project WHERE id = :id", { { "id", projectId } });
     if (!kind)
-        return emails;
+        return {};
     if (!m_loaded)
         load();
-    std::unordered_map<std::int64_t, int> stored;
-    for (const StoredLevels &row : PermissionStore(m_db).of(projectId))
-        stored[row.userId] = row.levels.projectRw;
+    std::unordered_set<std::int64_t> readers;
+    m_db.each<std::int64_t>(
+        "SELECT user_id FROM project_permission WHERE project_id = :project AND rw >= 0",
+        { { "project", projectId } }, [&readers](std::int64_t user) { readers.insert(user); });
+    std::string emails;
     for (const Listener &listener : m_listeners) {
-        const auto own = stored.find(listener.userId);
         const auto role = m_roles.find(listener.roleId);
-        if ((own != stored.end() && own->second >= 0)
+        if (readers.count(listener.userId) != 0
             || (role != m_roles.end() && levelByRole(role->second, *kind) >= 0))
             emails += (emails.empty() ? "" : ";") + listener.email;
     }

@@ -31,11 +31,13 @@ private:
         std::int64_t roleId = 0; ///< the one that counts; 0 is none
     };
     void load();
+    std::string seeing(std::int64_t projectId);
 
     Db &m_db;
     bool m_loaded = false;
     std::vector<Listener> m_listeners;
     std::unordered_map<std::int64_t, RoleRights> m_roles;
+    std::unordered_map<std::int64_t, std::string> m_audiences; ///< by project, as far as asked for
 };
 
 } // namespace kvx::server
