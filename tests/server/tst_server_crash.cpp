@@ -44,6 +44,11 @@ struct Crash : testing::Test {
                       .statusCode(),
             1);
     }
+    void TearDown() override
+    {
+        const CommandResult judged = server.command({ "verify", "--deep" });
+        EXPECT_EQ(judged.exitCode, 0) << judged.out << judged.err;
+    }
     HttpReply ask(HttpClient &client, const std::string &name, const std::string &service,
         std::vector<std::pair<std::string, std::string>> keys = {})
     {

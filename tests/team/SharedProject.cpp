@@ -59,6 +59,7 @@ void SharedProject::expectEqualCopies()
     ASSERT_EQ(exitOf(ben().run(QStringLiteral("sync ") + guid)), 0);
     EXPECT_EQ(version(anna()), version(ben()));
     EXPECT_EQ(digest(anna()).toStdString(), digest(ben()).toStdString());
+    expectStoreInOrder();
 }
 
 } // namespace kvx::test

@@ -32,6 +32,12 @@ std::unique_ptr<demo::Site> siteWithoutGuard()
     return own;
 }
 
+void expectStoreInOrder()
+{
+    EXPECT_TRUE(site().administer({ QStringLiteral("verify"), QStringLiteral("--deep") }))
+        << site().error().toStdString();
+}
+
 Team::Team(int size, const QString &homes)
     : m_homes(homes)
 {

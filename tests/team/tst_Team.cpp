@@ -260,6 +260,7 @@ void RandomTeam::expectConvergence()
         if (!testing::Test::HasFailure())
             expectSameProjects(i, view);
     }
+    expectStoreInOrder();
 }
 
 void playRandomGame(unsigned seed)
