@@ -160,7 +160,7 @@ TEST_F(LogLock, WhoMayNotSaveIsAnsweredOneAndHoldsNothing)
     harness.config().diskReserve = std::int64_t { 1 } << 60;
     EXPECT_EQ(lock(anna, -1), 1);
     EXPECT_FALSE(isTaken());
-    EXPECT_EQ(anna.upload(guid + "_log0", "x").status(), 600) << "nothing was taken";
+    EXPECT_EQ(anna.upload(guid + "_log0", "x").status(), 105) << "the real reason";
     harness.config().diskReserve = 0;
 
     ASSERT_EQ(ben.ask(on("projectlock").set("ReleaseLock", false)).status(), 1);

@@ -58,13 +58,18 @@ void SmallDisk::fill(const QList<qint64> &writers, qint64 left)
             limitFiles(process, 1024);
         return;
     }
-    struct statvfs space = {};
-    ASSERT_EQ(statvfs(QFile::encodeName(m_folder.path()).constData(), &space), 0);
-    const auto free = static_cast<qint64>(space.f_bavail * space.f_frsize);
     const int file = open(QFile::encodeName(path(QStringLiteral("filler"))).constData(),
         O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
     ASSERT_GE(file, 0) << std::strerror(errno);
-    EXPECT_EQ(free > left ? posix_fallocate(file, 0, free - left) : 0, 0);
+    // Others write meanwhile, so that what was free a moment ago may not be free any more.
+    int error = ENOSPC;
+    for (int tries = 0; error == ENOSPC && tries < 100; ++tries) {
+        struct statvfs space = {};
+        ASSERT_EQ(statvfs(QFile::encodeName(m_folder.path()).constData(), &space), 0);
+        const auto free = static_cast<qint64>(space.f_bavail * space.f_frsize);
+        error = free > left ? posix_fallocate(file, 0, free - left) : 0;
+    }
+    EXPECT_EQ(error, 0) << std::strerror(error);
     close(file);
 }
 
