@@ -43,12 +43,24 @@ int importFile(Context &context, const Arguments &arguments)
     host::OpenProject *project = useProject(context, arguments.project);
     if (!project)
         return Refused;
+    std::optional<int> under;
+    if (!arguments.chapter.empty()) {
+        under = project->bill().chapterId(text(arguments.chapter));
+        if (!under)
+            return context.output.failed(
+                Refused, QStringLiteral("There is no chapter %1.").arg(text(arguments.chapter)));
+        for (const content::Bill::Item &item : imported.bill->items) {
+            if (project->bill().itemByNumber(item.number))
+                return context.output.failed(Refused,
+                    QStringLiteral("The project has an item %1 already.").arg(item.number));
+        }
+    }
     std::vector<int> chapters;
     std::vector<int> items;
     const bool kept = project->database().edit([&](sqlite3 *connection) {
         return content::BillStore(connection)
             .append(
-                *imported.bill, [project] { return project->newId(); }, &chapters, &items);
+                *imported.bill, [project] { return project->newId(); }, &chapters, &items, under);
     });
     if (!kept)
         return context.output.failed(Refused, project->database().errorText());
@@ -222,9 +234,11 @@ void addContentCommands(CLI::App &app, Action &action)
         return command;
     };
 
-    add("import", "Add a bill of quantities (CSV, GAEB X83 or X84) to a project", importFile)
-        ->add_option("file", arguments->file, "File to read")
-        ->required();
+    CLI::App *import = add("import",
+        "Add a bill of quantities (CSV, GAEB X83 or X84) or recognised pages (TSV)", importFile);
+    import->add_option("file", arguments->file, "File to read")->required();
+    import->add_option("--chapter", arguments->chapter,
+        "Chapter of the project that it goes into; then its item numbers must be new");
     add("show", "Show the items of a project", show)
         ->add_option("chapter", arguments->chapter, "Only this chapter and those below it");
     add("status", "Show version, total and unsaved edits", status);

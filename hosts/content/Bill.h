@@ -38,8 +38,8 @@ struct ImportResult {
     QString error;
 };
 
-/// Reads a bill of quantities. The format follows the file's name: ".csv", or ".x83" and ".x84"
-/// (also ".xml") for GAEB DA XML 3.x. Files over 256 MiB are refused.
+/// Reads a bill of quantities. The format follows the file's name: ".csv", ".tsv" for recognised
+/// pages, or ".x83" and ".x84" (also ".xml") for GAEB DA XML 3.x. Files over 256 MiB are refused.
 ImportResult importBill(const QString &path);
 
 /// Semicolon, tab or comma separated, UTF-8, first line the column names: "number", "text",
@@ -47,6 +47,13 @@ ImportResult importBill(const QString &path);
 /// quantity and rate is a chapter. A number's parts are separated by points; an item belongs to
 /// the longest chapter number that its own begins with.
 ImportResult importCsv(const QByteArray &content, const QString &name);
+
+/// Items from recognised pages, columns separated by tabs, UTF-8. What stands above the line of
+/// column names (English or German: item, description, unit, quantity, and rate and amount where
+/// the page has them) is its heading; a line with nothing but a text belongs to the item above it.
+/// The names' language tells the decimal sign. Every other line is an item or an error, so that
+/// nothing is lost unseen; an amount must be quantity times rate.
+ImportResult importTable(const QByteArray &content, const QString &name);
 
 /// GAEB DA XML 3.x, phase 83 (request) or 84 (offer).
 ImportResult importGaeb(const QByteArray &content, const QString &name);

@@ -26,11 +26,13 @@ ImportResult importBill(const QString &path)
     const QString suffix = info.suffix().toLower();
     if (suffix == QLatin1String("csv"))
         return importCsv(content, name);
+    if (suffix == QLatin1String("tsv"))
+        return importTable(content, name);
     if (suffix == QLatin1String("x83") || suffix == QLatin1String("x84")
         || suffix == QLatin1String("xml"))
         return importGaeb(content, name);
     return { std::nullopt,
-        QStringLiteral("%1: the name must end in .csv, .x83, .x84 or .xml").arg(path) };
+        QStringLiteral("%1: the name must end in .csv, .tsv, .x83, .x84 or .xml").arg(path) };
 }
 
 } // namespace kvx::content

@@ -56,9 +56,17 @@ std::optional<StoredItem> firstItem(Statement &statement)
 } // namespace
 
 bool BillStore::append(const Bill &bill, const std::function<int()> &newId,
-    std::vector<int> *chapterIds, std::vector<int> *itemIds)
+    std::vector<int> *chapterIds, std::vector<int> *itemIds, std::optional<int> under)
 {
     std::vector<int> chapters;
+    const auto bindChapter = [&](Statement &statement, int index) {
+        if (index >= 0)
+            statement.bind(chapters.at(static_cast<std::size_t>(index)));
+        else if (under)
+            statement.bind(*under);
+        else
+            statement.bindNull();
+    };
     Statement insertChapter(m_connection, "INSERT INTO chapter VALUES (?, ?, ?, ?, ?)");
     int position = nextPosition(m_connection, "chapter");
     for (const Bill::Chapter &chapter : bill.chapters) {
@@ -66,10 +74,7 @@ bool BillStore::append(const Bill &bill, const std::function<int()> &newId,
         if (id < 0)
             return false;
         insertChapter.bind(id);
-        if (chapter.parent < 0)
-            insertChapter.bindNull();
-        else
-            insertChapter.bind(chapters.at(static_cast<std::size_t>(chapter.parent)));
+        bindChapter(insertChapter, chapter.parent);
         insertChapter.bind(position++).bind(utf8(chapter.number)).bind(utf8(chapter.title));
         if (!insertChapter.run())
             return false;
@@ -84,10 +89,7 @@ bool BillStore::append(const Bill &bill, const std::function<int()> &newId,
         if (id < 0)
             return false;
         insertItem.bind(id);
-        if (item.chapter < 0)
-            insertItem.bindNull();
-        else
-            insertItem.bind(chapters.at(static_cast<std::size_t>(item.chapter)));
+        bindChapter(insertItem, item.chapter);
         insertItem.bind(position++).bind(utf8(item.number)).bind(utf8(item.shortText));
         insertItem.bind(utf8(item.longText)).bind(utf8(item.unit)).bind(utf8(item.kind));
         if (!bindRate(insertItem.bind(item.quantity), item.rate).run())
@@ -119,16 +121,14 @@ bool BillStore::change(int id, const ItemChange &change)
 
 bool BillStore::addItem(int id, const QString &chapterNumber, const StoredItem &item)
 {
-    Statement chapter(m_connection, "SELECT id FROM chapter WHERE number = ?");
-    chapter.bind(utf8(chapterNumber));
-    const bool inChapter = chapter.step() == SQLITE_ROW;
+    const std::optional<int> inChapter = chapterId(chapterNumber);
     if (!inChapter && !chapterNumber.isEmpty())
         return false;
 
     Statement insert(m_connection, "INSERT INTO item VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     insert.bind(id);
     if (inChapter)
-        insert.bind(chapter.integer(0));
+        insert.bind(*inChapter);
     else
         insert.bindNull();
     insert.bind(nextPosition(m_connection, "item")).bind(utf8(item.number));
@@ -170,6 +170,15 @@ std::vector<StoredItem> BillStore::items(const QString &chapterNumber) const
     while (statement.step() == SQLITE_ROW)
         items.push_back(readItem(statement));
     return items;
+}
+
+std::optional<int> BillStore::chapterId(const QString &number) const
+{
+    Statement statement(m_connection, "SELECT id FROM chapter WHERE number = ?");
+    statement.bind(utf8(number));
+    if (statement.step() != SQLITE_ROW)
+        return std::nullopt;
+    return static_cast<int>(statement.integer(0));
 }
 
 int BillStore::itemCount() const

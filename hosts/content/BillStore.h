@@ -42,9 +42,11 @@ public:
     }
 
     /// Appends the bill behind what is there. newId gives the row numbers, -1 when there are none
-    /// left (then nothing may be kept). written, where given, receives chapter and item numbers.
+    /// left (then nothing may be kept). chapterIds and itemIds, where given, receive them. What
+    /// stands in no chapter of the bill comes into the project's chapter under, where given.
     bool append(const Bill &bill, const std::function<int()> &newId,
-        std::vector<int> *chapterIds = nullptr, std::vector<int> *itemIds = nullptr);
+        std::vector<int> *chapterIds = nullptr, std::vector<int> *itemIds = nullptr,
+        std::optional<int> under = std::nullopt);
     bool change(int id, const ItemChange &change);
     bool addItem(int id, const QString &chapterNumber, const StoredItem &item);
     bool removeItem(int id);
@@ -54,6 +56,8 @@ public:
     std::optional<StoredItem> itemByNumber(const QString &number) const;
     /// In the bill's order; below the chapter of this number, or all when it is empty.
     std::vector<StoredItem> items(const QString &chapterNumber = {}) const;
+    /// Row number of the chapter with this number.
+    std::optional<int> chapterId(const QString &number) const;
     int itemCount() const;
     /// Sum of the items' amounts in cents, without notes, options and alternatives.
     std::int64_t totalInCents() const;

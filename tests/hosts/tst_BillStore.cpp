@@ -108,6 +108,22 @@ TEST_F(BillStoreTest, AddsBehindTheLastItemAndRefusesAnUnknownChapter)
     EXPECT_FALSE(store.item(300));
 }
 
+TEST_F(BillStoreTest, ABillIsAppendedInAChapterOfTheProject)
+{
+    BillStore store(connection);
+    ASSERT_TRUE(store.append(bill(), ids));
+    EXPECT_FALSE(store.chapterId(QStringLiteral("99")));
+    const auto under = store.chapterId(QStringLiteral("01.02"));
+    ASSERT_TRUE(under);
+    Bill page;
+    page.items = { bill().items.at(3) };
+    page.items.front().number = QStringLiteral("01.02.7");
+    ASSERT_TRUE(store.append(page, ids, nullptr, nullptr, under));
+    const auto items = store.items(QStringLiteral("01.02"));
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_EQ(items.back().number, QStringLiteral("01.02.7"));
+}
+
 TEST_F(BillStoreTest, WithoutNumbersNothingIsAppended)
 {
     BillStore store(connection);
