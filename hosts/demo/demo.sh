@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# demo.sh BUILD-FOLDER: runs the demo with the sample tender. Called by ./run demo.
+# demo.sh BUILD-FOLDER: runs the demo with the sample files beside this script. Called by ./run demo.
 set -eu
 here=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")
-exec "$1/bin/kvx-demo" "$1" "$1/server/broker/kvx-broker" "$here/school-nordring.x83"
+exec "$1/bin/kvx-demo" "$1" "$1/server/broker/kvx-broker" "$here"

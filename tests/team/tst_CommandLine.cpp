@@ -97,6 +97,41 @@ TEST(CommandLine, AMalformedBillIsRefusedBeforeAProjectIsMade)
                     .isEmpty());
 }
 
+TEST(CommandLine, ARecognisedPageBecomesItemsOfAChapter)
+{
+    Team team(1);
+    const QTemporaryDir folder;
+    const QString name = freshName(QStringLiteral("page"));
+    const QString scan
+        = QFileInfo(QStringLiteral(KVX_TENDER)).dir().filePath(QStringLiteral("scanned-page.png"));
+    const QString table = folder.filePath(QStringLiteral("page.tsv"));
+    auto &anna = team.member(0);
+    ASSERT_EQ(
+        exitOf(anna.run(QStringLiteral("new %1 --from %2").arg(name, QStringLiteral(KVX_TENDER)))),
+        0);
+    const QJsonObject read
+        = anna.run(QStringLiteral("ocr %1 --language eng --export table -o %2").arg(scan, table));
+    ASSERT_EQ(exitOf(read), 0) << errorOf(read).toStdString();
+    const QString import = QStringLiteral("import %1 %2 --chapter ").arg(name, table);
+    EXPECT_EQ(
+        errorOf(anna.run(import + QLatin1String("99"))).toStdString(), "There is no chapter 99.");
+    const QJsonObject imported = anna.run(import + QLatin1String("13.02"));
+    ASSERT_EQ(exitOf(imported), 0) << errorOf(imported).toStdString();
+    EXPECT_EQ(imported.value(QLatin1String("items")).toInt(), 6);
+    const QJsonArray items = anna.run(QStringLiteral("show %1 13.02").arg(name))
+                                 .value(QLatin1String("list"))
+                                 .toArray();
+    ASSERT_EQ(items.size(), 18);
+    const QJsonObject surface = items.at(16).toObject();
+    EXPECT_EQ(surface.value(QLatin1String("number")).toString().toStdString(), "13.02.0170");
+    EXPECT_EQ(surface.value(QLatin1String("text")).toString().toStdString(),
+        "Safety surface below climbing frame");
+    EXPECT_EQ(surface.value(QLatin1String("quantity")).toString().toStdString(), "86.5");
+    // The same page once more doubles nothing.
+    EXPECT_EQ(errorOf(anna.run(import + QLatin1String("13.02"))).toStdString(),
+        "The project has an item 13.02.0130 already.");
+}
+
 TEST(CommandLine, AnImportIntoASharedProjectArrivesAtTheColleague)
 {
     Team team(2);
