@@ -173,7 +173,7 @@ TEST(ServerNotifications, AFrozenBrokerDoesNotHoldUpTheServersEnd)
     toggleRole(server, true);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(server.stop(), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
     broker.thaw();
     TopicListener listener(broker.uri());
     server.start();
