@@ -2,7 +2,10 @@
 
 #include "base/Text.h"
 
+#include <cstdlib>
+#include <fstream>
 #include <gmock/gmock.h>
+#include <iterator>
 
 // Pages that are drawn here, recognised by the real program.
 
@@ -38,6 +41,15 @@ std::string expectedTable()
         text += '\n';
     }
     return text;
+}
+
+/// Each row's quantity and unit, behind its description.
+void expectQuantities(const std::string &text, const std::string &separator)
+{
+    for (std::size_t i = 1; i < scheduleRows.size(); ++i) {
+        const auto &row = scheduleRows[i];
+        EXPECT_THAT(text, HasSubstr(row[1] + separator + row[2] + separator + row[3] + '\n'));
+    }
 }
 
 } // namespace
@@ -94,6 +106,64 @@ TEST_F(Recognition, ATableHasTabsBetweenItsColumns)
 {
     const std::string text = textOf(pictureOf(billPage(), "png"), submission(3));
     EXPECT_THAT(text, HasSubstr(expectedTable()));
+}
+
+TEST_F(Recognition, WholeQuantitiesAndUnitsFarToTheRightStay)
+{
+    for (const std::vector<double> &columns :
+        { scheduleColumns, { 50, 120, 400, 540 }, { 50, 120, 330, 540 }, { 50, 120, 370, 440 } }) {
+        const DrawnPage page = schedulePage(columns);
+        for (const double dpi : { 300.0, 150.0 }) {
+            SCOPED_TRACE(std::to_string(columns[2]) + " at " + std::to_string(dpi));
+            const std::string picture = pictureOf(page, "png", dpi);
+            const std::string text = textOf(picture);
+            EXPECT_GE(recognisedShare(page.expected(), text), wanted) << text;
+            if (dpi == 300)
+                expectQuantities(text, " ");
+            const std::string table = textOf(picture, submission(3));
+            EXPECT_GE(recognisedShare(page.expected(), table), wanted) << table;
+            if (dpi == 300)
+                expectQuantities(table, "\t");
+        }
+    }
+}
+
+TEST_F(Recognition, TheRulesOfATableAreNoText)
+{
+    const DrawnPage page = ruledSchedulePage();
+    const std::string text = textOf(pictureOf(page, "png"));
+    EXPECT_GE(recognisedShare(page.expected(), text), wanted) << text;
+    expectQuantities(textOf(pictureOf(page, "jpg"), submission(3)), "\t");
+}
+
+TEST_F(Recognition, LightLettersInADarkBandAreRead)
+{
+    const std::string text = textOf(pictureOf(darkHeadedPage(), "png"), submission(3));
+    EXPECT_GE(recognisedShare(darkHeadedPage().expected(), text), wanted) << text;
+    EXPECT_THAT(text, HasSubstr("Item\tDescription\tQuantity\tUnit\n"));
+    expectQuantities(text, "\t");
+}
+
+TEST_F(Recognition, ASearchablePdfKeepsTheRulesInItsPicture)
+{
+    const auto inkAs = [this](const DrawnPage &page) {
+        const std::string job = submit(anna, pdfOf({ page }), submission(2));
+        EXPECT_EQ(follow(anna, job).state, "finished");
+        return inkOf(anna.ask(Message("result").set("JobID", job)).fileBytes(), 0);
+    };
+    EXPECT_GT(inkAs(ruledSchedulePage()), 1.1 * inkAs(schedulePage()));
+}
+
+TEST_F(Recognition, TheProgramNeedsNothingFromItsCaller)
+{
+    const std::string folder = harness.folder();
+    std::ofstream(folder + "/page.png", std::ios::binary) << pictureOf(smallPage(), "png");
+    const std::string command = "env -i " KVX_OCR_PROGRAM " 20 page 0 0 eng < '" + folder
+        + "/page.png' 3> '" + folder + "/page.txt'";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    std::ifstream file(folder + "/page.txt");
+    const std::string text { std::istreambuf_iterator<char>(file), {} };
+    EXPECT_THAT(text, HasSubstr("Concrete"));
 }
 
 TEST_F(Recognition, HOcrTellsWhereEachWordStands)

@@ -189,6 +189,23 @@ DrawnPage &DrawnPage::row(
     return *this;
 }
 
+DrawnPage &DrawnPage::darkRow(
+    double y, const std::vector<double> &xs, const std::vector<std::string> &cells, double size)
+{
+    m_content += "40 " + number(m_height - y - size / 2) + ' ' + number(m_width - 80) + ' '
+        + number(2 * size) + " re f 1 g\n";
+    row(y, xs, cells, size);
+    m_content += "0 g\n";
+    return *this;
+}
+
+DrawnPage &DrawnPage::rule(double x1, double y1, double x2, double y2, double thickness)
+{
+    m_content += number(thickness) + " w " + number(x1) + ' ' + number(m_height - y1) + " m "
+        + number(x2) + ' ' + number(m_height - y2) + " l S\n";
+    return *this;
+}
+
 std::string pdfOf(const std::vector<DrawnPage> &pages)
 {
     std::vector<PdfPage> parts;
@@ -329,6 +346,66 @@ DrawnPage billPage()
         y += 22;
     }
     page.text(50, y + 20, "Carried forward to summary", 10);
+    return page;
+}
+
+const std::vector<double> scheduleColumns = { 50, 120, 430, 520 };
+const std::vector<std::vector<std::string>> scheduleRows = {
+    { "Item", "Description", "Quantity", "Unit" },
+    { "13.02.0130", "Flagpole of aluminium, height 8 m", "3", "pcs" },
+    { "13.02.0140", "Foundation for flagpole, concrete", "1", "m3" },
+    { "13.02.0150", "Bicycle stand, galvanised steel", "24", "pcs" },
+    { "13.02.0160", "Bench of oak, length 2.40 m", "6", "pcs" },
+    { "13.02.0170", "Safety surface below climbing frame", "86", "m2" },
+    { "13.02.0180", "Hornbeam hedge, planted", "112", "m" },
+};
+
+namespace {
+
+constexpr double scheduleTop = 125;
+constexpr double scheduleStep = 24;
+
+DrawnPage scheduleWith(const std::vector<double> &columns, bool darkHead)
+{
+    DrawnPage page;
+    page.text(60, 80, "School Nordring, addendum 1 to 13.02", 14);
+    double y = scheduleTop;
+    for (const auto &row : scheduleRows) {
+        if (darkHead && y == scheduleTop)
+            page.darkRow(y, columns, row);
+        else
+            page.row(y, columns, row);
+        y += scheduleStep;
+    }
+    return page;
+}
+
+} // namespace
+
+DrawnPage schedulePage(const std::vector<double> &columns)
+{
+    return scheduleWith(columns, false);
+}
+
+DrawnPage darkHeadedPage()
+{
+    return scheduleWith(scheduleColumns, true);
+}
+
+DrawnPage ruledSchedulePage()
+{
+    DrawnPage page = schedulePage();
+    const double left = scheduleColumns.front() - 5;
+    const double right = 550;
+    const double top = scheduleTop - 16;
+    const double bottom = top + scheduleStep * static_cast<double>(scheduleRows.size());
+    for (std::size_t i = 0; i <= scheduleRows.size(); ++i) {
+        const double y = top + scheduleStep * static_cast<double>(i);
+        page.rule(left, y, right, y);
+    }
+    for (const double x : scheduleColumns)
+        page.rule(x - 5, top, x - 5, bottom);
+    page.rule(right, top, right, bottom);
     return page;
 }
 

@@ -18,6 +18,12 @@ public:
     DrawnPage &row(double y, const std::vector<double> &xs, const std::vector<std::string> &cells,
         double size = 11);
 
+    /// A row of light cells in a dark band across the page, as heads of tables are.
+    DrawnPage &darkRow(double y, const std::vector<double> &xs,
+        const std::vector<std::string> &cells, double size = 11);
+    /// A rule as tables have them.
+    DrawnPage &rule(double x1, double y1, double x2, double y2, double thickness = 0.7);
+
     double width() const { return m_width; }
     double height() const { return m_height; }
     const std::string &content() const { return m_content; } ///< PDF drawing operations
@@ -59,6 +65,12 @@ double recognisedShare(const std::string &expected, const std::string &actual);
 extern const std::vector<double> billColumns;
 extern const std::vector<std::vector<std::string>> billRows;
 DrawnPage billPage(); ///< heading, column heads and billRows
+/// A bill without prices: whole quantities, and units at the right edge.
+extern const std::vector<double> scheduleColumns;
+extern const std::vector<std::vector<std::string>> scheduleRows;
+DrawnPage schedulePage(const std::vector<double> &columns = scheduleColumns);
+DrawnPage ruledSchedulePage(); ///< the same in a grid of rules
+DrawnPage darkHeadedPage(); ///< the same with its head in a dark band
 DrawnPage germanPage();
 DrawnPage smallPage(const std::string &text = "Concrete C25/30, 12.50 m3"); ///< quick to recognise
 

@@ -1,5 +1,6 @@
 #include "ocr/worker/Recognition.h"
 #include "ocr/worker/Pdf.h"
+#include "ocr/worker/PlainPage.h"
 #include "ocr/worker/TableText.h"
 
 #include <algorithm>
@@ -35,43 +36,52 @@ void begin(TessBaseAPI &api, const std::string &languages)
         throw std::runtime_error("the language data cannot be read");
 }
 
-void read(TessBaseAPI &api, Pix *page, tesseract::PageSegMode mode)
+/// As one block of text, so that rows come whole: a search for columns takes bills apart and drops
+/// narrow cells. Nothing looks for the rules of a table then, and they would join its rows.
+void read(TessBaseAPI &api, Pix *page)
 {
-    api.SetPageSegMode(mode);
-    api.SetImage(page);
+    const PixPtr plain = plainPage(page);
+    api.SetPageSegMode(tesseract::PSM_SINGLE_BLOCK);
+    api.SetImage(plain.get());
     if (pixGetXRes(page) < 70)
         api.SetSourceResolution(assumedDpi);
     if (api.Recognize(nullptr) != 0)
         throw std::runtime_error("recognition gave up");
 }
 
-/// Rows are wanted whole: a search for columns takes bills apart, and drops narrow ones. Where
-/// hardly anything is certain, the page may be turned.
-void readWell(TessBaseAPI &api, Pix *page)
+/// How many quarter turns clockwise set the page upright, as far as can be seen.
+int turnsToUpright(Pix *page)
 {
-    const auto mode = tesseract::PSM_SINGLE_COLUMN;
-    read(api, page, mode);
-    const int certainty = api.MeanTextConf();
-    if (certainty >= doubtful)
-        return;
     int degrees = 0;
     float sure = 0;
     const char *script = nullptr;
     float scriptSure = 0;
     TessBaseAPI orientation;
     if (orientation.Init(nullptr, "osd") != 0)
-        return;
+        return 0;
     orientation.SetPageSegMode(tesseract::PSM_OSD_ONLY);
     orientation.SetImage(page);
-    if (!orientation.DetectOrientationScript(&degrees, &sure, &script, &scriptSure) || degrees == 0)
-        return;
-    Pix *turned = pixRotateOrth(page, (360 - degrees) / 90 % 4);
+    if (!orientation.DetectOrientationScript(&degrees, &sure, &script, &scriptSure))
+        return 0;
+    return (360 - degrees) / 90 % 4;
+}
+
+/// Where hardly anything is certain, the page may be turned. The page as it was read.
+PixPtr readWell(TessBaseAPI &api, Pix *page)
+{
+    read(api, page);
+    const int certainty = api.MeanTextConf();
+    const int turns = certainty < doubtful ? turnsToUpright(page) : 0;
+    if (turns == 0)
+        return PixPtr(pixClone(page));
+    PixPtr turned(pixRotateOrth(page, turns));
     if (!turned)
-        return;
-    read(api, turned, mode);
-    if (api.MeanTextConf() <= certainty)
-        read(api, page, mode);
-    pixDestroy(&turned);
+        return PixPtr(pixClone(page));
+    read(api, turned.get());
+    if (api.MeanTextConf() > certainty)
+        return turned;
+    read(api, page);
+    return PixPtr(pixClone(page));
 }
 
 std::vector<Word> wordsOf(TessBaseAPI &api)
@@ -156,14 +166,14 @@ PageResult recognise(Pix *page, const std::string &languages, Export exportType,
 {
     TessBaseAPI api;
     begin(api, languages);
-    readWell(api, page);
+    const PixPtr picture = readWell(api, page);
     switch (exportType) {
     case Export::HOcr:
         return { hOcr(api, pageIndex), {} };
     case Export::Table:
         return { tableText(wordsOf(api)), {} };
     case Export::SearchablePdf:
-        return { taken(api.GetUTF8Text()), withPicture(invisibleText(api), api.GetInputImage()) };
+        return { taken(api.GetUTF8Text()), withPicture(invisibleText(api), picture.get()) };
     case Export::Text:
         break;
     }

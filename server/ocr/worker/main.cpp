@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <charconv>
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <iostream>
 #include <new>
 #include <sstream>
+#include <string_view>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -154,12 +156,25 @@ void run(unsigned seconds, const std::vector<std::string> &words)
         throw std::invalid_argument("there is no \"" + mode + '"');
 }
 
+/// The process may start no threads, and the library that would reads its limit before main: so
+/// once more from the start, should the caller not have set it.
+void startWithOneThread(char **argv)
+{
+    const char *limit = std::getenv("OMP_THREAD_LIMIT");
+    if (limit && std::string_view(limit) == "1")
+        return;
+    if (setenv("OMP_THREAD_LIMIT", "1", 1) == 0)
+        execv("/proc/self/exe", argv);
+    throw std::runtime_error("OMP_THREAD_LIMIT=1 must be set");
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     try {
+        startWithOneThread(argv);
         const std::vector<std::string> words(argv + std::min(argc, 2), argv + argc);
         run(static_cast<unsigned>(number(argc > 1 ? argv[1] : "")), words);
         return 0;
