@@ -1,35 +1,22 @@
 #include "support/FreePort.h"
+#include "support/WaitFor.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <csignal>
-#include <functional>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
 
 using kvx::test::freePort;
 using kvx::test::isListening;
+using kvx::test::waitFor;
 
 namespace {
-
-bool waitFor(const std::function<bool()> &condition, int limitMs = 40000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > limitMs)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
-}
 
 /// A script whose words go to a file: what it started may speak after its own end.
 class Script {

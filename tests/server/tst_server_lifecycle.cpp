@@ -3,13 +3,13 @@
 #include "store/Migrations.h"
 #include "support/HttpClient.h"
 #include "support/ServerProcess.h"
+#include "support/WaitFor.h"
 
 #include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <functional>
 #include <memory>
 #include <thread>
 
@@ -23,6 +23,7 @@ using kvx::test::jsonObject;
 using kvx::test::jsonQuoted;
 using kvx::test::RawConnection;
 using kvx::test::ServerProcess;
+using kvx::test::waitFor;
 
 namespace {
 
@@ -30,17 +31,6 @@ using std::chrono::milliseconds;
 using Steady = std::chrono::steady_clock;
 
 const std::string guid = "{11111111-2222-3333-4444-555555555555}";
-
-bool waitFor(const std::function<bool()> &condition, milliseconds limit = milliseconds(10'000))
-{
-    const auto end = Steady::now() + limit;
-    while (!condition()) {
-        if (Steady::now() > end)
-            return false;
-        std::this_thread::sleep_for(milliseconds(5));
-    }
-    return true;
-}
 
 std::string newProject(const std::string &email)
 {

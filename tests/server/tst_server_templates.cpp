@@ -1,10 +1,9 @@
 #include "ServiceHarness.h"
 #include "services/TemplateDocument.h"
 #include "store/GlobalLockStore.h"
+#include "support/WaitFor.h"
 
-#include <chrono>
 #include <filesystem>
-#include <thread>
 
 using namespace kvx::test;
 using namespace kvx::server;
@@ -117,11 +116,7 @@ TEST_F(Templates, ThatAreNoDocumentAreRefused)
     EXPECT_EQ(tryText(base64("{\"a\":\"" + std::string((8U << 20) + 1, 'x') + "\"}")), 642);
     EXPECT_EQ(tryText(base64("{}")), 1);
     // The last one's temporary file goes with the request, a moment after the reply.
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!std::filesystem::is_empty(harness.folder() + "/tmp")
-        && std::chrono::steady_clock::now() < end)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    EXPECT_TRUE(std::filesystem::is_empty(harness.folder() + "/tmp"));
+    EXPECT_TRUE(waitFor([&] { return std::filesystem::is_empty(harness.folder() + "/tmp"); }));
 }
 
 TEST_F(Templates, NeedTheRightToUpload)

@@ -1,28 +1,14 @@
 #include "Team.h"
+#include "support/WaitFor.h"
 #include "support/Watchdog.h"
 
-#include <QElapsedTimer>
 #include <QJsonArray>
-#include <functional>
 #include <gtest/gtest.h>
-#include <thread>
 
 using namespace kvx::test;
 using kvx::host::ShellProcess;
 
 namespace {
-
-bool soon(const std::function<bool()> &condition, int limitMs = 15000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > limitMs)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
-}
 
 /// The administrator's shell, and roles of this case alone.
 class Roles : public testing::Test {
@@ -88,7 +74,7 @@ protected:
     void awaitAccounts(const QStringList &emails)
     {
         for (const QString &email : emails)
-            EXPECT_TRUE(soon([&] { return rolesOf(email).size() > 0; })) << email.toStdString();
+            EXPECT_TRUE(waitFor([&] { return rolesOf(email).size() > 0; })) << email.toStdString();
     }
     QStringList rolesOf(const QString &email)
     {
@@ -255,7 +241,7 @@ TEST_F(Roles, OfTwoAdministratorsAtOnceTheSecondLooksAgain)
         << second.error().toStdString();
     awaitAccounts({ email });
     const QString name = addRole();
-    ASSERT_TRUE(soon([&] { return !roleOf(second, name).isEmpty(); }));
+    ASSERT_TRUE(waitFor([&] { return !roleOf(second, name).isEmpty(); }));
 
     // Neither hears of the other while the broker is away.
     m_admin.takeEvents();
@@ -354,7 +340,7 @@ TEST_F(Roles, OfAUserInTwoRolesTheFirstOneDecides)
     ShellProcess &user = team.member(1); // an estimator
     const QString name = addRole(QStringLiteral("AllProjectReview=1"));
     expectDone(m_admin, QStringLiteral("roles assign %1 %2").arg(name, team.email(1)));
-    ASSERT_TRUE(soon([&] { return textsOf(roleOf(user, name), "users").size() == 1; }));
+    ASSERT_TRUE(waitFor([&] { return textsOf(roleOf(user, name), "users").size() == 1; }));
     EXPECT_FALSE(sees(user, guid));
     user.takeEvents();
     expectDone(m_admin, QStringLiteral("roles move %1 2").arg(name));
@@ -372,7 +358,7 @@ TEST_F(Roles, TheOwnChangeOfAnAdministratorIsAppliedAtOnce)
     const QJsonObject made
         = team.member(0).run(QStringLiteral("new ") + freshName(QStringLiteral("own")));
     const QString guid = made.value(QLatin1String("guid")).toString();
-    ASSERT_TRUE(soon([&] { return sees(third, guid); }));
+    ASSERT_TRUE(waitFor([&] { return sees(third, guid); }));
     expectDone(third, QStringLiteral("roles unassign Administrator ") + email);
     EXPECT_FALSE(sees(third, guid));
     expectRefused(third, QStringLiteral("roles add role-x"), 1, 300, onlyAdministrators);
