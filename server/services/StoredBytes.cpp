@@ -40,11 +40,6 @@ public:
             bytes.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
         }
     }
-    void sync()
-    {
-        if (::fsync(m_handle) != 0)
-            fail();
-    }
 
     /// The next bytes; none at the end.
     std::string_view read()
@@ -85,7 +80,6 @@ std::shared_ptr<const ReceivedFile> store(
             md5.add(bytes);
             size += static_cast<std::int64_t>(bytes.size());
         }
-        file.sync();
     } catch (...) {
         ::unlink(path.c_str());
         throw;

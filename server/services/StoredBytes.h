@@ -10,8 +10,8 @@ namespace kvx::server {
 struct Config;
 class ReceivedFile;
 
-/// Bytes that came inside a request, written to `tmp/`, synced and placed in the blob store, as an
-/// upload would be. Slow: for Reply::after. Throws std::system_error.
+/// Bytes that came inside a request, written to `tmp/` and placed in the blob store, as an upload
+/// would be. Slow: for Reply::after. Throws std::system_error.
 std::shared_ptr<const ReceivedFile> storeBytes(const Config &config, const std::string &bytes);
 
 /// The same with a file of the server's machine, which may be large.
