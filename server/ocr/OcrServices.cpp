@@ -152,9 +152,9 @@ Reply languages(Call &call)
 
 const ServiceTable ocrServices = {
     { "submit", submitOcr, NeedsRole | Writes, beforeOcrSubmit },
-    { "state", state, NeedsUser },
-    { "result", result, NeedsUser },
-    { "cancel", cancel, NeedsUser | Writes | InMaintenance },
+    { "state", state, NeedsRole },
+    { "result", result, NeedsRole },
+    { "cancel", cancel, NeedsRole | Writes | InMaintenance },
     { "languages", languages, NeedsRole },
 };
 
