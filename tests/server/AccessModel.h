@@ -1,5 +1,6 @@
 #pragma once
 
+#include "AccessPeople.h"
 #include "ServiceHarness.h"
 
 #include <functional>
@@ -7,17 +8,6 @@
 #include <vector>
 
 namespace kvx::test {
-
-/// Who asks. The three without a live session; a user without any right in the projects; one who
-/// may read and one who may write the project called "own"; its creator; an administrator.
-enum class Caller { Nobody, Expired, LoggedOut, Other, Reader, Writer, Creator, Administrator };
-
-/// What is asked about: an object of the creator's, one of a stranger's, none at all.
-enum class Object { Own, Foreign, Missing };
-
-const char *nameOf(Caller caller);
-const char *nameOf(Object object);
-bool hasSession(Caller caller);
 
 struct Outcome {
     int status = 1;
@@ -35,12 +25,12 @@ struct Expectation {
     /// The rest of the request, without that key.
     std::function<Message(const World &, Caller, Object)> request;
     /// For callers with a session; the others get 2 unless `anonymous` says otherwise.
-    std::function<Outcome(Caller, Object)> withSession;
+    std::function<Outcome(const Person &, Object)> withSession;
     std::function<Outcome(Object)> anonymous;
     /// Set for an upload.
     std::string file;
 
-    Outcome outcome(Caller caller, Object object) const;
+    Outcome outcome(const Person &who, Object object) const;
 };
 
 /// All rows; written from what is promised to users, not from the server's tables.

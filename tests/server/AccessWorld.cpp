@@ -15,24 +15,18 @@ using namespace kvx::server;
 
 namespace {
 
-/// Every request may write these: when a session was heard of, and the lease that goes with it.
-bool isVolatile(const std::string &table, const std::string &column)
+/// A role as an administrator's client sends it.
+std::string roleJson(
+    const std::string &name, const std::set<Right> &rights, const std::vector<std::string> &members)
 {
-    return (table == "session" && column == "last_seen")
-        || (table == "project" && column == "lock_until");
-}
-
-/// A failed login is counted and recorded; keys that were given out are not taken back.
-bool countsLogins(const std::string &table)
-{
-    return table == "login_failure" || table == "audit" || table == "counter";
-}
-
-std::string replaced(
-    std::string text, const std::string &after, const std::string &from, const std::string &to)
-{
-    const auto at = text.find(from, text.find(after));
-    return text.replace(at, from.size(), to);
+    std::string json = "{\"Name\":" + jsonText(name);
+    for (int i = 0; i < rightCount; ++i)
+        json += ",\"" + std::string(nameOf(static_cast<Right>(i)))
+            + "\":" + (rights.count(static_cast<Right>(i)) > 0 ? '1' : '0');
+    json += ",\"users\":[";
+    for (const std::string &member : members)
+        json += (json.back() == '[' ? "" : ",") + ("{\"Email\":" + jsonText(member) + '}');
+    return json + "]}";
 }
 
 } // namespace
@@ -40,6 +34,7 @@ std::string replaced(
 World::World()
     // No page is recognised here.
     : m_harness([](Config &config) { config.ocrWorkers = 0; })
+    , m_giver(m_harness.join("keeper@example.com", "Administrator"))
 {
     RoleRights author;
     author.uploadReportSetting = true;
@@ -90,7 +85,8 @@ World::World()
     stranger.ask(newProject(stranger, sharedProject(), "For all"));
     permit(stranger, sharedProject(),
         { { email(Caller::Other), "0" }, { email(Caller::Reader), "0" },
-            { email(Caller::Writer), "0" }, { email(Caller::Creator), "0" } });
+            { email(Caller::Writer), "0" }, { email(Caller::Creator), "0" },
+            { email(Caller::Administrator), "0" } });
     {
         Transaction transaction(m_harness.db(), Transaction::Kind::Write);
         TableStore(m_harness.db()).setWriteRight(table(Object::Own), "UploadReportSetting");
@@ -98,15 +94,6 @@ World::World()
         setPassword(m_harness.db(), stranger.userId, hashPassword("another one"));
         transaction.commit();
     }
-    const Answer read = administrator.askAs(Message("getroles"));
-    const std::string text = read.json();
-    const auto begin = text.find("\"Roles\":") + 8;
-    m_roles[Object::Own] = text.substr(begin, text.rfind(']') - begin + 1);
-    m_roles[Object::Foreign] = replaced(m_roles[Object::Own], "\"Name\":\"Reviewer\"",
-        "\"ExportProject\":0", "\"ExportProject\":1");
-    m_roles[Object::Missing] = replaced(m_roles[Object::Own], "\"Name\":\"Reviewer\"",
-        "\"users\":[", "\"users\":[{\"Email\":\"ghost@example.com\"}");
-
     Session nobody = m_harness.login(creator.email, "a browser");
     nobody.ask(Message("logout"));
     m_sessions.emplace(Caller::LoggedOut, nobody);
@@ -115,7 +102,59 @@ World::World()
     const Session expired = m_harness.login(creator.email, "a laptop");
     m_harness.db().run("UPDATE session SET last_seen = 0 WHERE id = :id", { { "id", expired.id } });
     m_sessions.emplace(Caller::Expired, expired);
-    keepSnapshot();
+    readRoles();
+    m_image = std::make_unique<StoreImage>(m_harness.db());
+    m_image->keep("first");
+    keep();
+}
+
+void World::give(const Scenario &scenario)
+{
+    m_image->putBack("first");
+    m_scenario = scenario;
+    std::string roles = '[' + roleJson("Keeper", { Right::Administrate }, { m_giver.email });
+    for (const Scenario::Role &role : scenario.roles) {
+        std::vector<std::string> members;
+        for (const Caller member : role.members)
+            members.push_back(email(member));
+        roles += ',' + roleJson(role.name, role.rights, members);
+    }
+    EXPECT_EQ(m_giver.ask(Message("updateroles").raw("Roles", roles + ']')).status(), 1);
+    for (const auto &[object, kind] : scenario.kinds) {
+        m_harness.db().run("UPDATE project SET kind = :kind WHERE guid = :guid",
+            { { "kind", kind }, { "guid", project(object) } });
+        std::vector<std::pair<std::string, std::string>> levels;
+        if (object == Object::Foreign)
+            levels.emplace_back("stranger@example.com", "1,1,1,1");
+        const auto given = scenario.levels.find(object);
+        if (given != scenario.levels.end()) {
+            for (const auto &[caller, level] : given->second)
+                levels.emplace_back(email(caller),
+                    std::to_string(level.projectRw) + ",1," + std::to_string(level.addendum)
+                        + ",1");
+        }
+        EXPECT_EQ(permit(m_giver, project(object), levels).status(), 1);
+    }
+    readRoles();
+    keep();
+}
+
+void World::keep()
+{
+    m_image->keep("kept");
+    m_given = digest();
+}
+
+void World::readRoles()
+{
+    const std::string text = m_giver.askAs(Message("getroles")).json();
+    const auto begin = text.find("\"Roles\":") + 8;
+    const std::string all = text.substr(begin, text.rfind(']') - begin + 1);
+    const std::string others = all.substr(0, all.size() - 1) + ',';
+    m_roles[Object::Own] = all;
+    m_roles[Object::Foreign] = others + roleJson("New", { Right::ExportProjects }, {}) + ']';
+    m_roles[Object::Missing]
+        = others + roleJson("New", { Right::ExportProjects }, { "ghost@example.com" }) + ']';
 }
 
 std::string World::email(Caller caller) const
@@ -231,50 +270,14 @@ int World::askAsAnother(Caller caller, const Expectation &row)
     return send(caller, row, message.set(row.identity.c_str(), "stranger@example.com"));
 }
 
-void World::keepSnapshot()
-{
-    Db &db = m_harness.db();
-    db.execute("PRAGMA synchronous = OFF");
-    for (const auto &[name] : db.rows<std::string>(
-             "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite%'"))
-        m_tables.push_back(name);
-    for (const std::string &table : m_tables) {
-        std::string columns;
-        for (const auto &[column] : db.rows<std::string>(
-                 "SELECT name FROM pragma_table_info(:table)", { { "table", table } })) {
-            if (!isVolatile(table, column))
-                columns += (columns.empty() ? "" : "||','||") + ("quote(" + column + ')');
-        }
-        m_columns[table] = columns;
-        db.execute("CREATE TABLE kept_" + table + " AS SELECT * FROM " + table);
-    }
-}
-
 std::string World::digest()
 {
-    std::string all;
-    for (const std::string &table : m_tables) {
-        if (!countsLogins(table))
-            all += table + '\n'
-                + m_harness.db()
-                      .value<std::string>("SELECT coalesce(group_concat(" + m_columns[table]
-                          + ", x'0a'), '') FROM " + table)
-                      .value()
-                + '\n';
-    }
-    return all;
+    return m_image->digest();
 }
 
 void World::restore()
 {
-    Db &db = m_harness.db();
-    Transaction transaction(db, Transaction::Kind::Write);
-    db.execute("PRAGMA defer_foreign_keys = ON");
-    for (const std::string &table : m_tables)
-        db.execute("DELETE FROM " + table);
-    for (const std::string &table : m_tables)
-        db.execute("INSERT INTO " + table + " SELECT * FROM kept_" + table);
-    transaction.commit();
+    m_image->putBack("kept");
 }
 
 } // namespace kvx::test
