@@ -129,9 +129,12 @@ int save(Context &context, const Arguments &arguments)
     const host::OpenProject::SaveResult result = project->save();
     const QJsonObject data { { QStringLiteral("code"), result.code },
         { QStringLiteral("published"), result.published },
+        { QStringLiteral("notice"), result.published ? result.text : QString() },
         { QStringLiteral("version"), result.version },
         { QStringLiteral("milliseconds"), static_cast<double>(timer.elapsed()) } };
     mentionConflicts(context, *project, conflicts);
+    if (result.published && !result.text.isEmpty())
+        context.output.line(result.text);
     if (result.published)
         return context.output.done(QStringLiteral("Saved as version %1 in %2 ms.")
                                        .arg(result.version)

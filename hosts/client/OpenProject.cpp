@@ -138,7 +138,15 @@ std::unique_ptr<OpenProject> OpenProject::open(const QString &name, const QStrin
         return nullptr;
     }
     project->attach();
-    return project;
+    if (project->synchronizer()->logVersion() >= project->m_database->logVersion())
+        return project;
+    // The synchroniser was not told the version: nobody knows how old the copy is.
+    const KVXCWProjectData::ErrorCode code = project->sync();
+    if (code == KVXCWProjectData::Success)
+        return project;
+    *failure = { 0, textOf(code) + project->reasonOf(code) };
+    registry()->projectListManager()->closeProject(guid);
+    return nullptr;
 }
 
 /// True when a kept copy serves. False without a text: there is none, or it was put aside.
@@ -276,13 +284,15 @@ OpenProject::SaveResult OpenProject::save()
         return result;
     }
     if (!m_database->published(result.version))
-        result.text = m_database->errorText();
+        result.text = QStringLiteral("The save is published, but the local copy could not note it "
+                                     "(%1); the next synchronisation does.")
+                          .arg(m_database->errorText());
     return result;
 }
 
 KVXCWProjectData::ErrorCode OpenProject::sync()
 {
-    return synchronizer()->syncLogs();
+    return m_database->settle() ? synchronizer()->syncLogs() : KVXCWProjectData::MergeLogsFailed;
 }
 
 QString OpenProject::reasonOf(KVXCWProjectData::ErrorCode code) const

@@ -4,7 +4,43 @@
 #include "KVXSQLite/OpenProject.h"
 #include "KVXSQLite/ProjectFile.h"
 
+#include <QFile>
+#include <QFileInfo>
+
 using namespace kvx::sqlite;
+
+namespace {
+
+/// A verdict for which a host puts the file aside, with the edits in it.
+bool condemns(Failure failure)
+{
+    return failure == Failure::NotAProject || failure == Failure::Damaged
+        || failure == Failure::BadSchema;
+}
+
+/// A disk that cannot be read says nothing of the file.
+Status readThrough(const QString &path)
+{
+    for (const char *part : { "", "-wal" }) {
+        QFile file(path + QLatin1String(part));
+        if (!file.exists())
+            continue;
+        bool read = file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+        char chunk[65536];
+        qint64 got = 1;
+        while (read && got > 0) {
+            got = file.read(chunk, sizeof chunk);
+            read = got >= 0;
+        }
+        if (!read)
+            return { Failure::Io,
+                "reading " + file.fileName().toStdString() + ": "
+                    + file.errorString().toStdString() };
+    }
+    return {};
+}
+
+} // namespace
 
 KVXProjectDatabase::KVXProjectDatabase(std::unique_ptr<OpenProject> project)
     : m_project(std::move(project))
@@ -32,7 +68,16 @@ std::unique_ptr<KVXProjectDatabase> KVXProjectDatabase::open(const QString &path
     Failure *failure)
 {
     auto project = std::make_unique<OpenProject>(path);
-    const Status status = project->open(projectGuid, origin == Origin::Downloaded, schemaSql);
+    const bool downloaded = origin == Origin::Downloaded;
+    Status status = project->open(projectGuid, downloaded, schemaSql);
+    const QFileInfo info(path);
+    if (condemns(status.failure) && info.isFile() && !info.isSymLink()) {
+        // One read that failed on the way may look like damage.
+        project = std::make_unique<OpenProject>(path);
+        status = readThrough(path);
+        if (status.ok())
+            status = project->open(projectGuid, downloaded, schemaSql);
+    }
     if (failure)
         *failure = status.failure;
     if (status.ok())
@@ -109,6 +154,11 @@ bool KVXProjectDatabase::prepareSave(const QString &commandFile, const QString &
 bool KVXProjectDatabase::published(int version)
 {
     return m_project->note(m_project->published(version));
+}
+
+bool KVXProjectDatabase::settle()
+{
+    return m_project->note(m_project->settle());
 }
 
 void KVXProjectDatabase::setClashChoice(ClashChoice choice)

@@ -84,8 +84,11 @@ public:
     /// command file without changes. May be repeated; every call is a publication of its own.
     bool prepareSave(const QString &commandFile, const QString &author);
 
-    /// The save whose command file was prepared last has been published as `version`.
+    /// The save whose command file was prepared last has been published as `version`. Where the
+    /// file cannot note that now, `settle` does, which the next save and the next log call first.
     bool published(int version);
+    /// Makes up for a `published` that failed; true when there is nothing to make up for.
+    bool settle();
 
     void setClashChoice(ClashChoice choice);
     /// The conflicts file written last by this object, or empty.

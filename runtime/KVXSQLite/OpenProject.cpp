@@ -82,6 +82,8 @@ bool OpenProject::execute(CommandFile *commandFile, int mode)
     if (status.ok() && edits.isOpen())
         status = { Failure::Refused,
             "a change log cannot be executed while an edit transaction is open" };
+    if (status.ok())
+        status = settle();
     if (!status.ok())
         return note(status);
     return note(log.execute(*commandFile, path, winner, &conflictsFile));
@@ -89,9 +91,9 @@ bool OpenProject::execute(CommandFile *commandFile, int mode)
 
 Status OpenProject::prepareSave(const QString &commandFile, const QString &author)
 {
-    const Status open = usable();
-    if (!open.ok())
-        return open;
+    const Status settled = settle();
+    if (!settled.ok())
+        return settled;
     CommandHeader header;
     header.author = author.toStdString();
     if (header.author.size() > CommandFile::maxAuthor)
@@ -133,9 +135,27 @@ Status OpenProject::writeSave(const QString &commandFile, CommandHeader *header)
 
 Status OpenProject::published(int version)
 {
-    const Status open = usable();
-    if (!open.ok())
-        return open;
+    Status status = usable();
+    if (status.ok())
+        status = notePublished(version);
+    // Else edits that are published already would go into the next save, too.
+    if (status.ok() || status.failure == Failure::Refused)
+        unnoted.reset();
+    else
+        unnoted = version;
+    return status;
+}
+
+Status OpenProject::settle()
+{
+    Status status = usable();
+    if (status.ok() && unnoted)
+        status = published(*unnoted);
+    return status;
+}
+
+Status OpenProject::notePublished(int version)
+{
     return edits.internal([&]() -> Status {
         Bookkeeping book(host);
         int current = -1;

@@ -5,6 +5,7 @@
 #include "KVXSQLite/Model.h"
 
 #include <QString>
+#include <optional>
 
 namespace kvx::sqlite {
 
@@ -19,6 +20,7 @@ struct OpenProject {
     Status seal();
     Status prepareSave(const QString &commandFile, const QString &author);
     Status published(int version);
+    Status settle();
     Status checkpoint();
     Status close();
 
@@ -41,8 +43,10 @@ struct OpenProject {
     Rebase::Winner winner = Rebase::Winner::Nobody;
     QString conflictsFile;
     bool closed = false;
+    std::optional<int> unnoted; ///< a version of ours that the file does not know of yet
 
 private:
+    Status notePublished(int version);
     Status writeSave(const QString &commandFile, CommandHeader *header);
 };
 

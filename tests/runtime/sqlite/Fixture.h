@@ -10,9 +10,11 @@
 #include <QTemporaryDir>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <csignal>
 #include <memory>
 #include <sqlite3.h>
 #include <string>
+#include <sys/resource.h>
 
 namespace kvx::test {
 
@@ -54,6 +56,22 @@ protected:
 private:
     QTemporaryDir m_folder;
     int m_logs = 0;
+};
+
+/// Files of this process cannot grow beyond the limit while the object lives.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limited { bytes, m_before.rlim_max };
+        setrlimit(RLIMIT_FSIZE, &limited);
+    }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &m_before); }
+
+private:
+    rlimit m_before {};
 };
 
 Bytes readFile(const QString &path);

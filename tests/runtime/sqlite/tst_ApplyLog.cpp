@@ -46,22 +46,6 @@ protected:
     Database ben;
 };
 
-/// Files of this process cannot grow beyond the limit while the object lives.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes)
-    {
-        std::signal(SIGXFSZ, SIG_IGN);
-        getrlimit(RLIMIT_FSIZE, &m_before);
-        const rlimit limited { bytes, m_before.rlim_max };
-        setrlimit(RLIMIT_FSIZE, &limited);
-    }
-    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &m_before); }
-
-private:
-    rlimit m_before {};
-};
-
 TEST_F(ApplyLog, RaisesTheVersionWithTheChanges)
 {
     ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10"));

@@ -71,6 +71,39 @@ TEST_F(Publication, IsConfirmedForThePreparedVersionOnly)
     EXPECT_EQ(ann->pendingCount(), 0);
 }
 
+TEST_F(Publication, ThatTheFileCouldNotNoteIsMadeUpForByTheNextSave)
+{
+    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10"));
+    ASSERT_EQ(execute(ben, prepare(ann)), 1);
+    {
+        const FileSizeLimit fullDisk(0);
+        EXPECT_FALSE(ann->published(0));
+        EXPECT_FALSE(ann->settle());
+    }
+    EXPECT_EQ(ann->logVersion(), -1);
+    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 7 WHERE id = 11"));
+    EXPECT_EQ(ann->pendingCount(), 2);
+    EXPECT_EQ(execute(ben, publish(ann)), 1) << ben->errorText().toStdString();
+    EXPECT_EQ(ann->logVersion(), 1);
+    EXPECT_EQ(ann->pendingCount(), 0);
+    EXPECT_EQ(ann->contentDigest(), ben->contentDigest());
+}
+
+TEST_F(Publication, ThatTheFileCouldNotNoteIsMadeUpForByTheNextLog)
+{
+    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10"));
+    ASSERT_EQ(execute(ben, prepare(ann)), 1);
+    {
+        const FileSizeLimit fullDisk(0);
+        EXPECT_FALSE(ann->published(0));
+    }
+    ASSERT_TRUE(sql(ben, "UPDATE items SET rate = 7 WHERE id = 11"));
+    EXPECT_EQ(execute(ann, publish(ben)), 1) << ann->errorText().toStdString();
+    EXPECT_EQ(ann->logVersion(), 1);
+    EXPECT_EQ(ann->pendingCount(), 0);
+    EXPECT_EQ(ann->contentDigest(), ben->contentDigest());
+}
+
 TEST_F(Publication, OfADownloadedFileIsItsVersion)
 {
     ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5 WHERE id = 10"));
