@@ -218,6 +218,36 @@ TEST(LogArchives, WithTwoEntriesAPasswordOrALinkAreRefused)
         "its entry is no ordinary file");
 }
 
+TEST(LogArchives, WithBytesThatClientsRefuseAreRefused)
+{
+    TemporaryFolder folder;
+    const std::string path = folder.path + "/log";
+    const auto fault = [&](const std::string &bytes) {
+        std::ofstream(path, std::ios::binary) << bytes;
+        return faultOfLogArchive(path, "log1").value_or("none");
+    };
+    const std::string good = logArchive("log1", "some changes");
+    const std::size_t end = good.size() - 22;
+    const std::size_t directory = good.find("PK\x01\x02");
+    const auto with = [&good](std::size_t at, const std::string &bytes) {
+        return std::string(good).replace(at, bytes.size(), bytes);
+    };
+    EXPECT_NE(fault(good.substr(0, end) + "gap" + good.substr(end)), "none");
+    EXPECT_NE(fault(good + "x"), "none");
+    EXPECT_NE(fault("x" + good), "none");
+    EXPECT_NE(fault(good + good), "none");
+    EXPECT_NE(fault(with(good.find("log1"), "../x")), "none") << "another local name";
+    EXPECT_NE(fault(with(6, "\x01")), "none") << "other local flags";
+    EXPECT_NE(fault(with(end + 4, "\x01")), "none") << "another volume";
+    EXPECT_NE(fault(with(directory + 38, "\x10")), "none") << "a folder of another system";
+    EXPECT_NE(fault(with(directory + 5, std::string("\0", 1) + with(0, "").substr(directory + 6, 34)
+                      + std::string("\xff\xa1", 2))),
+        "none")
+        << "a link said to be another system's";
+    std::string comment = with(end + 20, "\x16");
+    EXPECT_NE(fault(comment + "PK\x05\x06" + std::string(18, '\0')), "none") << "two ends";
+}
+
 TEST_F(Files, TheFirstProjectFileBecomesTheBaseAtOnce)
 {
     EXPECT_EQ(download(anna, guid + ".KVX").status(), 606);
