@@ -226,12 +226,21 @@ TEST_F(ServerGuardFeed, AThousandForgedMessagesASecondChangeNothing)
 
 TEST_F(ServerGuard, WhoLogsInAgainWithinTheFarewellKeepsTheConnectionThoughListsPassed)
 {
-    auto annas = login(anna);
-    const auto client = listen(anna);
+    Watchdog::allow(180);
     // Two lists without her: the guard has had every occasion. A machine that takes longer than
     // the farewell for this has shown nothing; then once more.
     bool shown = false;
     for (int round = 0; round < 20 && !shown; ++round) {
+        auto annas = login(anna);
+        std::unique_ptr<BrokerClient> client;
+        EXPECT_TRUE(eventually([&] {
+            try {
+                client = listen(anna);
+            } catch (const std::runtime_error &) {
+                return false; // the one before is on its way out
+            }
+            return true;
+        }));
         const auto begin = Clock::now();
         logout(*annas, anna);
         const auto bens = login(ben);
@@ -247,7 +256,7 @@ TEST_F(ServerGuard, WhoLogsInAgainWithinTheFarewellKeepsTheConnectionThoughLists
         }
         logout(*bens, ben);
         logout(*administrators, admin);
-        ASSERT_FALSE(client->isCut() && !shown) << "too slow for this test";
+        logout(*annas, anna);
     }
     EXPECT_TRUE(shown);
 }
@@ -313,6 +322,7 @@ TEST_F(BrokerGuard, TheSecondListAfterAnArrivalDecides)
     ASSERT_EQ(words.wait_for(150ms), std::future_status::timeout);
     ASSERT_EQ(list(), "");
     ASSERT_EQ(list(), "");
+    EXPECT_EQ(words.wait_for(3s), std::future_status::ready) << "and not the guard's patience";
     EXPECT_EQ(words.get(), "kvx-broker-guard 1: no session of stranger@example.com");
 }
 
