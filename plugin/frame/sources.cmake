@@ -4,7 +4,7 @@ target_sources(kvx_plugin_objects PRIVATE
 
 # The plug-in itself.
 add_library(KVXNetCollaboration SHARED $<TARGET_OBJECTS:kvx_plugin_objects>)
-target_link_libraries(KVXNetCollaboration PRIVATE kvx_build KVXCollaboration KVXNetwork KVXCommon
+target_link_libraries(KVXNetCollaboration PRIVATE kvx_failpoint kvx_build KVXCollaboration KVXNetwork KVXCommon
     KVXSQLite KVXOCRSDK kvx_cms Qt5::Core log4cplus::log4cplus)
 # The script keeps in what the broker client, a static library, would export. A broker thread may
 # outlive the registry that unloads the plug-in, so its code stays in memory.

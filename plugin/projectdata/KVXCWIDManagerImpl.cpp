@@ -5,6 +5,7 @@
 #include "login/CurrentUser.h"
 #include "messaging/BlockingReceivers.h"
 
+#include <FailPoint.h>
 #include <KVXCollaboration/IKVXProjectDatabase.h>
 #include <KVXCollaboration/KVXCWMessage.h>
 #include <KVXCollaboration/KVXCWProjectData.h>
@@ -335,7 +336,7 @@ bool KVXCWIDManagerImpl::requestCheckOut(
                                    .set("NotifyOther", notifyOther)
                                    .set("IDs", idText(ids))
                                    .post();
-    if (!reply.carried() || !self)
+    if (!reply.carried() || !self || KVX_FAIL_POINT("check-out/answered"))
         return false;
     CheckStates &module = m_checkStates[moduleType];
     enterCheckStates(module, reply["CheckoutInfo"].toArray());

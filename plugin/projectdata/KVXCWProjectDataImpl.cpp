@@ -6,6 +6,7 @@
 #include "login/CurrentUser.h"
 #include "projectdata/KVXCWIDManagerImpl.h"
 
+#include <FailPoint.h>
 #include <KVXCollaboration/IKVXCWProjectAdditionalInfo.h>
 #include <KVXCollaboration/IKVXProjectDatabase.h>
 #include <KVXCollaboration/KVXCWFileService.h>
@@ -110,7 +111,11 @@ KVXCWProjectData::ErrorCode KVXCWProjectDataImpl::doSaveProject(IKVXCWProjectAdd
             return synced;
         if (!self)
             return SaveCancelled;
+        if (KVX_FAIL_POINT("save/asking for the lock"))
+            return synced;
         const int lock = logLock(false);
+        if (KVX_FAIL_POINT("save/lock answered"))
+            return synced;
         KVX_INFO("KVXCWProjectDataImpl.doSaveProject.logLock, Result=%1", lock);
         switch (lock) {
         case LockStale:
@@ -147,6 +152,8 @@ KVXCWProjectData::ErrorCode KVXCWProjectDataImpl::publishAndRelease(
     const QString guid = m_projectGuid;
     const int lockedVersion = m_logVersion;
     const ErrorCode result = publish(info);
+    if (KVX_FAIL_POINT("save/releasing the lock"))
+        return result;
     if (self && m_projectGuid == guid) {
         logLock(true);
     } else {
@@ -154,6 +161,8 @@ KVXCWProjectData::ErrorCode KVXCWProjectDataImpl::publishAndRelease(
         const bool published = result == Success || result == CheckOutFailed;
         requestLogLock(guid, published ? lockedVersion + 1 : lockedVersion, true);
     }
+    if (KVX_FAIL_POINT("save/lock released"))
+        return result;
     KVX_INFO("KVXCWProjectDataImpl.doSaveProject.releaseLogLock");
     return result;
 }
@@ -182,9 +191,13 @@ KVXCWProjectData::ErrorCode KVXCWProjectDataImpl::publish(IKVXCWProjectAdditiona
     KVX_INFO("KVXCWProjectDataImpl.doSaveProject.uploadLogFile and uploadProjectFile");
     if (!uploadLogFile(map.value(QStringLiteral("ProjectLogFile")).toString()))
         return UploadFailed;
+    if (KVX_FAIL_POINT("save/log uploaded"))
+        return UploadFailed;
     if (closed())
         return SaveCancelled;
     if (!uploadProjectFile(map.value(QStringLiteral("ProjectFile")).toString()))
+        return UploadFailed;
+    if (KVX_FAIL_POINT("save/file uploaded"))
         return UploadFailed;
     if (closed())
         return SaveCancelled;
@@ -192,10 +205,14 @@ KVXCWProjectData::ErrorCode KVXCWProjectDataImpl::publish(IKVXCWProjectAdditiona
     KVX_INFO("KVXCWProjectDataImpl.doSaveProject.sendServerToMerge");
     if (!sendServerToMerge(map))
         return SendToMergeFailed;
+    if (KVX_FAIL_POINT("save/merge answered"))
+        return SendToMergeFailed;
     if (closed())
         return CheckOutFailed;
     ++m_logVersion;
 
+    if (KVX_FAIL_POINT("save/checking new items out"))
+        return CheckOutFailed;
     KVX_INFO("KVXCWProjectDataImpl.doSaveProject.checkOutNewItems");
     auto *items
         = qobject_cast<KVXCWIDManagerImpl *>(KVXCollaborator::getInstance()->idManager(guid));
@@ -222,6 +239,8 @@ bool KVXCWProjectDataImpl::uploadLogFile(const QString &logFile) const
 {
     const QString name = logName(m_projectGuid, m_logVersion + 1);
     if (!KVXServerInfo::getInstance()->isConfigured() || !isFlatFileName(name))
+        return false;
+    if (KVX_FAIL_POINT("save/packing"))
         return false;
     const QString archivePath = temporaryPath(name);
     // Kept as is: an archive that could not be packed fails at the upload.
@@ -256,8 +275,10 @@ KVXCWProjectData::ErrorCode KVXCWProjectDataImpl::syncLogs()
     const QPointer<KVXCWProjectDataImpl> self(this);
     KVX_INFO("KVXCWProjectDataImpl::syncLogs");
     m_synced = false;
+    if (KVX_FAIL_POINT("sync/asking for the version"))
+        return GetLogVersionFailed;
     const int server = getLogVersion();
-    if (server == LogVersionUnknown)
+    if (server == LogVersionUnknown || KVX_FAIL_POINT("sync/version known"))
         return GetLogVersionFailed;
     // Kept as is: a pass that finds nothing to fetch is not marked as synchronised.
     if (!self || server == NoLogYet || m_logVersion >= server)
@@ -332,6 +353,8 @@ bool KVXCWProjectDataImpl::mergeOneLog(const QString &archivePath)
 {
     const QString folder = freshTemporaryPath();
     QMap<QString, QString> files;
+    if (KVX_FAIL_POINT("merge/unpacking"))
+        return false;
     if (!KVXZipFile::extractFiles(archivePath, folder, files, QString())) {
         KVX_INFO("extractFiles failed");
         return false;
@@ -350,7 +373,7 @@ bool KVXCWProjectDataImpl::mergeOneLog(const QString &archivePath)
     KVX_INFO("mergeOneLog: %1-%2", path, result);
     commandFile.reset();
     QDir(folder).removeRecursively();
-    return result != 0;
+    return result != 0 && !KVX_FAIL_POINT("merge/log applied");
 }
 
 void KVXCWProjectDataImpl::clearLogFiles()

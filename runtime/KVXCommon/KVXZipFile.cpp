@@ -1,3 +1,4 @@
+#include <FailPoint.h>
 #include <KVXCommon/KVXZipFile.h>
 
 #include "ZipDirectory.h"
@@ -88,6 +89,8 @@ bool writeArchive(const QString &path, const QMap<QString, QString> &files, cons
         if (!addEntry(archive.get(), file.key(), file.value(), password.toUtf8()))
             return false;
     }
+    if (KVX_FAIL_POINT("pack/entries added"))
+        return false;
     if (keys.size() != files.size() || zip_close(archive.get()) != 0)
         return false;
     static_cast<void>(archive.release()); // closed and freed
@@ -154,6 +157,8 @@ bool Extraction::run(const QString &archivePath, const QByteArray &password)
         if (!target.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered))
             return false;
         m_made.insert(m_names[i], target.fileName());
+        if (KVX_FAIL_POINT("unpack/entry opened"))
+            return false;
         if (!writeEntry(static_cast<zip_uint64_t>(i), target))
             return false;
     }

@@ -9,6 +9,7 @@
 #include "ServerSearch.h"
 #include "ServiceCall.h"
 
+#include <FailPoint.h>
 #include <KVXNetwork/KVXNetworkLog.h>
 #include <QUrl>
 #include <algorithm>
@@ -156,6 +157,8 @@ bool CurlNetwork::postJson(ServiceCall &call, QJsonObject &reply)
     if (call.needsFreshConnection())
         exchange.useFreshConnection();
     run(exchange);
+    if (KVX_FAIL_POINT("answer of: " + call.service.toStdString()))
+        exchange.fail(QStringLiteral("The answer was lost."));
     takeReply(exchange, reply);
     return conclude(exchange, call.service);
 }

@@ -2,9 +2,11 @@
 
 #include "LocalFile.h"
 
+#include <FailPoint.h>
 #include <QDir>
 #include <QFileInfo>
 #include <QUuid>
+#include <cerrno>
 #include <filesystem>
 
 #if defined(_WIN32)
@@ -89,6 +91,8 @@ bool DownloadTarget::write(const char *bytes, qint64 size)
     if (!m_expected.isEmpty())
         m_hash.addData(bytes, static_cast<int>(size));
     m_received += size;
+    if (KVX_FAIL_POINT("download/part written"))
+        return fail(qt_error_string(EIO));
     return true;
 }
 

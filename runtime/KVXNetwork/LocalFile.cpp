@@ -1,5 +1,6 @@
 #include "LocalFile.h"
 
+#include <FailPoint.h>
 #include <QFileInfo>
 #include <algorithm>
 
@@ -94,7 +95,7 @@ qint64 LocalFile::read(char *buffer, qint64 capacity)
     if (wanted == 0)
         return 0;
     const qint64 got = m_file.read(buffer, wanted);
-    if (got <= 0)
+    if (got <= 0 || KVX_FAIL_POINT("upload/part read"))
         return -1;
     m_position += got;
     return got;

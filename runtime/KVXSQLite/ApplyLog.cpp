@@ -2,6 +2,7 @@
 
 #include "KVXSQLite/ChangesetValidator.h"
 
+#include <FailPoint.h>
 #include <QFile>
 #include <sqlite3.h>
 
@@ -97,6 +98,8 @@ Status ApplyLog::transaction(const CommandFile &log, const QString &projectFile,
         status = PendingEdits(m_connection).removeUpTo(*own);
     else
         status = applyOthers(log, projectFile, winner, conflictsFile);
+    if (KVX_FAIL_POINT("apply/changes made"))
+        return { Failure::Io, "applying changes: the disk failed" };
     return status.ok() ? book.raiseVersion(header.version) : status;
 }
 

@@ -3,6 +3,7 @@
 #include "base/Text.h"
 #include "services/Call.h"
 
+#include <FailPoint.h>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -75,6 +76,8 @@ void UploadStream::open(std::int64_t announced)
     if (m_file < 0)
         failOnDisk(errno);
     m_path = std::move(path);
+    if (KVX_FAIL_POINT("upload/file created"))
+        failOnDisk(EIO);
 }
 
 void UploadStream::write(std::string_view bytes)
@@ -93,6 +96,8 @@ void UploadStream::write(std::string_view bytes)
             failOnDisk(errno);
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }
+    if (KVX_FAIL_POINT("upload/part written"))
+        failOnDisk(ENOSPC);
 }
 
 std::shared_ptr<const ReceivedFile> UploadStream::finish()

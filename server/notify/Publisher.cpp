@@ -8,6 +8,7 @@
 #include "store/DbPool.h"
 #include "store/MetaStore.h"
 
+#include <FailPoint.h>
 #include <algorithm>
 #include <future>
 
@@ -233,6 +234,8 @@ bool Publisher::pass()
     if (room == 0)
         return false;
     const auto rows = nextRows(static_cast<int>(room));
+    if (!rows.empty() && KVX_FAIL_POINT("publisher/rows taken"))
+        throw std::runtime_error("disk I/O error");
     for (const Prepared &prepared : rows) {
         m_lastGiven = prepared.row.id;
         if (prepared.pieces.empty()) {
@@ -242,6 +245,8 @@ bool Publisher::pass()
         }
         try {
             send(prepared);
+            if (KVX_FAIL_POINT("publisher/sent"))
+                throw BrokerError("connection reset");
         } catch (const BrokerError &error) {
             disconnect(error.what());
             return false;
@@ -344,6 +349,8 @@ void Publisher::markDelivered()
         setMetaValue(db, "notifymsg_seq", std::to_string(next));
         return true;
     });
+    if (KVX_FAIL_POINT("publisher/marked"))
+        throw std::runtime_error("disk I/O error");
     for (const std::int64_t id : delivered)
         m_numbers.erase(id);
     const std::lock_guard<std::mutex> lock(m_mutex);

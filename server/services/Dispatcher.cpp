@@ -8,6 +8,7 @@
 #include "store/Db.h"
 #include "store/DbPool.h"
 
+#include <FailPoint.h>
 #include <algorithm>
 #include <sodium.h>
 
@@ -236,6 +237,8 @@ void Dispatcher::execute(Db &db, const std::shared_ptr<Run> &run)
 
     Reply reply = Reply::refused(StatusCode::Failed);
     try {
+        if (KVX_FAIL_POINT("request read: " + exchange.request->service()))
+            throw DbError(DbError::Kind::Other, "disk I/O error");
         reply = runInTransaction(db, *run, call);
     } catch (const BadRequest &error) {
         reply = Reply::refused(StatusCode::BadRequest, { error.what() });
@@ -267,6 +270,8 @@ Reply Dispatcher::runInTransaction(Db &db, Run &run, Call &call)
                 touchLater(exchange.sessionId); // a refused request was a request
             return *refusal;
         }
+        if (KVX_FAIL_POINT("session known: " + exchange.request->service()))
+            throw DbError(DbError::Kind::Other, "disk I/O error");
         if (run.continuation)
             reply = run.continuation(call);
         else if (run.step == Step::BeforeUpload)
@@ -280,6 +285,8 @@ Reply Dispatcher::runInTransaction(Db &db, Run &run, Call &call)
         }
         if (kept)
             transaction.commit();
+        if (writes && kept && KVX_FAIL_POINT("committed: " + exchange.request->service()))
+            throw DbError(DbError::Kind::Other, "disk I/O error");
         if (call.m_caller)
             exchange.userEmail = call.m_caller->email;
         if (!kept) {
@@ -358,6 +365,8 @@ void Dispatcher::settle(const std::shared_ptr<Run> &run, Reply reply)
 void Dispatcher::finish(const ExchangePtr &exchange, const Completion &done, Reply reply)
 {
     const ServiceRule rules = exchange->rules;
+    if (exchange->request && KVX_FAIL_POINT("answering: " + exchange->request->service()))
+        reply = Reply::refused(StatusCode::Failed);
     if (hasRule(rules, ListsItems) && !reply.isOk() && !reply.has("CheckoutInfo"))
         reply.setJson("CheckoutInfo", "[]");
     if (hasRule(rules, RepeatsSentence))

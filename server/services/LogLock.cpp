@@ -7,6 +7,7 @@
 #include "store/ProjectStore.h"
 #include "store/UserStore.h"
 
+#include <FailPoint.h>
 #include <algorithm>
 #include <limits>
 
@@ -86,6 +87,8 @@ Reply takeLogLock(Call &call, const ProjectAccess &project, std::int64_t clientV
     if (!logs.renew(project.id, caller.sessionId, until)
         && !logs.take(project.id, caller.sessionId, caller.userId, call.now(), until))
         return wait(call, project.id);
+    if (KVX_FAIL_POINT("lock/row written"))
+        throw DbError(DbError::Kind::Full, "database or disk is full");
     places.leave(project.id, caller.sessionId);
     return answer(Mine);
 }

@@ -7,6 +7,7 @@
 #include "store/ThrottleStore.h"
 #include "store/UserStore.h"
 
+#include <FailPoint.h>
 #include <algorithm>
 #include <sodium.h>
 
@@ -161,6 +162,8 @@ Reply logout(Call &call)
         return Reply::refused(StatusCode::WrongIdentity);
     call.audit(static_cast<int>(StatusCode::Ok), call.caller().email);
     call.endSession(call.caller().sessionId);
+    if (KVX_FAIL_POINT("logout/tidied"))
+        throw DbError(DbError::Kind::Other, "disk I/O error");
     return done;
 }
 

@@ -8,6 +8,7 @@
 #include "store/ProjectStore.h"
 #include "store/StageStore.h"
 
+#include <FailPoint.h>
 #include <limits>
 
 namespace kvx::server {
@@ -41,6 +42,8 @@ Reply published(std::int64_t version, const std::string &chain)
 
 Reply sendServerToMerge(Call &call)
 {
+    if (KVX_FAIL_POINT("publish/begun"))
+        throw DbError(DbError::Kind::Other, "disk I/O error");
     const Request &request = call.request();
     const Caller &caller = call.caller();
     const std::int64_t before
@@ -73,6 +76,8 @@ Reply sendServerToMerge(Call &call)
     const auto file = stages.get(project->id, StageStore::Part::File, project->lockGeneration);
     if (!log || !file)
         return Reply::refused(StatusCode::UploadMissing);
+    if (KVX_FAIL_POINT("publish/checked"))
+        throw DbError(DbError::Kind::Other, "disk I/O error");
 
     LogStore::Publication publication;
     publication.projectId = project->id;
@@ -92,12 +97,16 @@ Reply sendServerToMerge(Call &call)
         caller.userId, publication.now });
     if (!logs.publish(publication))
         return Reply::refused(StatusCode::LockNotHeld);
+    if (KVX_FAIL_POINT("publish/applied"))
+        throw DbError(DbError::Kind::Full, "database or disk is full");
     logs.forgetFiles(project->id, version - call.config().keepFiles);
     stages.drop(project->id);
 
     call.audit(static_cast<int>(StatusCode::Ok), logFile, std::to_string(version));
     announceRecord(call, project->id, "Save");
     call.wakeHeld(logLockKey(project->id));
+    if (KVX_FAIL_POINT("publish/before the commit"))
+        throw DbError(DbError::Kind::Full, "database or disk is full");
     return published(version, publication.chain);
 }
 

@@ -3,6 +3,7 @@
 #include "base/Text.h"
 #include "store/Db.h"
 
+#include <FailPoint.h>
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -115,9 +116,13 @@ void BlobStore::place(const std::string &from, const std::string &sha256) const
             replace(target, from);
     }
     try {
+        if (KVX_FAIL_POINT("content/named"))
+            throw std::system_error(EIO, std::generic_category(), target);
         // Always all: whoever made a folder or linked the same bytes a moment ago may not be here
         // yet.
         syncTogether(target, { inner.string(), outer.string(), outer.parent_path().string() });
+        if (KVX_FAIL_POINT("content/synced"))
+            throw std::system_error(EIO, std::generic_category(), target);
     } catch (...) {
         // What could not be written once may look whole for as long as it is remembered.
         if (isNew)

@@ -2,6 +2,8 @@
 #include "base/Digest.h"
 #include "store/Db.h"
 
+#include <FailPoint.h>
+
 namespace kvx::server {
 
 namespace {
@@ -67,8 +69,11 @@ int migrate(Db &db, Time now, const std::vector<Migration> &known)
         if (pending.empty())
             return count;
         const Migration &step = pending.front();
-        for (const std::string &statement : statementsOf(step.sql))
+        for (const std::string &statement : statementsOf(step.sql)) {
             db.execute(statement);
+            if (KVX_FAIL_POINT("migration/statement run"))
+                throw DbError(DbError::Kind::Full, "database or disk is full");
+        }
         db.run("INSERT INTO migration (number, name, digest, at) VALUES (:number, :name, :digest, "
                ":at)",
             { { "number", step.number }, { "name", step.name }, { "digest", sha256(step.sql) },

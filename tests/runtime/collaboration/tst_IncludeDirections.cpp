@@ -174,6 +174,21 @@ TEST(IncludeDirections, HostsKnowNeitherThePluginNorTheServer)
     expectNone("hosts", { "plugin", "server", "tests" });
 }
 
+TEST(IncludeDirections, FailPointsKnowNobody)
+{
+    ASSERT_FALSE(includesUnder("failpoint").empty());
+    expectNone(
+        "failpoint", { "plugin", "platform", "runtime", "openwire", "server", "hosts", "tests" });
+}
+
+TEST(IncludeDirections, PlatformHostsAndBrokerClientHaveNoFailPoints)
+{
+    for (const char *folder : { "platform", "hosts", "openwire" }) {
+        for (const Include &include : includesUnder(folder))
+            EXPECT_NE(include.path, "FailPoint.h") << include.where;
+    }
+}
+
 TEST(IncludeDirections, BrokerClientKnowsOnlyItself)
 {
     expectNone("openwire", { "plugin", "platform", "runtime", "server", "hosts", "tests" });
