@@ -1,0 +1,32 @@
+#pragma once
+
+#include "Sweep.h"
+#include "team/SharedProject.h"
+
+namespace kvx::test {
+
+/// Two members with one project, of whom one process, Anna's or the server's, is under fire while
+/// Anna works.
+class UnderFire : public SharedProject {
+protected:
+    void SetUp() override;
+
+    /// Shared by the cases of the program: the server outlives them.
+    static Sweep &sweep();
+
+    /// Anna's command under fire; whether it was done. What fails says so in words.
+    bool done(const Sweep::Run &run, const QString &command);
+    void expectDone(host::ShellProcess &shell, const QString &command);
+    /// Uploads versions of a template; each is stored whole or not at all.
+    void sweepTemplateUpload(const QString &name, CallCounter::Scope scope, int selected);
+    /// Saves; each is published once, or its edits are kept.
+    void sweepSave(const QString &name, CallCounter::Scope scope, int selected);
+
+    int rounds = 0;
+};
+
+/// A template with a number in it and so many bytes beside it.
+QByteArray templateText(int number, int bytes);
+int templateNumber(const QString &file);
+
+} // namespace kvx::test
