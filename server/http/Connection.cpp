@@ -15,7 +15,8 @@ namespace http = boost::beast::http;
 
 namespace {
 
-constexpr std::size_t chunkSize = 64 * 1024;
+constexpr std::size_t jsonChunk = 64 * 1024;
+constexpr std::size_t uploadChunk = 256 * 1024; // each goes to a file thread and back
 constexpr std::uint32_t headLimit = 8 * 1024;
 constexpr std::size_t largestJson = std::size_t { 16 } << 20;
 constexpr std::int64_t formOverhead = 128 * 1024;
@@ -236,7 +237,7 @@ bool Connection::acceptBody(const std::string &method)
             refuse(StatusCode::TooLarge, 413, std::to_string(config.uploadLimit) + " bytes");
             return false;
         }
-        m_upload = std::make_unique<UploadStream>(config, boundary);
+        m_upload = std::make_unique<UploadStream>(config, boundary, m_context.digests);
         return true;
     }
     if (hasBody && lowerAscii(type).rfind("application/json", 0) != 0) {
@@ -290,16 +291,26 @@ void Connection::readBody()
         return;
     }
     if (m_chunk.empty()) {
-        m_chunk.resize(chunkSize);
-        m_buffer.reserve(chunkSize); // without it a large body comes in very small reads
+        m_chunk.resize(chunkSize());
+        m_buffer.reserve(m_chunk.size()); // without it a large body comes in very small reads
     }
     auto &body = m_parser->get().body();
-    body.data = m_chunk.data();
-    body.size = m_chunk.size();
+    body.data = m_chunk.data() + m_filled;
+    body.size = m_chunk.size() - m_filled;
     body.more = true;
     arm(std::chrono::milliseconds(m_context.environment.config.bodyTimeout));
     http::async_read_some(m_socket, m_buffer, *m_parser,
         [self = shared_from_this()](ErrorCode error, std::size_t) { self->onBody(error); });
+}
+
+/// A small body, as almost all are, needs no large buffer.
+std::size_t Connection::chunkSize() const
+{
+    if (m_bodyUse == BodyUse::Upload)
+        return uploadChunk;
+    const auto length = m_parser->content_length_remaining();
+    return length ? static_cast<std::size_t>(std::min<std::uint64_t>(*length, jsonChunk))
+                  : jsonChunk;
 }
 
 bool Connection::isBodyTooSlow() const
@@ -334,9 +345,16 @@ void Connection::onBody(ErrorCode error)
         close();
         return;
     }
-    const std::size_t size = m_chunk.size() - m_parser->get().body().size;
-    m_bodyBytes += static_cast<std::int64_t>(size);
-    useChunk(size);
+    const std::size_t filled = m_chunk.size() - m_parser->get().body().size;
+    m_bodyBytes += static_cast<std::int64_t>(filled - m_filled);
+    m_filled = filled;
+    if (m_bodyUse == BodyUse::Upload && !m_parser->is_done() && filled < m_chunk.size()
+        && m_socket.available(error) > 0) {
+        readBody();
+        return;
+    }
+    m_filled = 0;
+    useChunk(filled);
 }
 
 void Connection::useChunk(std::size_t size)

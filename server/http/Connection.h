@@ -26,6 +26,8 @@ struct ConnectionContext {
     HttpServer::ReadyCheck ready;
     /// Threads for what blocks on the disk.
     boost::asio::thread_pool &files;
+    /// Threads for what only computes.
+    boost::asio::thread_pool &digests;
     std::atomic<bool> &stopping;
 };
 
@@ -63,6 +65,7 @@ private:
     void sendContinue();
     void readBody();
     void onBody(ErrorCode error);
+    std::size_t chunkSize() const;
     bool isBodyTooSlow() const;
     void useChunk(std::size_t size);
     void onJsonComplete();
@@ -105,6 +108,7 @@ private:
     boost::beast::flat_buffer m_buffer;
     std::optional<Parser> m_parser;
     std::vector<char> m_chunk;
+    std::size_t m_filled = 0; ///< of the chunk, by reads that came one after the other
 
     ExchangePtr m_exchange;
     BodyUse m_bodyUse = BodyUse::Json;

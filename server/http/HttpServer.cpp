@@ -40,7 +40,8 @@ public:
     Impl(const Environment &environment, Dispatcher &dispatcher, ReadyCheck ready)
         : m_config(environment.config)
         , m_files(4)
-        , m_context { environment, dispatcher, std::move(ready), m_files, m_stopping }
+        , m_digests(2)
+        , m_context { environment, dispatcher, std::move(ready), m_files, m_digests, m_stopping }
         , m_control(asio::make_strand(m_io))
         , m_services(m_control)
         , m_admin(m_control)
@@ -49,7 +50,11 @@ public:
     {
     }
 
-    ~Impl() { m_files.join(); }
+    ~Impl()
+    {
+        m_files.join();
+        m_digests.join();
+    }
 
     static void bind(Tcp::acceptor &acceptor, const HostPort &address)
     {
@@ -221,6 +226,7 @@ private:
 
     asio::io_context m_io;
     asio::thread_pool m_files;
+    asio::thread_pool m_digests;
     ConnectionContext m_context;
     /// Accepting and stopping take turns.
     asio::strand<asio::io_context::executor_type> m_control;

@@ -4,9 +4,12 @@
 #include "services/Call.h"
 
 #include <FailPoint.h>
+#include <boost/asio/post.hpp>
+#include <boost/asio/use_future.hpp>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <future>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -15,6 +18,7 @@ namespace kvx::server {
 namespace {
 
 constexpr std::size_t requestPartLimit = 64 * 1024;
+constexpr std::size_t worthAThread = 64 * 1024;
 
 [[noreturn]] void failOnDisk(int error)
 {
@@ -25,8 +29,10 @@ constexpr std::size_t requestPartLimit = 64 * 1024;
 
 } // namespace
 
-UploadStream::UploadStream(const Config &config, std::string_view boundary)
+UploadStream::UploadStream(
+    const Config &config, std::string_view boundary, boost::asio::thread_pool &digests)
     : m_config(config)
+    , m_digests(digests)
     , m_reader(boundary, requestPartLimit)
     , m_sha256(Digest::Kind::Sha256)
     , m_md5(Digest::Kind::Md5)
@@ -86,8 +92,27 @@ void UploadStream::write(std::string_view bytes)
     if (m_size > m_config.uploadLimit)
         throw UploadError(
             StatusCode::TooLarge, 413, std::to_string(m_config.uploadLimit) + " bytes");
-    m_sha256.add(bytes);
-    m_md5.add(bytes);
+    // MD5 alone takes as long as the rest together.
+    std::future<void> other;
+    if (bytes.size() >= worthAThread)
+        other = boost::asio::post(
+            m_digests, boost::asio::use_future([this, bytes] { m_md5.add(bytes); }));
+    else
+        m_md5.add(bytes);
+    try {
+        m_sha256.add(bytes);
+        writeAll(bytes);
+    } catch (...) {
+        if (other.valid())
+            other.wait(); // the bytes are read until then
+        throw;
+    }
+    if (other.valid())
+        other.get();
+}
+
+void UploadStream::writeAll(std::string_view bytes)
+{
     while (!bytes.empty()) {
         const ssize_t written = ::write(m_file, bytes.data(), bytes.size());
         if (written < 0 && errno == EINTR)

@@ -4,6 +4,7 @@
 #include "http/Multipart.h"
 #include "services/StatusCode.h"
 
+#include <boost/asio/thread_pool.hpp>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -31,7 +32,9 @@ public:
 /// memory. Used by one thread at a time; its calls block on the disk. All throw UploadError.
 class UploadStream {
 public:
-    UploadStream(const Config &config, std::string_view boundary);
+    /// One of the digests is taken by these threads, while the caller's takes the other and writes.
+    UploadStream(
+        const Config &config, std::string_view boundary, boost::asio::thread_pool &digests);
     ~UploadStream(); ///< removes what was not finished
 
     enum class Progress { More, RequestReady, Complete };
@@ -49,8 +52,10 @@ public:
 
 private:
     void write(std::string_view bytes);
+    void writeAll(std::string_view bytes);
 
     const Config &m_config;
+    boost::asio::thread_pool &m_digests;
     MultipartReader m_reader;
     Digest m_sha256;
     Digest m_md5;
