@@ -85,7 +85,8 @@ template <class Result> Result Publisher::inPool(bool write, std::function<Resul
     std::future<Result> future = promise.get_future();
     const auto job = [&promise, &work, write](Db &db) {
         try {
-            Transaction transaction(db, write ? Transaction::Kind::Write : Transaction::Kind::Read);
+            Transaction transaction(
+                db, write ? Transaction::Kind::WriteLazily : Transaction::Kind::Read);
             Result result = work(db);
             transaction.commit();
             promise.set_value(std::move(result));

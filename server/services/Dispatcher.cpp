@@ -20,6 +20,16 @@ struct Dispatcher::Run {
     Step step;
     Completion done;
     Reply::Continuation continuation;
+    bool lazily = false; ///< the continuation
+
+    bool writes() const { return step == Step::Handler && hasRule(exchange->rules, Writes); }
+    Transaction::Kind kind() const
+    {
+        if (!writes())
+            return Transaction::Kind::Read;
+        return lazily || hasRule(exchange->rules, WritesLazily) ? Transaction::Kind::WriteLazily
+                                                                : Transaction::Kind::Write;
+    }
 };
 
 namespace {
@@ -128,7 +138,7 @@ void Dispatcher::dispatch(const ExchangePtr &exchange, Completion done)
         finish(exchange, done, Reply::refused(StatusCode::BadRequest, { "the file is missing" }));
         return;
     }
-    start(std::make_shared<Run>(Run { exchange, Step::Handler, std::move(done), {} }));
+    start(std::make_shared<Run>(Run { exchange, Step::Handler, std::move(done), {}, false }));
 }
 
 void Dispatcher::beginUpload(const ExchangePtr &exchange, Completion decided)
@@ -141,12 +151,13 @@ void Dispatcher::beginUpload(const ExchangePtr &exchange, Completion decided)
             Reply::refused(StatusCode::BadRequest, { "this service takes no file" }));
         return;
     }
-    start(std::make_shared<Run>(Run { exchange, Step::BeforeUpload, std::move(decided), {} }));
+    start(
+        std::make_shared<Run>(Run { exchange, Step::BeforeUpload, std::move(decided), {}, false }));
 }
 
 void Dispatcher::finishUpload(const ExchangePtr &exchange, Completion done)
 {
-    start(std::make_shared<Run>(Run { exchange, Step::Handler, std::move(done), {} }));
+    start(std::make_shared<Run>(Run { exchange, Step::Handler, std::move(done), {}, false }));
 }
 
 void Dispatcher::noteProgress(const ExchangePtr &exchange)
@@ -162,7 +173,7 @@ void Dispatcher::touchLater(std::int64_t sessionId)
 {
     m_pool.write([this, sessionId](Db &db) {
         try {
-            Transaction transaction(db, Transaction::Kind::Write);
+            Transaction transaction(db, Transaction::Kind::WriteLazily);
             touchSession(db, m_environment.config, m_environment.clock.now(), sessionId);
             transaction.commit();
         } catch (const DbError &error) {
@@ -211,8 +222,7 @@ bool Dispatcher::prepare(const ExchangePtr &exchange, const Completion &done)
 
 void Dispatcher::start(std::shared_ptr<Run> run)
 {
-    const Exchange &exchange = *run->exchange;
-    const bool writes = run->step == Step::Handler && hasRule(exchange.rules, Writes);
+    const bool writes = run->writes();
     const auto job = [this, run = std::move(run)](Db &db) { execute(db, run); };
     if (writes)
         m_pool.write(job);
@@ -260,11 +270,10 @@ void Dispatcher::execute(Db &db, const std::shared_ptr<Run> &run)
 Reply Dispatcher::runInTransaction(Db &db, Run &run, Call &call)
 {
     Exchange &exchange = *run.exchange;
-    const bool writes = run.step == Step::Handler && hasRule(exchange.rules, Writes);
     Reply reply = Reply::ok();
     bool touchDue = false;
     {
-        Transaction transaction(db, writes ? Transaction::Kind::Write : Transaction::Kind::Read);
+        Transaction transaction(db, run.kind());
         if (const auto refusal = admit(db, exchange, call, touchDue)) {
             if (touchDue)
                 touchLater(exchange.sessionId); // a refused request was a request
@@ -279,7 +288,7 @@ Reply Dispatcher::runInTransaction(Db &db, Run &run, Call &call)
         else
             reply = exchange.service->handler(call);
         const bool kept = reply.isOk() || call.m_keepChanges;
-        if (writes && kept && touchDue) {
+        if (run.writes() && kept && touchDue) {
             touchSession(db, m_environment.config, call.now(), exchange.sessionId);
             touchDue = false;
         }
@@ -331,6 +340,7 @@ void Dispatcher::settle(const std::shared_ptr<Run> &run, Reply reply)
 {
     const ExchangePtr &exchange = run->exchange;
     if (reply.work()) {
+        run->lazily = reply.isLazy();
         const bool accepted = poolOf(reply).submit([this, run, work = reply.work()] {
             try {
                 run->continuation = work();

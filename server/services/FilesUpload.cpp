@@ -178,24 +178,29 @@ Reply receiveUpload(Call &call)
     const std::string entry
         = check ? logName(target.projectGuid, target.name.version) : std::string();
     const bool whole = check && call.config().logsCheck == "changeset";
-    return Reply::after([data = call.config().data, path = file.path, sha256 = file.sha256, entry,
-                            whole, guid = target.projectGuid, version = target.name.version] {
-        std::optional<std::string> fault;
-        if (!entry.empty())
-            fault = faultOfLogArchive(path, entry);
-        if (!fault && whole)
-            fault = faultOfArchivedCommandFile(path, guid, version);
-        if (fault)
-            return refusing(StatusCode::BadArchive, *fault);
-        try {
-            BlobStore(data).place(path, sha256);
-        } catch (const std::system_error &error) {
-            if (error.code().value() != ENOSPC && error.code().value() != EDQUOT)
-                throw;
-            return refusing(StatusCode::StorageFull);
-        }
-        return Reply::Continuation(keepFile);
-    });
+    Reply reply
+        = Reply::after([data = call.config().data, path = file.path, sha256 = file.sha256, entry,
+                           whole, guid = target.projectGuid, version = target.name.version] {
+              std::optional<std::string> fault;
+              if (!entry.empty())
+                  fault = faultOfLogArchive(path, entry);
+              if (!fault && whole)
+                  fault = faultOfArchivedCommandFile(path, guid, version);
+              if (fault)
+                  return refusing(StatusCode::BadArchive, *fault);
+              try {
+                  BlobStore(data).place(path, sha256);
+              } catch (const std::system_error &error) {
+                  if (error.code().value() != ENOSPC && error.code().value() != EDQUOT)
+                      throw;
+                  return refusing(StatusCode::StorageFull);
+              }
+              return Reply::Continuation(keepFile);
+          });
+    // A stage that a power cut took back is missed by the merge, and the client saves again.
+    if (target.kind == Target::Kind::StagedLog || target.kind == Target::Kind::StagedFile)
+        reply.setLazy();
+    return reply;
 }
 
 } // namespace kvx::server

@@ -120,7 +120,7 @@ Reply logLock(Call &call)
 
 const ServiceTable logLockServices = {
     { "getlogversion", getLogVersion, ProjectReader | NamesCaller },
-    { "loglock", logLock, ProjectReader | MayBeGone | NamesCaller | Writes | InMaintenance },
+    { "loglock", logLock, ProjectReader | MayBeGone | NamesCaller | WritesLazily | InMaintenance },
 };
 
 } // namespace kvx::server

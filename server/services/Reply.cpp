@@ -20,6 +20,12 @@ Reply Reply::held(std::string key, std::int64_t patience, std::uint64_t place,
     return reply;
 }
 
+Reply &Reply::setLazy()
+{
+    m_lazy = true;
+    return *this;
+}
+
 Reply Reply::after(Work work, Pool pool)
 {
     Reply reply = ok();

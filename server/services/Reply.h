@@ -56,6 +56,9 @@ public:
     using Work = std::function<Continuation()>;
     enum class Pool { Files, Hashes, Documents };
     static Reply after(Work work, Pool pool = Pool::Files);
+    /// The continuation's transaction waits for no disk (see WritesLazily).
+    Reply &setLazy();
+    bool isLazy() const { return m_lazy; }
 
     Reply &set(const char *key, std::string_view text) { return setJson(key, jsonText(text)); }
     Reply &set(const char *key, const char *text) { return set(key, std::string_view(text)); }
@@ -120,6 +123,7 @@ private:
     Pool m_pool = Pool::Files;
     int m_httpStatus = 0;
     bool m_repeatSentence = false;
+    bool m_lazy = false;
     std::string m_body;
 };
 

@@ -42,6 +42,10 @@ enum ServiceRule : unsigned {
 
     NeedsRole = (1u << 22) | NeedsUser, ///< any role
     UploadsTemplates = (1u << 23) | NeedsUser, ///< a role with "UploadReportSetting"
+
+    /// A writing one whose effect a power cut may take back, so that it waits for no disk: it ends
+    /// by itself anyway, and who relied on it is refused later and begins again.
+    WritesLazily = (1u << 24) | Writes,
 };
 
 constexpr ServiceRule operator|(ServiceRule a, ServiceRule b)

@@ -184,7 +184,12 @@ std::int64_t Db::select(std::string_view sql, DbParams params, const DbColumn *t
 Transaction::Transaction(Db &db, Kind kind)
     : m_db(db)
 {
-    m_db.run(kind == Kind::Write ? "BEGIN IMMEDIATE" : "BEGIN");
+    const bool syncs = kind != Kind::WriteLazily;
+    if (kind != Kind::Read && syncs != m_db.m_syncs) {
+        m_db.execute(syncs ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
+        m_db.m_syncs = syncs;
+    }
+    m_db.run(kind == Kind::Read ? "BEGIN" : "BEGIN IMMEDIATE");
     m_db.m_inTransaction = true;
 }
 

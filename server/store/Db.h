@@ -226,13 +226,16 @@ private:
 
     std::unique_ptr<Connection> m_connection;
     bool m_inTransaction = false;
+    bool m_syncs = true; ///< at each commit
 };
 
 /// Rolls back unless committed. A writing one is the only writer until it ends; a reading one sees
 /// one snapshot throughout.
 class Transaction {
 public:
-    enum class Kind { Read, Write };
+    /// WriteLazily does not wait for the disk: it outlives the process at once, a power cut only
+    /// after the next Write. For what may be forgotten by both sides or comes again.
+    enum class Kind { Read, Write, WriteLazily };
     Transaction(Db &db, Kind kind);
     ~Transaction();
     Transaction(const Transaction &) = delete;
