@@ -294,7 +294,7 @@ Reply Dispatcher::runInTransaction(Db &db, Run &run, Call &call)
         }
         if (kept)
             transaction.commit();
-        if (writes && kept && KVX_FAIL_POINT("committed: " + exchange.request->service()))
+        if (run.writes() && kept && KVX_FAIL_POINT("committed: " + exchange.request->service()))
             throw DbError(DbError::Kind::Other, "disk I/O error");
         if (call.m_caller)
             exchange.userEmail = call.m_caller->email;
@@ -351,7 +351,12 @@ void Dispatcher::settle(const std::shared_ptr<Run> &run, Reply reply)
                 finish(run->exchange, run->done, Reply::refused(StatusCode::Failed));
             }
         });
-        if (!accepted)
+        if (accepted)
+            return;
+        run->continuation = reply.otherwise();
+        if (run->continuation)
+            start(run);
+        else
             finish(exchange, run->done, busy(503));
         return;
     }
