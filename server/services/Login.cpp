@@ -116,12 +116,20 @@ Reply openSession(Call &call, const User &user, const LoginRequest &login)
         .setCookie(std::move(session.token));
 }
 
-Reply judgeLogin(
-    Call &call, const LoginRequest &login, bool right, int left, const std::string &rehashed)
+Reply busy(Call &call)
+{
+    call.keepChanges();
+    return Reply::refused(StatusCode::Busy).setHttpStatus(503);
+}
+
+Reply judgeLogin(Call &call, const LoginRequest &login, const LoginTry &counted, bool right,
+    const std::string &rehashed)
 {
     const auto user = findUser(call.db(), login.email);
-    if (!right || !user)
-        return wrongPassword(call, login, left);
+    if (!right || !user) {
+        judgeWrong(call.db(), counted.row);
+        return wrongPassword(call, login, counted.left);
+    }
     // A right password is no failure, whatever else may refuse the login.
     call.keepChanges();
     forgetFailures(call.db(), login.email, call.address());
@@ -140,16 +148,22 @@ Reply login(Call &call)
     const auto counted = beginLoginTry(call.db(), call.now(), login.email, call.address());
     if (!counted)
         return wrongPassword(call, login, 0);
+    if (counted->mustWait)
+        return busy(call);
     const auto user = findUser(call.db(), login.email);
     const std::string hash = user ? user->password : dummyHash();
     return Reply::after(
-        [login = std::move(login), hash, left = counted->left]() -> Reply::Continuation {
+        [login = std::move(login), hash, counted = *counted]() -> Reply::Continuation {
             const bool right = verifyPassword(hash, login.password);
             std::string rehashed = right && needsRehash(hash) ? hashPassword(login.password) : "";
-            return [login, right, left, rehashed](
-                       Call &later) { return judgeLogin(later, login, right, left, rehashed); };
+            return [login, counted, right, rehashed](
+                       Call &later) { return judgeLogin(later, login, counted, right, rehashed); };
         },
-        Reply::Pool::Hashes);
+        Reply::Pool::Hashes)
+        .setOtherwise([row = counted->row](Call &later) {
+            takeBackTry(later.db(), row);
+            return busy(later);
+        });
 }
 
 /// A client whose session has run out must still be able to log out.

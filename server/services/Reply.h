@@ -59,6 +59,13 @@ public:
     /// The continuation's transaction waits for no disk (see WritesLazily).
     Reply &setLazy();
     bool isLazy() const { return m_lazy; }
+    /// Called as the handler where the pool takes no more work; else the answer is "busy".
+    Reply &setOtherwise(Continuation otherwise)
+    {
+        m_otherwise = std::move(otherwise);
+        return *this;
+    }
+    const Continuation &otherwise() const { return m_otherwise; }
 
     Reply &set(const char *key, std::string_view text) { return setJson(key, jsonText(text)); }
     Reply &set(const char *key, const char *text) { return set(key, std::string_view(text)); }
@@ -124,6 +131,7 @@ private:
     int m_httpStatus = 0;
     bool m_repeatSentence = false;
     bool m_lazy = false;
+    Continuation m_otherwise;
     std::string m_body;
 };
 

@@ -9,6 +9,10 @@ namespace kvx::test {
 Crowd::Crowd(int size)
     : m_size(size)
 {
+    // All of them come from one address.
+    const QString connections = QStringLiteral("--limits.perAddress");
+    if (!siteOptions().contains(connections))
+        siteOptions() << connections << QStringLiteral("1000");
     static int made = 0;
     for (int i = 0; i < size; ++i) {
         m_emails.append(QStringLiteral("crowd%1@example.com").arg(++made));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "BrokerClient.h"
 #include "support/Broker.h"
 #include "support/HttpClient.h"
 #include "support/ServerProcess.h"
@@ -14,36 +15,6 @@
 #include <vector>
 
 namespace kvx::test {
-
-/// A client of the broker as every host has one: connection under a client ID, no user name, one
-/// producer and one subscription of the topic of notifications.
-class BrokerClient {
-public:
-    /// Throws std::runtime_error with the broker's words when it is refused.
-    BrokerClient(const std::string &brokerUri, const std::string &clientId);
-    ~BrokerClient();
-    BrokerClient(const BrokerClient &) = delete;
-    BrokerClient &operator=(const BrokerClient &) = delete;
-
-    /// Returns when the broker has accepted the message; `to` becomes the property "kvxTo".
-    void publish(const std::string &text, const std::string &to = {});
-    /// Does not wait for the broker.
-    void post(const std::string &text);
-
-    /// What was heard so far, as soon as a message holds that text or the time is over.
-    std::vector<std::string> awaitText(const std::string &text, int seconds = 20);
-    /// The message IDs of what was heard.
-    std::vector<std::string> messageIds() const;
-    bool isCut() const;
-    bool awaitCut(int seconds);
-
-private:
-    class Impl;
-    std::unique_ptr<Impl> m_impl;
-};
-
-/// The broker's words for a connection that it refuses; empty when it is accepted.
-std::string refusal(const std::string &brokerUri, const std::string &clientId);
 
 /// Waits for the condition; false when the time is over.
 template <class Condition> bool eventually(Condition condition, int seconds = 20);

@@ -187,10 +187,21 @@ TEST_F(ServerStore, ThePoolWritesInOrderAndPutsWokenJobsFirst)
     EXPECT_EQ(order, (std::vector<int> { 1, 2, 3 }));
 }
 
+/// A try with a wrong password: the tries left, nothing when there was none.
+std::optional<int> fail(Db &db, Time now, const std::string &email, const std::string &address)
+{
+    const auto counted = beginLoginTry(db, now, email, address);
+    if (!counted)
+        return std::nullopt;
+    EXPECT_FALSE(counted->mustWait);
+    judgeWrong(db, counted->row);
+    return counted->left;
+}
+
 TEST_F(ServerStore, FailuresAreCountedForAccountAndAddress)
 {
     for (int left = 4; left >= 0; --left)
-        EXPECT_EQ(beginLoginTry(*db, 1, "a", "1.1.1.1")->left, left);
+        EXPECT_EQ(fail(*db, 1, "a", "1.1.1.1"), left);
     EXPECT_FALSE(beginLoginTry(*db, 2, "a", "1.1.1.1"));
     EXPECT_EQ(beginLoginTry(*db, 2, "a", "2.2.2.2")->left, 4) << "from another address";
     EXPECT_EQ(beginLoginTry(*db, 2, "b", "1.1.1.1")->left, 4) << "another account";
@@ -201,7 +212,7 @@ TEST_F(ServerStore, FailuresAreCountedForAccountAndAddress)
 TEST_F(ServerStore, FiftyFailuresAnHourLockAnAccountFromEverywhere)
 {
     for (int i = 0; i < 50; ++i)
-        ASSERT_TRUE(beginLoginTry(*db, 1000 + i, "a", "10.0.0." + std::to_string(i)));
+        ASSERT_TRUE(fail(*db, 1000 + i, "a", "10.0.0." + std::to_string(i)));
     EXPECT_FALSE(beginLoginTry(*db, 2000, "a", "10.0.1.1"));
     EXPECT_TRUE(beginLoginTry(*db, 2000, "b", "10.0.1.1"));
     EXPECT_FALSE(beginLoginTry(*db, 59 * minute, "a", "10.0.1.1"));
@@ -210,10 +221,30 @@ TEST_F(ServerStore, FiftyFailuresAnHourLockAnAccountFromEverywhere)
 
 TEST_F(ServerStore, ThirtyFailuresInTenMinutesLockAnAddress)
 {
-    for (int i = 0; i < 30; ++i)
-        ASSERT_TRUE(beginLoginTry(*db, 1000 + i, "user" + std::to_string(i), "10.0.0.1"));
+    for (int i = 0; i < 30; ++i) {
+        const auto counted = beginLoginTry(*db, 1000 + i, "user" + std::to_string(i), "10.0.0.1");
+        ASSERT_TRUE(counted && !counted->mustWait);
+        judgeWrong(*db, counted->row);
+    }
     EXPECT_FALSE(beginLoginTry(*db, 2000, "another", "10.0.0.1"));
     EXPECT_TRUE(beginLoginTry(*db, 2000, "another", "10.0.0.2"));
+}
+
+TEST_F(ServerStore, TriesUnderWayLetOthersFromTheirAddressWaitAndLockNobody)
+{
+    std::vector<std::int64_t> rows;
+    for (int i = 0; i < 30; ++i)
+        rows.push_back(beginLoginTry(*db, 1000, "user" + std::to_string(i), "10.0.0.1")->row);
+    EXPECT_TRUE(beginLoginTry(*db, 1000, "next", "10.0.0.1")->mustWait);
+    EXPECT_FALSE(beginLoginTry(*db, 1000, "next", "10.0.0.2")->mustWait);
+    takeBackTry(*db, rows[0]);
+    forgetFailures(*db, "user1", "10.0.0.1");
+    EXPECT_FALSE(beginLoginTry(*db, 1000, "next", "10.0.0.1")->mustWait);
+    EXPECT_FALSE(beginLoginTry(*db, 1000, "last", "10.0.0.1")->mustWait);
+    judgeWrong(*db, rows[2]);
+    EXPECT_TRUE(beginLoginTry(*db, 1000, "more", "10.0.0.1")->mustWait) << "a failure stands";
+    EXPECT_FALSE(beginLoginTry(*db, 62'000, "more", "10.0.0.1")->mustWait)
+        << "what was never answered";
 }
 
 TEST_F(ServerStore, TheEndOfASessionFreesWhatWasBoundToIt)

@@ -5,6 +5,7 @@
 #include "store/UserStore.h"
 
 #include <cstdlib>
+#include <map>
 #include <set>
 
 using namespace kvx::test;
@@ -69,9 +70,12 @@ struct Throttle : testing::Test {
     void countFailures(const std::string &email, const std::string &address, int number)
     {
         Transaction transaction(harness.db(), Transaction::Kind::Write);
-        for (int i = 0; i < number; ++i)
-            ASSERT_TRUE(
-                beginLoginTry(harness.db(), harness.environment().clock.now(), email, address));
+        for (int i = 0; i < number; ++i) {
+            const auto counted
+                = beginLoginTry(harness.db(), harness.environment().clock.now(), email, address);
+            ASSERT_TRUE(counted && !counted->mustWait);
+            judgeWrong(harness.db(), counted->row);
+        }
         transaction.commit();
     }
 
@@ -213,4 +217,45 @@ TEST_F(Throttle, WhoComesWhenTheQueueIsFullIsTold)
     EXPECT_EQ(busy + refused, 260);
     EXPECT_GT(busy, 0);
     EXPECT_GE(refused, 200);
+}
+
+TEST_F(Throttle, ACompanyThatLogsInAtOneMomentFromOneAddressIsNotLockedOut)
+{
+    constexpr int people = 80;
+    for (int i = 0; i < people; ++i)
+        addAccount("p" + std::to_string(i) + "@example.com");
+    std::set<int> waiting;
+    for (int i = 0; i < people; ++i)
+        waiting.insert(i);
+    int busy = 0;
+    while (!waiting.empty()) {
+        std::map<int, std::future<Answer>> answers;
+        for (const int i : waiting)
+            answers.emplace(i, loginLater("p" + std::to_string(i) + "@example.com", "right"));
+        for (auto &[i, answer] : answers) {
+            const int status = answer.get().status();
+            ASSERT_TRUE(status == 1 || status == 103) << status;
+            busy += status == 103;
+            if (status == 1)
+                waiting.erase(i);
+        }
+    }
+    EXPECT_GT(busy, 0);
+}
+
+TEST_F(Throttle, ABusyServerTakesNoTryFromAnybody)
+{
+    // The queue is full of others; whoever comes then is told so, as often as he comes.
+    std::vector<std::future<Answer>> others;
+    for (int i = 0; i < 260; ++i) {
+        const std::string number = std::to_string(i);
+        others.push_back(
+            loginLater("guest" + number + "@example.com", "x", "10.1." + number + ".1"));
+    }
+    int busy = 0;
+    for (int i = 0; i < 8; ++i)
+        busy += login("anna@example.com", "right").status() == 103;
+    for (auto &answer : others)
+        answer.get();
+    EXPECT_EQ(wrong("anna@example.com"), 4) << busy << " times busy before";
 }

@@ -27,7 +27,8 @@ CREATE TABLE login_failure (
     id BIGINT NOT NULL PRIMARY KEY,
     email TEXT NOT NULL,
     address TEXT NOT NULL,
-    at BIGINT NOT NULL
+    at BIGINT NOT NULL,
+    judged SMALLINT NOT NULL DEFAULT 0
 );
 CREATE INDEX login_failure_email ON login_failure (email, at);
 CREATE INDEX login_failure_address ON login_failure (address, at);
