@@ -24,7 +24,7 @@ TEST(AccessTables, AnyTableOfRolesIsJudgedAsTheModelSays)
 {
     const bool everything = std::getenv("KVX_TEST_LONG") != nullptr;
     const unsigned tables = everything ? 200 : 5;
-    Watchdog::allow(everything ? 1100 : 200);
+    Watchdog::allow(everything ? 2500 : 200);
     World world;
     int cases = 0;
     int granted = 0;
