@@ -48,8 +48,9 @@ void PluginBench::begin()
     const bool carried = m_exchange.httpStatus() == 200;
     host.network.httpStatus = m_exchange.httpStatus();
     host.network.httpBody = QJsonDocument(reply).toJson();
-    if (service.endsWith(QLatin1String("download")))
-        host.network.handle(QStringLiteral("download"),
+    const bool download = service.endsWith(QLatin1String("download"));
+    if (download || service == QLatin1String("result"))
+        host.network.handle(download ? QStringLiteral("download") : service,
             [this, reply](const QJsonObject &request, QJsonObject &out) {
                 out = reply;
                 receive(request.value(QLatin1String("LocalFileName")).toString());

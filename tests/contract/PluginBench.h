@@ -91,5 +91,6 @@ using Operations = QMap<QString, std::function<QJsonValue(PluginBench &)>>;
 
 const Operations &projectOperations();
 const Operations &resourceOperations();
+const Operations &recognitionOperations();
 
 } // namespace kvx::test

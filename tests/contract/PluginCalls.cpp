@@ -8,9 +8,10 @@ const Operations &allOperations()
 {
     static const Operations all = [] {
         Operations joined = projectOperations();
-        const Operations &resources = resourceOperations();
-        for (auto one = resources.begin(); one != resources.end(); ++one)
-            joined.insert(one.key(), one.value());
+        for (const Operations *more : { &resourceOperations(), &recognitionOperations() }) {
+            for (auto one = more->begin(); one != more->end(); ++one)
+                joined.insert(one.key(), one.value());
+        }
         return joined;
     }();
     return all;

@@ -9,6 +9,7 @@
 #include "services/StoredBytes.h"
 #include "store/BlobStore.h"
 #include "store/MetaStore.h"
+#include "store/OcrStore.h"
 #include "store/ResourceStore.h"
 #include "store/TemplateStore.h"
 #include "store/UserStore.h"
@@ -17,6 +18,7 @@
 #include <functional>
 #include <future>
 #include <limits>
+#include <numeric>
 
 namespace kvx::test {
 
@@ -50,7 +52,10 @@ void require(const Answer &answer, const std::string &what)
 
 ServerState::ServerState()
     // A request for a taken lock waits so long; the exchange itself is the same.
-    : m_harness([](Config &config) { config.lockHold = 100; })
+    : m_harness([](Config &config) {
+        config.lockHold = 100;
+        config.ocrProgram = KVX_OCR_PROGRAM;
+    })
 {
     for (const auto &[who, name] : fullNames) {
         const char *role = who == "carla" ? "Administrator" : who == "dana" ? "" : "Estimator";
@@ -104,6 +109,22 @@ void ServerState::addTemplate(
     added.md5 = md5(document);
     added.created = added.modified = wallTime();
     TemplateStore(m_harness.db()).add(added);
+}
+
+/// As the recognition leaves it; there is none in this process.
+void ServerState::endPage(const std::string &job, int page, bool ok, const std::string &text)
+{
+    OcrStore store(m_harness.db());
+    store.start(job, page);
+    OcrStore::Result result;
+    result.page = page;
+    result.ok = ok;
+    if (ok)
+        result.text = storedBlob(text);
+    else
+        result.code = static_cast<int>(StatusCode::OcrPageFailed);
+    result.message = ok ? std::string() : text;
+    store.end(job, page, result, {}, wallTime());
 }
 
 void ServerState::bring(const rapidjson::Value &json)
@@ -208,7 +229,29 @@ void ServerState::bring(const rapidjson::Value &json)
                 ResourceStore(m_harness.db())
                     .publish(step.at(1), storedBlob(step.at(2)), wallTime());
             } },
+        // [name, user, job, export type, pages (1)]: straight into the store, as for templates
+        { "recognition job",
+            [&] {
+                std::vector<int> pages(step.size() > 4 ? std::stoul(step.at(4)) : 1);
+                std::iota(pages.begin(), pages.end(), 0);
+                const int exportType = std::stoi(step.at(3));
+                if (exportType == 2)
+                    pages.push_back(OcrStore::documentPage);
+                OcrStore(m_harness.db())
+                    .add({ step.at(2), user(), storedBlob("a scanned page"), "scan.pdf", "eng",
+                             exportType, OcrStore::JobState::Queued, wallTime() },
+                        pages);
+            } },
+        // [name, job, page, text]; [name, job, page, reason]; [name, job, content]
+        { "recognised page",
+            [&] { endPage(step.at(1), std::stoi(step.at(2)), true, step.at(3)); } },
+        { "failed page", [&] { endPage(step.at(1), std::stoi(step.at(2)), false, step.at(3)); } },
+        { "recognised document",
+            [&] { endPage(step.at(1), OcrStore::documentPage, true, step.at(2)); } },
+        { "recognition cancelled",
+            [&] { ask(step.at(1), Message("cancel").set("JobID", step.at(2))); } },
         // [name, value]: settings of the server
+        { "languages offered", [&] { m_harness.config().ocrLanguages = { step.at(1) }; } },
         { "products served", [&] { m_harness.config().loginProducts = { step.at(1) }; } },
         { "sessions of one user",
             [&] { m_harness.config().sessionPerUser = std::stoi(step.at(1)); } },

@@ -35,6 +35,7 @@ private:
     void ask(const std::string &who, const Message &message);
     std::string storedBlob(const std::string &bytes);
     void addTemplate(const std::string &who, const std::string &id, const std::string &name);
+    void endPage(const std::string &job, int page, bool ok, const std::string &text);
 
     ServiceHarness m_harness;
     std::map<std::string, Session> m_sessions;

@@ -28,18 +28,14 @@ using Names = std::set<std::string>;
 /// Services that the plug-in does not send, with the reason.
 const std::map<std::string, std::string> onlyOnTheServer {
     { "server", "read by a search for servers: the transport's, on a path of its own" },
-    { "submit", "sent by the recognition client, on a path of its own" },
-    { "state", "the same" },
-    { "result", "the same" },
-    { "cancel", "the same" },
-    { "languages", "the same" },
+    { "languages", "for administrators and hosts: the recognition's client takes any language" },
 };
 
 /// What the plug-in asks for by the path alone.
 const Names namedByPath { "comresource/version", "comresource/download" };
 
-/// Have no contract file: the path is the whole request, or the number of a job stands in it.
-const Names withoutFile { "server", "submit", "state", "result", "cancel", "languages" };
+/// Has no contract file: the path is the whole request.
+const Names withoutFile { "server" };
 
 std::string read(const fs::path &path)
 {
@@ -71,6 +67,9 @@ Names sentByThePlugin()
         names.merge(
             matches(read(entry.path()), "ServiceRequest(?:\\s+\\w+)?\\s*[({]\\s*\"([^\"]+)\""));
     }
+    // The recognition's client stands beside the managers.
+    names.merge(matches(read("runtime/KVXOCRSDK/OcrRun.cpp"),
+        "QStringLiteral\\(\"service\"\\), QStringLiteral\\(\"(\\w+)\"\\)"));
     return names;
 }
 

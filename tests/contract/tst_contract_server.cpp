@@ -21,7 +21,7 @@ protected:
     /// What reaches the server of the file that the client sends; null without one.
     const std::string *sentFile()
     {
-        const bool upload = GetParam().service == "upload";
+        const bool upload = GetParam().service == "upload" || GetParam().service == "submit";
         const char *key = GetParam().has("arrived") ? "arrived" : "file";
         if (!upload || !GetParam().has(key))
             return nullptr;
@@ -40,8 +40,8 @@ protected:
         for (const std::string &line : differences(expected, parsedJson(answer.json())))
             ADD_FAILURE() << line;
         EXPECT_EQ(reply.httpStatus(), GetParam().httpStatus());
-        const bool download
-            = GetParam().service == "download" || GetParam().service == "comresource/download";
+        const bool download = GetParam().service == "download"
+            || GetParam().service == "comresource/download" || GetParam().service == "result";
         EXPECT_EQ(answer.isFile(), download && answer.status() == 1);
         if (answer.isFile()) {
             EXPECT_EQ(answer.fileBytes(), bytesOf(GetParam()["file"]));
