@@ -23,7 +23,8 @@ bool isDeviceName(const std::string &name)
 {
     static constexpr std::array<std::string_view, 6> names { "con", "prn", "aux", "nul", "conin$",
         "conout$" };
-    const std::string stem = lowerAscii(name.substr(0, name.find('.')));
+    std::string stem = lowerAscii(name.substr(0, name.find('.')));
+    stem.erase(stem.find_last_not_of(' ') + 1); // blanks before the dot do not count there
     if (std::find(names.begin(), names.end(), stem) != names.end())
         return true;
     return stem.size() == 4 && (stem.compare(0, 3, "com") == 0 || stem.compare(0, 3, "lpt") == 0)

@@ -1,5 +1,6 @@
 #include "services/LogArchive.h"
 #include "services/CommandFile.h"
+#include "services/ZipLayout.h"
 
 #include <memory>
 #include <vector>
@@ -19,7 +20,8 @@ struct CloseEntry {
     void operator()(zip_file_t *file) const { zip_fclose(file); }
 };
 
-bool isLink(zip_t *archive)
+/// Neither link nor folder nor device, whichever system is said to have made it.
+bool isOrdinaryFile(zip_t *archive)
 {
     zip_uint8_t system = 0;
     zip_uint32_t attributes = 0;
@@ -27,8 +29,9 @@ bool isLink(zip_t *archive)
         return false;
     constexpr zip_uint32_t typeMask = 0170000;
     constexpr zip_uint32_t regular = 0100000;
+    constexpr zip_uint32_t dosFolder = 0x10;
     const zip_uint32_t type = (attributes >> 16) & typeMask;
-    return system == ZIP_OPSYS_UNIX && type != 0 && type != regular;
+    return (type == 0 || type == regular) && (attributes & dosFolder) == 0;
 }
 
 /// Reads the entry to its end, which also checks its sum.
@@ -76,12 +79,14 @@ std::optional<std::string> faultOfLogArchive(const std::string &path, const std:
         return "it has a password";
     if (entry.comp_method != ZIP_CM_STORE && entry.comp_method != ZIP_CM_DEFLATE)
         return "it is packed by a method that clients do not read";
-    if (isLink(archive.get()))
+    if (!isOrdinaryFile(archive.get()))
         return "its entry is no ordinary file";
     if (entry.size > largestEntry)
         return "its entry is larger than 256 MiB";
-    if (entry.size / largestRatio > entry.comp_size)
+    if (entry.size > largestRatio * entry.comp_size)
         return "its entry unpacks to more than 200 times its size";
+    if (!hasPlainLayout(path))
+        return "it holds something beside its entry";
     if (!isIntact(archive.get(), entry.size))
         return "its entry is damaged";
     return std::nullopt;

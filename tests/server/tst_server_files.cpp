@@ -121,8 +121,9 @@ TEST(FileNames, TwoHundredNamesAreTakenForWhatTheyAre)
              "a\x7F"
              "b",
              "\x01", "con", "CON", "Con.txt", "nul", "NUL.tar.gz", "aux.h", "prn", "com1", "COM9.x",
-             "lpt0", "com0", "conin$", "a$", "a%b", "%2e%2e", "a&b", "a;b", "a=b", "a+b", "a@b",
-             "a#b", "~a", "a'b", "`a`", "{a}", "(a)", "[a]", "a,b", "a!b", "\xFF\xFE", "\xC3",
+             "lpt0", "com0", "conin$", "con .txt", "nul  .a", "a$", "a%b", "%2e%2e", "a&b", "a;b",
+             "a=b", "a+b", "a@b", "a#b", "~a", "a'b", "`a`", "{a}", "(a)", "[a]", "a,b", "a!b",
+             "\xFF\xFE", "\xC3",
              "a\xC2\xA0"
              "b",
              "a\xE2\x80\xAE"
@@ -240,7 +241,8 @@ TEST(LogArchives, WithBytesThatClientsRefuseAreRefused)
     EXPECT_NE(fault(with(6, "\x01")), "none") << "other local flags";
     EXPECT_NE(fault(with(end + 4, "\x01")), "none") << "another volume";
     EXPECT_NE(fault(with(directory + 38, "\x10")), "none") << "a folder of another system";
-    EXPECT_NE(fault(with(directory + 5, std::string("\0", 1) + with(0, "").substr(directory + 6, 34)
+    EXPECT_NE(fault(with(directory + 5,
+                  std::string("\0", 1) + with(0, "").substr(directory + 6, 34)
                       + std::string("\xff\xa1", 2))),
         "none")
         << "a link said to be another system's";
