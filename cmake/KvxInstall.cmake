@@ -1,13 +1,5 @@
 # cmake --install: programs, libraries, the plug-in, the headers that a host is compiled against, the
 # documents. The parts find each other wherever the whole is put. The broker installs itself.
-if(KVX_FAIL_POINTS)
-    # The tests of the installation are the only ones that may.
-    install(CODE [[
-        if(NOT DEFINED ENV{KVX_INSTALL_FAIL_POINTS})
-            message(FATAL_ERROR "This build can be made to fail from outside (KVX_FAIL_POINTS); it is not for use.")
-        endif()]])
-    install(TARGETS kvx_failpoint LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-endif()
 foreach(library KVXCollaboration KVXCommon KVXNetwork KVXOCRSDK KVXSQLite KVXNetCollaboration)
     if(TARGET ${library})
         set_target_properties(${library} PROPERTIES INSTALL_RPATH "$ORIGIN")
