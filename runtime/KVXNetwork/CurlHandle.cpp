@@ -1,5 +1,7 @@
 #include "CurlHandle.h"
 
+#include <sys/socket.h>
+
 namespace kvx {
 
 namespace {
@@ -40,8 +42,15 @@ CURLcode CurlHandle::run()
         if (message->msg == CURLMSG_DONE)
             result = message->data.result;
     }
+    curl_easy_getinfo(m_easy, CURLINFO_ACTIVESOCKET, &m_socket);
     curl_multi_remove_handle(m_multi, m_easy);
     return result;
+}
+
+bool CurlHandle::isQuiet() const
+{
+    char byte = 0;
+    return m_socket == CURL_SOCKET_BAD || recv(m_socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0;
 }
 
 void CurlHandle::abort()

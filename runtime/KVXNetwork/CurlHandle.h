@@ -20,11 +20,14 @@ public:
     /// Ends the run at once; one that is still to come, too, until rearm().
     void abort();
     void rearm() { m_aborted = false; }
+    /// False when the peer has sent something on the last connection that nobody has asked for.
+    bool isQuiet() const;
 
 private:
     CURL *const m_easy;
     CURLM *const m_multi;
     std::atomic<bool> m_aborted { false };
+    curl_socket_t m_socket = CURL_SOCKET_BAD;
 };
 
 } // namespace kvx

@@ -8,6 +8,7 @@
 
 #include <QJsonDocument>
 #include <QUrl>
+#include <QUuid>
 #include <algorithm>
 #include <cstdio>
 
@@ -30,6 +31,7 @@ const qint64 BodyReserve = 1024 * 1024;
 Exchange::Exchange(const QString &url, const Limits &limits)
     : m_url(url.toUtf8())
     , m_limits(limits)
+    , m_mark(QUuid::createUuid().toByteArray(QUuid::WithoutBraces))
     , m_server(QUrl(url).authority())
 {
     if (m_server.isEmpty())
@@ -94,6 +96,8 @@ bool Exchange::prepare(CURL *easy, const KVXNetworkProxy &proxy)
     } else if (m_post) {
         prepareJson(easy);
     }
+    m_headers = curl_slist_append(m_headers, ("Kvx-Exchange: " + m_mark).constData());
+    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, m_headers);
     return true;
 }
 
@@ -114,7 +118,6 @@ void Exchange::prepareJson(CURL *easy)
 {
     m_headers = curl_slist_append(m_headers, "Content-Type: application/json");
     m_headers = curl_slist_append(m_headers, "Expect:"); // the answer comes at once anyway
-    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, m_headers);
     curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(m_json.size()));
     curl_easy_setopt(easy, CURLOPT_POSTFIELDS, m_json.constData());
 }
@@ -122,7 +125,6 @@ void Exchange::prepareJson(CURL *easy)
 void Exchange::prepareParts(CURL *easy, bool askFirst)
 {
     m_headers = curl_slist_append(m_headers, askFirst ? "Expect: 100-continue" : "Expect:");
-    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, m_headers);
     curl_easy_setopt(easy, CURLOPT_EXPECT_100_TIMEOUT_MS, ContinueWait);
     m_mime = curl_mime_init(easy);
     curl_mimepart *part = curl_mime_addpart(m_mime);
@@ -200,6 +202,8 @@ size_t Exchange::onHeader(char *line, size_t size, size_t count, void *self)
 bool Exchange::headerEnded()
 {
     m_body.clear();
+    if (!m_head.exchange().isEmpty() && m_head.exchange() != m_mark)
+        return refuse(QStringLiteral("The answer of %1 belongs to another request.").arg(m_server));
     if (!bodyIsFile()) {
         if (m_head.contentLength() > m_limits.replyBytes)
             return refuse(QStringLiteral("The answer of %1 is too large.").arg(m_server));

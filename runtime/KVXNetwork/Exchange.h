@@ -19,6 +19,8 @@ class ProgressReport;
 ///
 /// A request that changes something is never sent twice: libcurl repeats a request by itself when
 /// a kept connection turns out to be dead, and the server may have acted on the first one.
+/// Each request has a mark of its own, which our server repeats. A reply with another one was left
+/// on the connection by an earlier request; it is refused and the connection given up.
 class Exchange {
 public:
     struct Limits {
@@ -78,6 +80,7 @@ private:
 
     const QByteArray m_url;
     const Limits m_limits;
+    const QByteArray m_mark;
     QString m_server;
     QString m_proxy;
     QByteArray m_json;

@@ -13,14 +13,18 @@ const size_t MostIdleHandles = 8;
 HandlePool::Lease::Lease(HandlePool &pool)
     : m_pool(pool)
 {
+    std::vector<std::unique_ptr<CurlHandle>> closing;
     const std::lock_guard<std::mutex> lock(pool.m_mutex);
     m_generation = pool.m_generation;
-    if (pool.m_idle.empty()) {
-        m_handle = std::make_unique<CurlHandle>();
-    } else {
+    while (!m_handle && !pool.m_idle.empty()) {
         m_handle = std::move(pool.m_idle.back());
         pool.m_idle.pop_back();
+        // What waits there would be taken for the answer to the next request.
+        if (!m_handle->isQuiet())
+            closing.push_back(std::move(m_handle));
     }
+    if (!m_handle)
+        m_handle = std::make_unique<CurlHandle>();
     m_handle->rearm();
     pool.m_active.push_back(m_handle.get());
 }

@@ -69,6 +69,8 @@ void ResponseHead::addField(const QByteArray &name, const QByteArray &value)
     } else if (name == "kvx-reply") {
         ++m_fileReplies;
         m_fileReply = value;
+    } else if (name == "kvx-exchange") {
+        m_exchange = value;
     } else if (name == "repr-digest") {
         m_hasDigest = findSha256(value, m_sha256) || m_hasDigest;
     }

@@ -27,6 +27,8 @@ public:
     /// True when the server names a SHA-256 of the body; sha256() is empty when it is no digest.
     bool hasDigest() const { return m_hasDigest; }
     const QByteArray &sha256() const { return m_sha256; }
+    /// The mark of the request that is answered; empty where the peer tells none.
+    const QByteArray &exchange() const { return m_exchange; }
 
 private:
     void startResponse(const QByteArray &line);
@@ -43,6 +45,7 @@ private:
     QByteArray m_fileReply;
     bool m_hasDigest = false;
     QByteArray m_sha256;
+    QByteArray m_exchange;
 };
 
 } // namespace kvx

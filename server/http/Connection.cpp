@@ -6,6 +6,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/http/read.hpp>
+#include <cctype>
 #include <limits>
 
 namespace kvx::server {
@@ -44,6 +45,13 @@ const Endpoint *findEndpoint(const std::string &path)
             return &endpoint;
     }
     return nullptr;
+}
+
+bool isMark(const std::string &text)
+{
+    return text.size() <= 64 && std::all_of(text.begin(), text.end(), [](unsigned char c) {
+        return c == '-' || (c < 128 && std::isalnum(c) != 0);
+    });
 }
 
 } // namespace
@@ -135,6 +143,7 @@ void Connection::readHead()
     m_exchange = std::make_shared<Exchange>();
     m_exchange->address = m_peer;
     m_exchange->connectionId = m_id;
+    m_mark.clear();
     arm(std::chrono::milliseconds(m_context.environment.config.headerTimeout));
     http::async_read_header(m_socket, m_buffer, *m_parser,
         [self = shared_from_this()](ErrorCode error, std::size_t) { self->onHead(error); });
@@ -155,6 +164,9 @@ void Connection::onHead(ErrorCode error)
     }
     if (!m_parser->keep_alive())
         m_closeAfter = true;
+    m_mark = text(message["Kvx-Exchange"]);
+    if (!isMark(m_mark))
+        m_mark.clear();
     m_exchange->address = peerAddress();
     m_exchange->token = cookieValue(header(http::field::cookie), "kvxsid");
     if (m_exchange->token.size() > 100)

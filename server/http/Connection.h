@@ -111,6 +111,7 @@ private:
     std::size_t m_filled = 0; ///< of the chunk, by reads that came one after the other
 
     ExchangePtr m_exchange;
+    std::string m_mark; ///< "Kvx-Exchange" of the request, repeated in the reply
     BodyUse m_bodyUse = BodyUse::Json;
     std::size_t m_bodyLimit = 0;
     std::int64_t m_bodyBytes = 0;

@@ -83,6 +83,8 @@ std::string Connection::head(int status, std::int64_t length, const char *conten
         + m_context.environment.epoch + "\r\n";
     if (m_exchange && !m_exchange->requestId.empty())
         text += "Kvx-Request: " + m_exchange->requestId + "\r\n";
+    if (!m_mark.empty())
+        text += "Kvx-Exchange: " + m_mark + "\r\n";
     if (m_closeAfter || m_context.stopping)
         text += "Connection: close\r\n";
     if (status == 405)

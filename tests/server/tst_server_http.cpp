@@ -63,6 +63,21 @@ TEST_F(ServerHttp, EveryReplyCarriesEpochRequestNumberAndNoStore)
     EXPECT_EQ(first.header("content-type"), "application/json");
 }
 
+TEST_F(ServerHttp, TheMarkOfARequestComesBackWithItsReply)
+{
+    HttpClient client(server->url());
+    const auto markOf = [&](const std::string &mark) {
+        return client
+            .postTo("/kvx/service", getRoles, "application/json", { "Kvx-Exchange: " + mark })
+            .header("kvx-exchange");
+    };
+    EXPECT_EQ(markOf("6f1d-Second"), "6f1d-Second");
+    EXPECT_EQ(markOf(std::string(64, 'a')), std::string(64, 'a'));
+    EXPECT_EQ(markOf(std::string(65, 'a')), "");
+    EXPECT_EQ(markOf("two words"), "");
+    EXPECT_EQ(client.post(getRoles).header("kvx-exchange"), "") << "not that of the one before";
+}
+
 TEST_F(ServerHttp, ARefusalCarriesWordSentenceAndRequestNumber)
 {
     HttpClient client(server->url());

@@ -1,4 +1,5 @@
 #include "NetworkTest.h"
+#include "support/WaitFor.h"
 
 namespace kvx::test {
 
@@ -153,6 +154,47 @@ TEST_F(NetworkSession, RequestsShareAConnection)
     for (int i = 0; i < 5; ++i)
         EXPECT_TRUE(post());
     EXPECT_EQ(server.connections(), 1);
+}
+
+TEST_F(NetworkSession, AnAnswerToAnEarlierRequestIsNotTaken)
+{
+    // A request that arrived twice is answered twice; the second answer waits for the next request.
+    std::string mark;
+    server.handle("/kvx/service", [&](const Request &request, Connection &connection) {
+        if (mark.empty())
+            mark = request.header("kvx-exchange");
+        connection.send(
+            LoopbackServer::response(R"({"statuscode":1})", 200, "Kvx-Exchange: " + mark + "\r\n"));
+    });
+    EXPECT_TRUE(post());
+    EXPECT_FALSE(mark.empty());
+    EXPECT_FALSE(post());
+    EXPECT_TRUE(reply.isEmpty());
+    EXPECT_EQ(error(),
+        QStringLiteral("The answer of 127.0.0.1:%1 belongs to another request.")
+            .arg(server.port()));
+    const int before = server.connections();
+    mark.clear();
+    EXPECT_TRUE(post());
+    EXPECT_EQ(server.connections(), before + 1) << "nothing more is read from that connection";
+}
+
+TEST_F(NetworkSession, AConnectionOnWhichMoreHasComeIsNotUsedAgain)
+{
+    std::atomic<bool> sent { false };
+    server.handle("/kvx/service", [&](const Request &, Connection &connection) {
+        connection.send(LoopbackServer::response(R"({"statuscode":1})"));
+        if (!sent) {
+            connection.wait(50); // or it comes with the answer
+            connection.send(LoopbackServer::response(R"({"statuscode":300})"));
+            sent = true;
+        }
+    });
+    EXPECT_TRUE(post());
+    EXPECT_TRUE(waitFor([&] { return sent.load(); }));
+    EXPECT_TRUE(post());
+    EXPECT_EQ(reply.value("statuscode").toInt(), 1);
+    EXPECT_EQ(server.connections(), 2);
 }
 
 TEST_F(NetworkSession, LockAndMergeUseAFreshConnection)
