@@ -1,5 +1,6 @@
 #include "UnderFire.h"
 
+#include "invariants/RunCheck.h"
 #include "support/Watchdog.h"
 
 #include <QFile>
@@ -11,6 +12,19 @@ void UnderFire::SetUp()
 {
     Watchdog::allow(1500);
     SharedProject::SetUp();
+}
+
+void UnderFire::TearDown()
+{
+    EXPECT_TRUE(anna().stop());
+    EXPECT_TRUE(ben().stop());
+    RunTraces traces;
+    traces.data = site().dataFolder();
+    for (int i = 0; i < team.size(); ++i)
+        traces.homes << team.account(i).home;
+    traces.projects << guid;
+    for (const Fault &fault : checkRun(traces))
+        ADD_FAILURE() << fault.line().toStdString();
 }
 
 Sweep &UnderFire::sweep()

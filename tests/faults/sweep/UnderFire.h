@@ -10,6 +10,8 @@ namespace kvx::test {
 class UnderFire : public SharedProject {
 protected:
     void SetUp() override;
+    /// Ends both processes and judges what they and the server have left behind.
+    void TearDown() override;
 
     /// Shared by the cases of the program: the server outlives them.
     static Sweep &sweep();

@@ -126,7 +126,7 @@ TEST_F(ClientUnderFire, ATemplateIsFetchedWholeOrNotAtAll)
     expectDone(ben(), QStringLiteral("templates upload %1 --name %2").arg(up, name));
     const QString download = QStringLiteral("templates download %1 %2").arg(name, down);
     const QStringList files { QStringLiteral("down.json"), QStringLiteral("up.json") };
-    sweep().over(QStringLiteral("template download"), CallCounter::MainThread, 5,
+    sweep().over(QStringLiteral("template download"), CallCounter::MainThread, 1,
         [&](const Sweep::Run &run) {
             written(down, templateText(1, 10));
             EXPECT_EQ(templateNumber(down), done(run, download) ? 7 : 1);

@@ -18,7 +18,11 @@ protected:
         ASSERT_TRUE(site().startServer()) << site().error().toStdString();
         server = site().serverPid();
     }
-    void TearDown() override { EXPECT_EQ(::kill(static_cast<pid_t>(server), 0), 0); }
+    void TearDown() override
+    {
+        EXPECT_EQ(::kill(static_cast<pid_t>(server), 0), 0);
+        UnderFire::TearDown();
+    }
 
     static inline qint64 server = 0;
 };
