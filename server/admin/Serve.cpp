@@ -24,6 +24,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <limits>
+#include <optional>
 #include <thread>
 
 namespace kvx::server {
@@ -90,13 +91,13 @@ int serve(const Config &config, const ServeOptions &options)
     const auto cores = static_cast<int>(std::thread::hardware_concurrency());
     auto pool = std::make_unique<DbPool>(config.databaseFile(), std::max(2, cores));
     auto guard = std::make_unique<GuardFeed>(config, clock, *pool);
-    auto publisher = std::make_unique<Publisher>(config, clock, *pool, announcedRecord);
+    std::unique_ptr<Publisher> publisher;
     auto dispatcher = std::make_unique<Dispatcher>(environment, *pool,
         Dispatcher::Told { [&publisher] { publisher->wake(); }, [&guard] { guard->wake(); } });
-    const Readiness readiness(environment, *pool, *publisher, *guard);
+    std::optional<Readiness> readiness;
     auto http = std::make_unique<HttpServer>(
         environment, *dispatcher, [&readiness](std::function<void(HealthReport)> answer) {
-            readiness.check(std::move(answer));
+            readiness->check(std::move(answer));
         });
     auto janitor = std::make_unique<Janitor>(
         environment, *pool, [&dispatcher](const std::string &key) { dispatcher->wakeHeld(key); });
@@ -105,6 +106,9 @@ int serve(const Config &config, const ServeOptions &options)
 
     try {
         http->listen();
+        // Not before: whoever hears what the last run left unsent asks the server at once.
+        publisher = std::make_unique<Publisher>(config, clock, *pool, announcedRecord);
+        readiness.emplace(environment, *pool, *publisher, *guard);
         logLine(LogLevel::Info, "ready",
             { { "listen", addressText(config.listen, http->port()) },
                 { "admin", addressText(config.adminListen, http->adminPort()) },
