@@ -41,6 +41,9 @@ QString sentenceOf(const QString &name, const QJsonObject &data)
                   .arg(editor, project,
                       QString::number(data.value(QLatin1String("version")).toInt()))
             : QStringLiteral("%1 saved \"%2\".").arg(editor, project);
+    if (name == QLatin1String("projectFetched"))
+        return QStringLiteral("Your copy of \"%1\" is now at version %2.")
+            .arg(project, QString::number(data.value(QLatin1String("version")).toInt()));
     if (name == QLatin1String("projectRemoved"))
         return QStringLiteral("A project was removed from your list.");
     if (name == QLatin1String("projectNew"))

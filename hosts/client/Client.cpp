@@ -27,6 +27,13 @@ KVXCollaborator *managers()
     return KVXCollaborator::getInstance();
 }
 
+/// Before the next try at something that failed so often before, in ms.
+int pauseBefore(int failures)
+{
+    constexpr int seconds[] = { 1, 2, 5, 10, 30 };
+    return seconds[std::min<int>(failures, static_cast<int>(std::size(seconds)) - 1)] * 1000;
+}
+
 /// A text as one component of a path.
 QString component(const QString &text)
 {
@@ -41,6 +48,8 @@ Client::Client(const ClientOptions &options)
     m_reconnect.setSingleShot(true);
     connect(&m_reconnect, &QTimer::timeout, this, &Client::reconnect);
     connect(&m_keepAlive, &QTimer::timeout, this, &Client::keepAlive);
+    m_fetch.setSingleShot(true);
+    connect(&m_fetch, &QTimer::timeout, this, &Client::fetchMissed);
 }
 
 Client::~Client()
@@ -141,6 +150,7 @@ void Client::end()
     m_ending = true;
     m_reconnect.stop();
     m_keepAlive.stop();
+    m_fetch.stop();
     while (!m_open.empty())
         close(m_open.begin()->first);
     if (m_loggedIn)
@@ -151,8 +161,10 @@ void Client::end()
 void Client::connectSignals()
 {
     KVXCWProjectList *list = managers()->projectListManager();
-    connect(list, &KVXCWProjectList::projectSaved, this,
-        [this](const QString &guid) { report(QStringLiteral("projectSaved"), guid); });
+    connect(list, &KVXCWProjectList::projectSaved, this, [this](const QString &guid) {
+        report(QStringLiteral("projectSaved"), guid);
+        fetchLater(guid);
+    });
     connect(list, &KVXCWProjectList::projectRemoved, this,
         [this](const QString &guid) { report(QStringLiteral("projectRemoved"), guid); });
     connect(list, &KVXCWProjectList::projectOrPermNew, this,
@@ -242,7 +254,6 @@ void Client::onNotify(const QJsonObject &message)
 
 void Client::reconnect()
 {
-    constexpr int seconds[] = { 1, 2, 5, 10, 30 };
     const KVXErrorCode result = login();
     if (result == KVXOk && m_brokerError.isEmpty()) {
         m_attempt = 0;
@@ -250,8 +261,7 @@ void Client::reconnect()
         emit happened(QStringLiteral("connected"), {});
         return;
     }
-    m_attempt = std::min<int>(m_attempt + 1, static_cast<int>(std::size(seconds)) - 1);
-    m_reconnect.start(seconds[m_attempt] * 1000);
+    m_reconnect.start(pauseBefore(++m_attempt));
 }
 
 void Client::resynchronise()
@@ -262,6 +272,36 @@ void Client::resynchronise()
         project->sync();
         project->ids()->syncCheckOutStates();
     }
+}
+
+/// Nobody announces a save twice: what could not be fetched when it was announced, because the
+/// server was away or slow, would stay missing until the next one.
+void Client::fetchLater(const QString &guid)
+{
+    const KVXProjectInfo *info = managers()->projectListManager()->getProjectInfoByGUID(guid);
+    const bool own = info && info->lastEditor().email() == m_options.email.toLower();
+    if (m_ending || own || !isOpen(guid) || m_open.at(guid)->synchronizer()->isSynced())
+        return;
+    m_missed.insert(guid);
+    m_fetches = 0;
+    m_fetch.start(pauseBefore(m_fetches));
+}
+
+void Client::fetchMissed()
+{
+    const QSet<QString> missed = m_missed;
+    for (const QString &guid : missed) {
+        const auto project = m_open.find(guid);
+        const auto code
+            = project == m_open.end() ? KVXCWProjectData::Success : project->second->sync();
+        // What clashes with the user's edits is for the user to decide.
+        if (code == KVXCWProjectData::Success || code == KVXCWProjectData::MergeLogsFailed)
+            m_missed.remove(guid);
+        if (code == KVXCWProjectData::Success && isOpen(guid))
+            report(QStringLiteral("projectFetched"), guid);
+    }
+    if (!m_missed.isEmpty())
+        m_fetch.start(pauseBefore(++m_fetches));
 }
 
 KVXProjectInfo *Client::find(const QString &nameOrGuid) const

@@ -9,6 +9,7 @@
 #include <QJsonObject>
 #include <QMap>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <QTimer>
 #include <map>
@@ -35,7 +36,8 @@ struct ClientOptions {
 
 /// One user at work: loads the plug-in, logs in, keeps the open projects and the connection.
 /// After a broker failure it logs in again (after 1, 2, 5, 10, then every 30 seconds) and reads
-/// again what it may have missed. Host thread; lives as long as the process.
+/// again what it may have missed. A colleague's save whose fetching failed is fetched again after
+/// the same pauses. Host thread; lives as long as the process.
 class Client : public QObject {
     Q_OBJECT
 public:
@@ -96,6 +98,8 @@ private:
     void closeWithoutAccess();
     void reconnect();
     void resynchronise();
+    void fetchLater(const QString &guid);
+    void fetchMissed();
     QString folderOf(const QString &guid) const;
     OpenProject *keep(std::unique_ptr<OpenProject> project);
 
@@ -105,7 +109,10 @@ private:
     std::map<QString, std::unique_ptr<OpenProject>> m_open;
     QTimer m_reconnect;
     QTimer m_keepAlive;
+    QTimer m_fetch;
+    QSet<QString> m_missed; ///< projects with a save that could not be fetched
     int m_attempt = 0;
+    int m_fetches = 0;
     bool m_ending = false;
     bool m_loggedIn = false;
 };
