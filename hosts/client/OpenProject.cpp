@@ -123,6 +123,7 @@ std::unique_ptr<OpenProject> OpenProject::createBase(const QString &name, const 
 std::unique_ptr<OpenProject> OpenProject::open(const QString &name, const QString &guid,
     const QString &folder, KVXProjectDatabase::ClashChoice clash, Failure *failure)
 {
+    *failure = {}; // an earlier one would be taken for one of this copy
     std::unique_ptr<OpenProject> project(new OpenProject(guid, folder));
     if (!project->lockFolder(failure))
         return nullptr;
@@ -142,9 +143,18 @@ std::unique_ptr<OpenProject> OpenProject::open(const QString &name, const QStrin
         return project;
     // The synchroniser was not told the version: nobody knows how old the copy is.
     const KVXCWProjectData::ErrorCode code = project->sync();
-    if (code == KVXCWProjectData::Success)
+    const int server = project->synchronizer()->logVersion();
+    const int local = project->m_database->logVersion();
+    if (code == KVXCWProjectData::Success && server >= local)
         return project;
-    *failure = { 0, textOf(code) + project->reasonOf(code) };
+    // Saved from here, a log that nobody else can apply would take the next version's place.
+    *failure = code == KVXCWProjectData::Success
+        ? Failure { 0,
+              QStringLiteral("The server is at version %1 and your copy at %2: the server was put "
+                             "back to an earlier state. Your copy is kept; \"discard\" puts it "
+                             "aside and fetches the server's.")
+                  .arg(QString::number(server), QString::number(local)) }
+        : Failure { 0, textOf(code) + project->reasonOf(code) };
     registry()->projectListManager()->closeProject(guid);
     return nullptr;
 }
