@@ -72,7 +72,11 @@ void touchSession(Db &db, const Config &config, Time now, std::int64_t sessionId
     db.run("UPDATE session SET last_seen = :now WHERE id = :id AND last_seen < :before",
         { { "now", now }, { "id", sessionId }, { "before", now } });
     // Also a lease that has run out: nobody has taken the lock meanwhile, or it would be his.
-    db.run("UPDATE project SET lock_until = :until WHERE lock_session = :id AND lock_until < :soon",
+    // Not once it has done its work: a release that was lost must not keep everybody else out.
+    db.run("UPDATE project SET lock_until = :until WHERE lock_session = :id AND lock_until < :soon"
+           " AND NOT EXISTS (SELECT 1 FROM project_log WHERE project_id = project.id"
+           " AND version = project.log_version AND session_id = :id"
+           " AND lock_gen = project.lock_gen)",
         { { "until", now + config.lockLease }, { "id", sessionId },
             { "soon", now + config.lockLease * 3 / 4 } });
 }

@@ -387,6 +387,28 @@ TEST_F(RenewedLease, AnyRequestOfTheHolderRenewsIt)
     EXPECT_EQ(waiting.get().integer("Lock"), 1);
 }
 
+TEST_F(LogLock, ALostReleaseOfAPublishedSaveKeepsNobodyOutBeyondTheLease)
+{
+    ASSERT_EQ(lock(anna, -1), 1);
+    stageLog(anna, 0);
+    ASSERT_EQ(anna.upload(guid + ".KVX", "file").status(), 1);
+    ASSERT_EQ(anna.ask(on("sendservertomerge")
+                           .set("LogVersion", -1)
+                           .set("LogFilename", guid + "_log0")
+                           .set("Amount", ""))
+                  .status(),
+        1);
+    for (int minute = 0; minute < 3; ++minute) {
+        EXPECT_TRUE(isTaken());
+        harness.pass(60'000); // she stays at work
+        ASSERT_EQ(anna.ask(Message("keepactive")).status(), 1);
+    }
+    const auto begin = Steady::now();
+    EXPECT_EQ(lock(ben, 0), 1);
+    EXPECT_LT(Steady::now() - begin, 4s) << "without being held back";
+    EXPECT_EQ(generation(), 2);
+}
+
 TEST_F(LogLock, ManyWaitersAllGetItOnce)
 {
     ASSERT_EQ(lock(anna, -1), 1);
