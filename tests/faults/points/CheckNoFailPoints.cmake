@@ -1,0 +1,37 @@
+# What is shipped has no fail points. OBJECT was compiled with the macro and without the option;
+# SOURCES are the folders whose only way to a point is that macro.
+execute_process(COMMAND ${NM} -C ${OBJECT} OUTPUT_VARIABLE symbols RESULT_VARIABLE result)
+file(STRINGS ${OBJECT} texts REGEX "that never fails")
+if(NOT result EQUAL 0 OR NOT symbols MATCHES "stepThatNeverFails")
+    message(FATAL_ERROR "${OBJECT} cannot be judged: ${symbols}")
+endif()
+if(symbols MATCHES "failpoint" OR texts)
+    message(FATAL_ERROR "A fail point is left: ${symbols} ${texts}")
+endif()
+
+set(points 0)
+foreach(folder plugin runtime server)
+    file(GLOB_RECURSE files ${SOURCE}/${folder}/*.cpp ${SOURCE}/${folder}/*.h)
+    foreach(file IN LISTS files)
+        file(STRINGS ${file} lines REGEX "failpoint::|KVX_FAIL_POINTS|KVX_FAIL_POINT[^(S]|FailPoint\\.cpp")
+        if(lines)
+            message(FATAL_ERROR "${file} reaches past the macro: ${lines}")
+        endif()
+        file(STRINGS ${file} lines REGEX "KVX_FAIL_POINT\\(")
+        list(LENGTH lines count)
+        math(EXPR points "${points} + ${count}")
+    endforeach()
+endforeach()
+if(points LESS 35)
+    message(FATAL_ERROR "Only ${points} points were found")
+endif()
+
+# A build that has them does not let itself be installed, and says why.
+if(FAIL_POINTS)
+    unset(ENV{KVX_INSTALL_FAIL_POINTS})
+    execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${PREFIX}
+        RESULT_VARIABLE result OUTPUT_VARIABLE text ERROR_VARIABLE text)
+    if(result EQUAL 0 OR NOT text MATCHES "KVX_FAIL_POINTS" OR EXISTS ${PREFIX})
+        message(FATAL_ERROR "A build with fail points was installed: ${text}")
+    endif()
+endif()

@@ -1,0 +1,272 @@
+#include "Ring.h"
+
+#include "invariants/RunCheck.h"
+#include "store/Db.h"
+
+#include <QDir>
+#include <QJsonArray>
+
+namespace kvx::test {
+
+namespace {
+
+constexpr int callLimit = 60000; // ms
+constexpr int items = 30;
+
+QString member(int number)
+{
+    return number == 0 ? QStringLiteral("anna") : QStringLiteral("ben");
+}
+
+bool isDone(const QJsonObject &result)
+{
+    return exitOf(result) == 0;
+}
+
+} // namespace
+
+std::unique_ptr<Ring::Shared> Ring::s_ring;
+
+void Ring::SetUpTestSuite()
+{
+    if (s_ring)
+        return;
+    s_ring = std::make_unique<Shared>();
+    // A killed saver's lock is soon free.
+    siteOptions() = QStringList { QStringLiteral("--lock.lease"), QStringLiteral("1s") };
+    server().beginStarts();
+    site();
+    Armed::endStarts();
+    s_ring->team = std::make_unique<Team>(2);
+    ASSERT_TRUE(start(0));
+}
+
+void Ring::TearDownTestSuite()
+{
+    s_ring.reset();
+    expectStoreInOrder();
+}
+
+bool Ring::start(int number)
+{
+    // Only anna's process; what the test arms must not reach ben's.
+    if (number == 0)
+        client().beginStarts();
+    const bool started = s_ring->team->restart(number);
+    Armed::endStarts();
+    return started;
+}
+
+void Ring::SetUp()
+{
+    m_timer.start();
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_history = std::make_unique<History>(m_folder->filePath(QStringLiteral("history")));
+    const QString name = freshName(QStringLiteral("ring"));
+    const QJsonObject made = ask(0, QStringLiteral("new %1 --from %2").arg(name, billFile(items)));
+    ASSERT_TRUE(isDone(made)) << errorOf(made).toStdString();
+    guid = made.value(QLatin1String("guid")).toString();
+    const QJsonObject opened = ask(0, QStringLiteral("open ") + guid);
+    const QString base = m_folder->filePath(QStringLiteral("base"));
+    ASSERT_TRUE(QFile::copy(opened.value(QLatin1String("path")).toString(), base))
+        << errorOf(opened).toStdString();
+    m_history->note(
+        "base", { { QStringLiteral("project"), guid }, { QStringLiteral("file"), base } });
+    shareWithBen();
+    ASSERT_FALSE(HasFatalFailure());
+    ASSERT_TRUE(isDone(ask(1, QStringLiteral("open ") + guid)));
+    ASSERT_TRUE(edit(0, 1, 10));
+    ASSERT_TRUE(isDone(save(0)));
+}
+
+void Ring::shareWithBen()
+{
+    ben().takeEvents(); // those of other projects
+    const QJsonObject shared
+        = ask(0, QStringLiteral("permissions %1 --set %2=1").arg(guid, email(1)));
+    ASSERT_TRUE(isDone(shared)) << errorOf(shared).toStdString();
+    ASSERT_TRUE(ben().waitForEvent(QStringLiteral("projectNew")));
+}
+
+void Ring::TearDown()
+{
+    client().disarm();
+    server().disarm();
+    if (!guid.isEmpty()) {
+        for (const int number : { 0, 1 }) {
+            if (s_ring->team->member(number).isRunning())
+                ask(number, QStringLiteral("close ") + guid);
+        }
+    }
+}
+
+QJsonObject Ring::ask(int number, const QString &command)
+{
+    send(number, command);
+    return answer(number);
+}
+
+void Ring::send(int number, const QString &command)
+{
+    m_call = QStringLiteral("%1 of %2 (%3)")
+                 .arg(command.section(QLatin1Char(' '), 0, 0), member(number))
+                 .arg(++m_calls);
+    m_history->note("begin",
+        { { QStringLiteral("call"), m_call }, { QStringLiteral("process"), member(number) },
+            { QStringLiteral("limit"), callLimit } });
+    s_ring->team->member(number).send(command);
+}
+
+QJsonObject Ring::answer(int number)
+{
+    const QJsonObject result = s_ring->team->member(number).result(callLimit);
+    if (!result.isEmpty())
+        m_history->note("end", { { QStringLiteral("call"), m_call } });
+    return result;
+}
+
+bool Ring::edit(int number, int item, int newRate)
+{
+    const QJsonObject result
+        = ask(number, QStringLiteral("edit %1 01.%2 rate=%3").arg(guid).arg(item).arg(newRate));
+    EXPECT_TRUE(isDone(result)) << errorOf(result).toStdString();
+    return isDone(result);
+}
+
+QJsonObject Ring::save(int number)
+{
+    const QJsonObject result = ask(number, QStringLiteral("save ") + guid);
+    noteSaved(number, result);
+    return result;
+}
+
+void Ring::noteSaved(int number, const QJsonObject &result)
+{
+    if (!isDone(result) || !result.value(QLatin1String("published")).toBool())
+        return;
+    m_history->note("saved",
+        { { QStringLiteral("user"), email(number) }, { QStringLiteral("project"), guid },
+            { QStringLiteral("version"), result.value(QLatin1String("version")) } });
+}
+
+int Ring::pending(int number)
+{
+    return ask(number, QStringLiteral("status ") + guid).value(QLatin1String("pending")).toInt(-1);
+}
+
+QString Ring::rate(int number, int item)
+{
+    const QJsonObject shown = ask(number, QStringLiteral("show ") + guid);
+    for (const QJsonValue &row : shown.value(QLatin1String("list")).toArray()) {
+        if (row.toObject().value(QLatin1String("number")).toString()
+            == QStringLiteral("01.%1").arg(item))
+            return row.toObject().value(QLatin1String("rate")).toString();
+    }
+    return {};
+}
+
+Ring::Published Ring::published()
+{
+    kvx::server::Db db(dataFolder().toStdString() + "/db/kvx.sqlite");
+    const auto row = db.row<int, std::optional<std::string>>(
+        "SELECT log_version, file_blob FROM project WHERE guid = :guid",
+        { { "guid", guid.toStdString() } });
+    if (!row)
+        return {};
+    return { std::get<0>(*row), QString::fromStdString(std::get<1>(*row).value_or("")) };
+}
+
+QString Ring::dataFolder()
+{
+    return site().dataFolder();
+}
+
+void Ring::killed(int number)
+{
+    s_ring->team->member(number).kill(); // it has ended; this takes note of it
+    m_history->note("killed", { { QStringLiteral("process"), member(number) } });
+}
+
+bool Ring::startAnna()
+{
+    client().disarm();
+    return start(0);
+}
+
+void Ring::restartAnna()
+{
+    ASSERT_TRUE(startAnna()) << anna().error().toStdString();
+    const QJsonObject opened = ask(0, QStringLiteral("open ") + guid);
+    ASSERT_TRUE(isDone(opened)) << errorOf(opened).toStdString();
+    // Nothing of a copy may have been given up over a crash.
+    EXPECT_EQ(opened.value(QLatin1String("notice")).toString().toStdString(), "");
+}
+
+bool Ring::restartBen()
+{
+    return start(1);
+}
+
+void Ring::restartServer()
+{
+    restartServer(false, [] {});
+}
+
+void Ring::restartServer(bool inOrder, const std::function<void()> &meanwhile)
+{
+    if (inOrder)
+        site().stopServer();
+    else
+        site().killServer();
+    meanwhile();
+    server().disarm();
+    server().beginStarts();
+    const bool started = site().startServer();
+    Armed::endStarts();
+    ASSERT_TRUE(started) << site().error().toStdString();
+}
+
+void Ring::converge()
+{
+    for (const int number : { 0, 1 }) {
+        if (pending(number) == 0)
+            continue;
+        const QJsonObject result = save(number);
+        ASSERT_TRUE(isDone(result))
+            << member(number).toStdString() << ": " << errorOf(result).toStdString();
+    }
+    for (const int number : { 0, 1 }) {
+        const QJsonObject result = ask(number, QStringLiteral("sync ") + guid);
+        ASSERT_TRUE(isDone(result))
+            << member(number).toStdString() << ": " << errorOf(result).toStdString();
+        const QJsonObject status = ask(number, QStringLiteral("status ") + guid);
+        m_history->note("synced",
+            { { QStringLiteral("user"), email(number) }, { QStringLiteral("project"), guid },
+                { QStringLiteral("version"), status.value(QLatin1String("version")) },
+                { QStringLiteral("digest"), status.value(QLatin1String("digest")) } });
+    }
+    m_history->note("converged", { { QStringLiteral("project"), guid } });
+    judge();
+}
+
+void Ring::judge()
+{
+    RunTraces traces;
+    traces.data = dataFolder();
+    for (const int number : { 0, 1 })
+        traces.homes.append(s_ring->team->account(number).home);
+    traces.history = m_history->file();
+    traces.projects = QStringList { guid };
+    traces.deep = false; // at the end of all rows
+    for (const Fault &fault : checkRun(traces))
+        ADD_FAILURE() << fault.line().toStdString();
+}
+
+bool Ring::isSwept(qint64 pid)
+{
+    const QStringList left = QDir::temp().entryList(
+        { QStringLiteral("kvx-*-%1-*").arg(pid) }, QDir::Dirs | QDir::Hidden);
+    return left.isEmpty();
+}
+
+} // namespace kvx::test

@@ -1,0 +1,136 @@
+#include "Ring.h"
+#include "Rows.h"
+
+using namespace kvx::test;
+
+namespace {
+
+enum class Scene {
+    Save, ///< anna saves an edit
+    NewItem, ///< anna saves an item that she made
+    ColleagueSaved ///< anna has an edit while ben's save reaches her; then she saves
+};
+
+using ClientRow = Row<Scene>;
+
+/// The client's steps from the first question to the release of the lock.
+const std::vector<ClientRow> steps {
+    { "sync/asking for the version", 1, Scene::Save, Then::Unchanged },
+    { "sync/version known", 1, Scene::Save, Then::Unchanged },
+    { "download/part written", 1, Scene::ColleagueSaved, Then::Unchanged },
+    { "merge/unpacking", 1, Scene::ColleagueSaved, Then::Unchanged },
+    { "unpack/entry opened", 1, Scene::ColleagueSaved, Then::Unchanged },
+    { "apply/changes made", 1, Scene::ColleagueSaved, Then::Unchanged },
+    { "merge/log applied", 1, Scene::ColleagueSaved, Then::Unchanged },
+    { "save/asking for the lock", 1, Scene::Save, Then::Unchanged },
+    { "save/lock answered", 1, Scene::Save, Then::Unchanged },
+    { "save/packing", 1, Scene::Save, Then::Unchanged },
+    { "pack/entries added", 1, Scene::Save, Then::Unchanged },
+    { "upload/part read", 1, Scene::Save, Then::Unchanged }, // the log
+    { "save/log uploaded", 1, Scene::Save, Then::Unchanged },
+    { "upload/part read", 2, Scene::Save, Then::Unchanged }, // the project file
+    { "save/file uploaded", 1, Scene::Save, Then::Unchanged },
+    { "answer of: sendservertomerge", 1, Scene::Save, Then::Published },
+    { "save/merge answered", 1, Scene::Save, Then::Published },
+    { "save/checking new items out", 1, Scene::NewItem, Then::Published },
+    { "check-out/answered", 1, Scene::NewItem, Then::Published },
+    { "save/releasing the lock", 1, Scene::Save, Then::Published },
+    { "save/lock released", 1, Scene::Save, Then::Published },
+};
+
+/// The client's step fails; what the server has, what the client keeps, and whether the colleague
+/// can go on.
+class ClientStep : public Ring, public testing::WithParamInterface<ClientRow> {
+protected:
+    void SetUp() override
+    {
+        Ring::SetUp();
+        ASSERT_FALSE(HasFatalFailure());
+        ASSERT_TRUE(edit(0, 2, 22));
+        if (row.scene == Scene::NewItem) {
+            const QJsonObject added = ask(0,
+                QStringLiteral("add %1 01.900 --chapter 01 text=New unit=m quantity=1 rate=8")
+                    .arg(guid));
+            ASSERT_EQ(exitOf(added), 0) << errorOf(added).toStdString();
+        }
+        if (row.scene == Scene::ColleagueSaved) {
+            client().arm(row.armed());
+            ASSERT_TRUE(edit(1, 5, 55));
+            ASSERT_EQ(exitOf(save(1)), 0);
+            before = published();
+        } else {
+            before = published();
+            client().arm(row.armed());
+        }
+        pid = anna().pid();
+    }
+    void expectPublished()
+    {
+        const Published now = published();
+        EXPECT_EQ(now.version, before.version + (row.then == Then::Published ? 1 : 0));
+        EXPECT_EQ(now.file == before.file, row.then == Then::Unchanged);
+    }
+    /// Both saved in the end, whoever had trouble.
+    void expectAllEdits()
+    {
+        for (const int member : { 0, 1 }) {
+            EXPECT_EQ(rate(member, 2).toStdString(), "22.00");
+            EXPECT_EQ(rate(member, 15).toStdString(), "115.00");
+        }
+        if (row.scene == Scene::NewItem) {
+            EXPECT_EQ(rate(1, 900).toStdString(), row.deed == Deed::Kill ? "9.00" : "8.00");
+        }
+        if (row.scene == Scene::ColleagueSaved) {
+            EXPECT_EQ(rate(0, 5).toStdString(), "55.00");
+        }
+    }
+
+    const ClientRow row = GetParam();
+    Published before;
+    qint64 pid = 0;
+};
+
+} // namespace
+
+TEST_P(ClientStep, HarmsNobody)
+{
+    send(0, QStringLiteral("save ") + guid);
+    const QJsonObject result = answer(0);
+    ASSERT_EQ(client().passed(row.noted()), 1) << "the step was never reached";
+    if (row.deed == Deed::Kill) {
+        ASSERT_TRUE(result.isEmpty());
+        killed(0);
+    } else {
+        ASSERT_TRUE(anna().isRunning());
+        noteSaved(0, result);
+        client().disarm();
+    }
+    if (row.deed == Deed::Delay
+        || (row.deed == Deed::Error && row.scene == Scene::ColleagueSaved)) {
+        // What failed in the background was made good by the save.
+        EXPECT_EQ(exitOf(result), 0) << errorOf(result).toStdString();
+        EXPECT_EQ(published().version, before.version + 1);
+    } else {
+        expectPublished();
+    }
+
+    ASSERT_TRUE(edit(1, 15, 115));
+    const QJsonObject bens = save(1);
+    EXPECT_EQ(exitOf(bens), 0) << errorOf(bens).toStdString();
+
+    if (row.deed == Deed::Kill) {
+        restartAnna();
+        ASSERT_FALSE(HasFatalFailure());
+        EXPECT_TRUE(isSwept(pid));
+        EXPECT_EQ(pending(0) > 0, row.then == Then::Unchanged);
+        // What she made stays hers to change, checked out or not.
+        if (row.scene == Scene::NewItem) {
+            ASSERT_TRUE(edit(0, 900, 9));
+        }
+    }
+    converge();
+    expectAllEdits();
+}
+
+INSTANTIATE_TEST_SUITE_P(Step, ClientStep, testing::ValuesIn(allRows(steps)),
+    [](const auto &info) { return rowName(info.param); });
