@@ -111,7 +111,7 @@ TEST_F(Network, ABitThatFlipsInAnUploadIsNotPublished)
 {
     for (const std::string &begin : { archiveBegins, projectFileBegins })
         sweepSaves(
-            "upload flipped", { Proxy::Flip, Proxy::ToServer, 0, begin }, isLong() ? 64 : 1024);
+            "upload flipped", { Proxy::Flip, Proxy::ToServer, 0, begin }, isLong() ? 256 : 1024);
     expectFreshCopyIsEqual();
 }
 
@@ -241,7 +241,7 @@ class HalfOpenNetwork : public Network, public testing::WithParamInterface<int> 
 
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(HalfOpenNetwork);
 INSTANTIATE_TEST_SUITE_P(Long, HalfOpenNetwork,
-    testing::ValuesIn(isLong() ? std::vector<int> { 1, 2, 3 } : std::vector<int>()));
+    testing::ValuesIn(isLong() ? std::vector<int> { 1 } : std::vector<int>()));
 
 TEST_P(HalfOpenNetwork, AServerThatFallsSilentIsGivenUpWithinAMinute)
 {
@@ -259,17 +259,20 @@ TEST_P(HalfOpenNetwork, AServerThatFallsSilentIsGivenUpWithinAMinute)
 
 TEST_P(HalfOpenNetwork, ABrokerFreesTheNameOfAClientThatIsOnlyHalfThere)
 {
+    site.toBroker.abandonAll(); // the server's, too
     anna->kill();
-    site.toBroker.abandonAll();
     QElapsedTimer timer;
     timer.start();
     QString refusal;
+    int refused = 0;
     do {
         anna = std::make_unique<kvx::host::ShellProcess>();
         ASSERT_TRUE(start(*anna, QStringLiteral("anna"), site.toServer.port()));
         refusal = anna->run(QStringLiteral("login")).value(QLatin1String("brokerError")).toString();
         std::this_thread::sleep_for(std::chrono::seconds(1));
+        refused += refusal.isEmpty() ? 0 : 1;
     } while (!refusal.isEmpty() && timer.elapsed() < 90000);
+    EXPECT_GT(refused, 0) << "the broker must have held the name";
     EXPECT_LT(timer.elapsed(), 75000) << refusal.toStdString();
     expectDone(*anna, QStringLiteral("open ") + guid);
 }

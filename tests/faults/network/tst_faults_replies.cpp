@@ -15,15 +15,15 @@ TEST(Replies, ThatAreCutAtAnyByteAreNone)
 {
     Watchdog::allow(600);
     const std::size_t step = qEnvironmentVariableIsSet("KVX_TEST_LONG") ? 1 : 7;
-    LoopbackServer server;
     KVXNetwork *network = KVXNetwork::getInstance();
-    const QString url = QString::fromStdString(server.url());
     // How a reply is read does not depend on the service, but where files are moved.
     const QJsonObject request { { QStringLiteral("service"), QStringLiteral("getroles") } };
     std::size_t cases = 0;
     for (const Exchange &exchange : allExchanges()) {
         if (!exchange.has("reply") || exchange.httpStatus() != 200)
             continue;
+        LoopbackServer server; // one for each: its threads end with it
+        const QString url = QString::fromStdString(server.url());
         const std::string whole = LoopbackServer::response(filledJson(exchange["reply"]));
         // Not every beginning of every reply, but of all together each place.
         for (std::size_t size = cases % step; size < whole.size(); size += step, ++cases) {
