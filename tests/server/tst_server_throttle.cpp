@@ -207,7 +207,7 @@ TEST_F(Throttle, WhoComesWhenTheQueueIsFullIsToldAndLosesNoTry)
         const std::string number = std::to_string(i);
         answers.push_back(
             loginLater("guest" + number + "@example.com", "x", "10.1." + number + ".1"));
-        if (i >= 250)
+        if (i >= 257) // no more than may be under way for one account
             annas.push_back(loginLater("anna@example.com", "wrong"));
     }
     int busy = 0;
@@ -223,7 +223,7 @@ TEST_F(Throttle, WhoComesWhenTheQueueIsFullIsToldAndLosesNoTry)
     int annasRefused = 0;
     for (auto &answer : annas)
         annasRefused += answer.get().status() == 235;
-    ASSERT_LE(annasRefused, 4) << "the queue was full";
+    ASSERT_LT(annasRefused, 3) << "the queue was full";
     EXPECT_EQ(wrong("anna@example.com"), 4 - annasRefused);
 }
 
