@@ -175,7 +175,7 @@ bool Site::addUser(const QString &email, const QString &name, const QString &rol
     return administer(arguments, file.readAll());
 }
 
-bool Site::administer(const QStringList &arguments, const QByteArray &input)
+bool Site::administer(const QStringList &arguments, const QByteArray &input, int limitMs)
 {
     QProcess command;
     command.setProcessChannelMode(QProcess::MergedChannels);
@@ -183,9 +183,13 @@ bool Site::administer(const QStringList &arguments, const QByteArray &input)
         arguments + QStringList { QStringLiteral("--data"), path(QStringLiteral("data")) });
     command.write(input);
     command.closeWriteChannel();
-    if (command.waitForFinished(30000) && command.exitCode() == 0)
+    const bool ended = command.waitForFinished(limitMs);
+    if (ended && command.exitStatus() == QProcess::NormalExit && command.exitCode() == 0)
         return true;
     m_error = QString::fromUtf8(command.readAll());
+    if (!ended)
+        m_error += QStringLiteral("kvx-server %1 did not end within %2 s")
+                       .arg(arguments.join(QLatin1Char(' ')), QString::number(limitMs / 1000));
     return false;
 }
 

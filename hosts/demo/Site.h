@@ -34,8 +34,9 @@ public:
     bool addUser(const QString &email, const QString &name,
         const QString &role = QStringLiteral("Estimator"));
 
-    /// A command of kvx-server on this server's data.
-    bool administer(const QStringList &arguments, const QByteArray &input = {});
+    /// A command of kvx-server on this server's data; ended when it takes longer than the limit.
+    bool administer(
+        const QStringList &arguments, const QByteArray &input = {}, int limitMs = 30000);
 
     QString kvx() const;
     QString server() const;

@@ -210,7 +210,7 @@ protected:
 
 TEST_F(Soak, NothingGrowsAndEverybodyEndsWithTheSameThoughSomeAreKilled)
 {
-    Watchdog::allow(everything ? 1500 : 200);
+    Watchdog::allow(everything ? 2100 : 200);
     const auto end = Clock::now() + length;
     std::vector<std::thread> threads;
     for (int i = 0; i < clients; ++i)
@@ -243,7 +243,7 @@ TEST_F(Soak, NothingGrowsAndEverybodyEndsWithTheSameThoughSomeAreKilled)
     judgeFigures(samples);
     expectEverybodyHasTheSame();
     expectInvariants();
-    expectStoreInOrder();
+    expectStoreInOrder(everything ? 600000 : 60000);
 }
 
 } // namespace kvx::test

@@ -32,9 +32,10 @@ std::unique_ptr<demo::Site> siteWithoutGuard()
     return own;
 }
 
-void expectStoreInOrder()
+void expectStoreInOrder(int limitMs)
 {
-    EXPECT_TRUE(site().administer({ QStringLiteral("verify"), QStringLiteral("--deep") }))
+    EXPECT_TRUE(
+        site().administer({ QStringLiteral("verify"), QStringLiteral("--deep") }, {}, limitMs))
         << site().error().toStdString();
 }
 

@@ -16,7 +16,7 @@ QStringList &siteOptions();
 /// The server and broker that the cases of this program share; started on first use.
 demo::Site &site();
 /// The server's own judgement of its whole store, while it runs.
-void expectStoreInOrder();
+void expectStoreInOrder(int limitMs = 30000);
 
 /// One of the case's own, whose broker goes without its guard; not started.
 std::unique_ptr<demo::Site> siteWithoutGuard();
