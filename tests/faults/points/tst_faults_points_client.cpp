@@ -1,5 +1,6 @@
 #include "Ring.h"
 #include "Rows.h"
+#include "support/WaitFor.h"
 
 using namespace kvx::test;
 
@@ -130,6 +131,24 @@ TEST_P(ClientStep, HarmsNobody)
     }
     converge();
     expectAllEdits();
+}
+
+TEST_F(Ring, ASaveThatCouldNotBeFetchedWhenItWasAnnouncedIsFetchedAgain)
+{
+    const QString line = QStringLiteral("download/part written=error");
+    client().arm(line + QStringLiteral("@*"));
+    ASSERT_TRUE(edit(1, 5, 55));
+    const QJsonObject saved = save(1);
+    ASSERT_EQ(exitOf(saved), 0) << errorOf(saved).toStdString();
+    const int version = saved.value(QLatin1String("version")).toInt();
+    // By the save's notification, by the one that frees its items, and then of her own accord.
+    ASSERT_TRUE(waitFor([&] { return client().passed(line) >= 3; }));
+    client().disarm();
+    const QJsonObject waited = ask(0, QStringLiteral("wait %1 %2").arg(guid).arg(version));
+    EXPECT_EQ(exitOf(waited), 0) << errorOf(waited).toStdString();
+    EXPECT_TRUE(anna().waitForEvent(QStringLiteral("projectFetched")));
+    EXPECT_EQ(rate(0, 5).toStdString(), "55.00");
+    converge();
 }
 
 INSTANTIATE_TEST_SUITE_P(Step, ClientStep, testing::ValuesIn(allRows(steps)),
