@@ -2,6 +2,7 @@
 
 #include "invariants/RunCheck.h"
 #include "store/Db.h"
+#include "support/WaitFor.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -184,6 +185,15 @@ Ring::Published Ring::published()
     if (!row)
         return {};
     return { std::get<0>(*row), QString::fromStdString(std::get<1>(*row).value_or("")) };
+}
+
+void Ring::awaitAnnounced()
+{
+    kvx::server::Db db(dataFolder().toStdString() + "/db/kvx.sqlite");
+    const char *unsent = "SELECT count(*) FROM outbox WHERE sent_at IS NULL";
+    ASSERT_TRUE(waitFor([&] { return db.value<int>(unsent) == 0; }));
+    // The publisher goes on from its last commit while this is asked and answered.
+    ASSERT_TRUE(isDone(ask(0, QStringLiteral("sync ") + guid)));
 }
 
 QString Ring::dataFolder()

@@ -46,6 +46,9 @@ protected:
     QString rate(int member, int item);
     Published published();
 
+    /// Until everything that was done so far has been announced, and that was noted.
+    void awaitAnnounced();
+
     /// Starts anna's process again, disarmed, and opens the project.
     void restartAnna();
     static bool startAnna(); ///< without the project

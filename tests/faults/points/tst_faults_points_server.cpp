@@ -61,6 +61,8 @@ protected:
         if (row.scene == Scene::Numbers) {
             makeAnotherProject();
         }
+        awaitAnnounced();
+        ASSERT_FALSE(HasFatalFailure());
         before = published();
         server().arm(row.armed());
     }
