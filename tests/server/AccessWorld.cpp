@@ -32,8 +32,13 @@ std::string roleJson(
 } // namespace
 
 World::World()
-    // No page is recognised here.
-    : m_harness([](Config &config) { config.ocrWorkers = 0; })
+    // No page is recognised here. A long run puts the sessions back to what they were at its
+    // beginning; they are not to run out by that.
+    : m_harness([](Config &config) {
+        config.ocrWorkers = 0;
+        config.sessionIdle = 24 * 3'600'000;
+        config.sessionAbsolute = 48 * 3'600'000;
+    })
     , m_giver(m_harness.join("keeper@example.com", "Administrator"))
 {
     RoleRights author;
