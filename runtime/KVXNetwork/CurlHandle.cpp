@@ -53,6 +53,16 @@ bool CurlHandle::isQuiet() const
     return m_socket == CURL_SOCKET_BAD || recv(m_socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0;
 }
 
+// A handle that is used again keeps a pointer to the last header of its last exchange, whose memory
+// is gone: a head that begins with a continued line would be added to that (seen with
+// libcurl 7.88).
+void CurlHandle::rearm()
+{
+    m_aborted = false;
+    curl_easy_cleanup(m_easy);
+    m_easy = curl_easy_init();
+}
+
 void CurlHandle::abort()
 {
     m_aborted = true;

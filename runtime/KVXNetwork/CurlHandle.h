@@ -5,8 +5,8 @@
 
 namespace kvx {
 
-/// A libcurl handle with the connections it keeps. Driven by one thread at a time; only abort()
-/// may come from another one.
+/// A libcurl handle, new for every exchange, and the connections that are kept from one to the
+/// next. Driven by one thread at a time; only abort() may come from another one.
 class CurlHandle {
 public:
     CurlHandle();
@@ -19,12 +19,13 @@ public:
     CURLcode run();
     /// Ends the run at once; one that is still to come, too, until rearm().
     void abort();
-    void rearm() { m_aborted = false; }
+    /// Before each exchange.
+    void rearm();
     /// False when the peer has sent something on the last connection that nobody has asked for.
     bool isQuiet() const;
 
 private:
-    CURL *const m_easy;
+    CURL *m_easy;
     CURLM *const m_multi;
     std::atomic<bool> m_aborted { false };
     curl_socket_t m_socket = CURL_SOCKET_BAD;
