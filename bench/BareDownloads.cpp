@@ -61,18 +61,23 @@ BareDownloads::~BareDownloads()
 QList<QByteArray> BareDownloads::fetch()
 {
     QList<QByteArray> logs;
-    for (int i = 0; i < m_count; ++i) {
-        const QByteArray url
-            = QStringLiteral("http://%1/file/%2").arg(m_sink.address()).arg(i).toLatin1();
-        QByteArray body;
-        curl_easy_setopt(m_curl, CURLOPT_URL, url.constData());
-        curl_easy_setopt(m_curl, CURLOPT_POSTFIELDS, "");
-        curl_easy_setopt(m_curl, CURLOPT_WRITEFUNCTION, &appendTo);
-        curl_easy_setopt(m_curl, CURLOPT_WRITEDATA, &body);
-        require(curl_easy_perform(m_curl) == CURLE_OK, QString::fromLatin1(url));
-        logs.append(unpacked(body));
-    }
+    for (int i = 0; i < m_count; ++i)
+        logs.append(fetch(i));
     return logs;
+}
+
+QByteArray BareDownloads::fetch(int log)
+{
+    const QByteArray url
+        = QStringLiteral("http://%1/file/%2").arg(m_sink.address()).arg(log).toLatin1();
+    QByteArray body;
+    curl_easy_setopt(m_curl, CURLOPT_URL, url.constData());
+    curl_easy_setopt(m_curl, CURLOPT_POSTFIELDS, "");
+    curl_easy_setopt(m_curl, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(m_curl, CURLOPT_WRITEFUNCTION, &appendTo);
+    curl_easy_setopt(m_curl, CURLOPT_WRITEDATA, &body);
+    require(curl_easy_perform(m_curl) == CURLE_OK, QString::fromLatin1(url));
+    return unpacked(body);
 }
 
 } // namespace kvx::bench

@@ -21,6 +21,7 @@ public:
 
     /// The content of the logs in their order.
     QList<QByteArray> fetch();
+    QByteArray fetch(int log);
 
 private:
     Sink m_sink;

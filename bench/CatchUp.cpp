@@ -1,3 +1,4 @@
+#include "BareCopy.h"
 #include "BareDownloads.h"
 #include "ChangeLogs.h"
 #include "Memory.h"
@@ -13,7 +14,6 @@
 #include <KVXSQLite/IKVXSQLiteModel.h>
 #include <KVXSQLite/IKVXSQLiteModelCommandFile.h>
 #include <QFile>
-#include <sqlite3.h>
 #include <unistd.h>
 
 namespace kvx::bench {
@@ -37,32 +37,10 @@ QString freshCopy(Stand &stand, const QString &of)
     return path;
 }
 
-int giveWay(void *, int, sqlite3_changeset_iter *)
-{
-    return SQLITE_CHANGESET_ABORT;
-}
-
-/// All changesets in one transaction with one sync, and nothing checked.
 double applyBarely(const QString &path, const QList<QByteArray> &changesets)
 {
-    sqlite3 *connection = nullptr;
-    const auto run = [&](const char *sql) {
-        require(sqlite3_exec(connection, sql, nullptr, nullptr, nullptr) == SQLITE_OK,
-            QLatin1String(sql));
-    };
-    require(sqlite3_open(path.toUtf8().constData(), &connection) == SQLITE_OK, path);
-    run("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA wal_autocheckpoint=0");
-    const double time = milliseconds([&] {
-        run("BEGIN IMMEDIATE");
-        for (const QByteArray &changeset : changesets)
-            require(sqlite3changeset_apply(connection, changeset.size(),
-                        const_cast<char *>(changeset.constData()), nullptr, giveWay, nullptr)
-                    == SQLITE_OK,
-                QStringLiteral("the changeset does not fit"));
-        run("COMMIT");
-    });
-    sqlite3_close(connection);
-    return time;
+    BareCopy copy(path);
+    return milliseconds([&] { copy.apply(changesets); });
 }
 
 std::unique_ptr<KVXProjectDatabase> openBehind(const QString &path, const QString &guid)
@@ -146,6 +124,16 @@ void publishAll(Stand &stand, const ChangeLogs &logs)
 }
 
 } // namespace
+
+double measureCatchUpByOne(Stand &stand, const ChangeLogs &logs)
+{
+    publishAll(stand, logs);
+    std::vector<double> times;
+    for (int i = 0; i < stand.repeats(); ++i)
+        times.push_back(
+            synchronise(*openBehind(freshCopy(stand, logs.copies[-1]), logs.guid), logs.guid, -1));
+    return median(times);
+}
 
 void measureCatchUp(Stand &stand, Report &report)
 {

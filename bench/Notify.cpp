@@ -1,3 +1,5 @@
+#include "BareCopy.h"
+#include "BareDownloads.h"
 #include "ChangeLogs.h"
 #include "Report.h"
 #include "Stand.h"
@@ -10,6 +12,7 @@
 #include <KVXCollaboration/KVXCWProjectList.h>
 #include <KVXCollaboration/KVXCWProjectPermission.h>
 #include <KVXCollaboration/KVXCollaborator.h>
+#include <QFile>
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
@@ -109,9 +112,33 @@ void invite(Stand &stand, const QString &guid, std::size_t count)
         QStringLiteral("the permissions were refused"));
 }
 
+/// What nobody could leave out: a message through a broker of the same kind, and at its receipt the
+/// log is fetched with bare libcurl and applied with one sync.
+std::vector<double> followBarely(Stand &stand, const ChangeLogs &logs, std::size_t crowd)
+{
+    const QStringList files = logs.files.mid(0, messagesOfRound);
+    QList<QByteArray> changesets;
+    for (const QString &file : files)
+        changesets.append(changesetOf(file));
+    std::vector<std::unique_ptr<BareDownloads>> downloads;
+    std::vector<std::unique_ptr<BareCopy>> copies;
+    std::vector<Receiver> receivers;
+    for (std::size_t i = 0; i < crowd; ++i) {
+        const QString path = stand.path(QStringLiteral("bare-%1-%2.kvx").arg(crowd).arg(i));
+        require(QFile::copy(logs.copies[-1], path), path);
+        downloads.push_back(std::make_unique<BareDownloads>(stand, files));
+        copies.push_back(std::make_unique<BareCopy>(path));
+        receivers.emplace_back(
+            [&download = *downloads.back(), &copy = *copies.back(), &changesets](int message) {
+                download.fetch(message);
+                copy.apply({ changesets.at(message) });
+            });
+    }
+    return bareNotifications(stand.bareBrokerPort(), receivers, messagesOfRound);
+}
+
 } // namespace
 
-/// The floor is a small message through a broker of the same kind with nothing done at either end.
 /// Ours begins when the merge was acknowledged and ends when a client says that its copy has it.
 void measureNotify(Stand &stand, Report &report)
 {
@@ -120,7 +147,7 @@ void measureNotify(Stand &stand, Report &report)
         : std::vector<std::size_t> { 50, 10, 1 };
     const int versions = messagesOfRound * static_cast<int>(crowds.size());
     const QString name = QStringLiteral("notify");
-    const ChangeLogs logs = writeChangeLogs(stand, name, smallTender, versions, 10);
+    const ChangeLogs logs = writeChangeLogs(stand, name, smallTender, versions, 10, { -1 });
     invite(stand, logs.guid, crowds.front());
     const QString file = openForPublishing(stand, logs);
 
@@ -135,8 +162,7 @@ void measureNotify(Stand &stand, Report &report)
     for (const std::size_t crowd : crowds) {
         while (colleagues.size() > crowd)
             colleagues.pop_back();
-        const std::vector<double> floor
-            = bareNotifications(stand.bareBrokerPort(), static_cast<int>(crowd), messagesOfRound);
+        const std::vector<double> floor = followBarely(stand, logs, crowd);
         std::vector<double> ours;
         for (int i = 0; i < messagesOfRound; ++i, ++version) {
             const Moment merged

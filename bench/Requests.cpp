@@ -1,3 +1,4 @@
+#include "PeerServer.h"
 #include "Report.h"
 #include "Sink.h"
 #include "Stand.h"
@@ -44,23 +45,20 @@ double timeOfOne(Wires &wires, const QByteArray &body)
     }) / requestsOfRound;
 }
 
-} // namespace
-
-/// The floor is a server that reads the head, parses nothing and answers with a constant.
-void measureRequests(Stand &stand, Report &report)
+/// The server beside one at that address, which gives a constant answer.
+void compare(Stand &stand, Report &report, const QString &line, const QString &bareAddress)
 {
     QString base;
-    const QString guid = stand.share(QStringLiteral("requests"), bareTender, &base);
+    const QString guid = stand.share(line, bareTender, &base);
     const QByteArray body = QJsonDocument(
         QJsonObject { { QStringLiteral("service"), QStringLiteral("getlogversion") },
             { QStringLiteral("Email"), stand.email() },
             { QStringLiteral("ProjectGUID"),
                 guid } }).toJson(QJsonDocument::Compact);
-    const Sink sink(stand.path(QString()));
     Wires bare;
     Wires real;
     for (int i = 0; i < connections; ++i) {
-        bare.push_back(std::make_unique<Wire>(sink.address()));
+        bare.push_back(std::make_unique<Wire>(bareAddress));
         real.push_back(stand.newSession());
     }
     std::vector<double> floor;
@@ -70,10 +68,38 @@ void measureRequests(Stand &stand, Report &report)
         ours.push_back(timeOfOne(real, body) * 1000);
     }
     const double each = median(ours);
-    report.add({ QStringLiteral("read-only request, 16 connections, time of one"), median(floor),
-        each, QStringLiteral("at most 2 times the floor"), each <= 2 * median(floor),
-        QStringLiteral("us") });
+    report.add({ line, median(floor), each, QStringLiteral("at most 2 times the floor"),
+        each <= 2 * median(floor), QStringLiteral("us") });
     report.note(QStringLiteral("%1 requests a second").arg(1e6 / each, 0, 'f', 0));
+}
+
+} // namespace
+
+/// The floor is a server that reads the head, parses nothing and answers with a constant.
+void measureRequests(Stand &stand, Report &report)
+{
+    const Sink sink(stand.path(QString()));
+    compare(stand, report, QStringLiteral("read-only request, 16 connections, time of one"),
+        sink.address());
+}
+
+void measureRequestsBeside(Stand &stand, Report &report, const QString &nginx)
+{
+    const QString folder = stand.path(QString());
+    const PeerServer server(nginx,
+        { QStringLiteral("-p"), folder, QStringLiteral("-e"), QStringLiteral("stderr"),
+            QStringLiteral("-c"), QStringLiteral("CONFIG") },
+        folder + QStringLiteral("/nginx.conf"),
+        QStringLiteral("daemon off; pid nginx.pid; worker_processes auto;\n"
+                       "events { }\n"
+                       "http { access_log off; keepalive_requests 100000000;\n"
+                       "client_body_temp_path t1; proxy_temp_path t2; fastcgi_temp_path t3;\n"
+                       "uwsgi_temp_path t4; scgi_temp_path t5;\n"
+                       "server { listen 127.0.0.1:PORT;\n"
+                       "location / { default_type application/json;\n"
+                       "return 200 '{\"statuscode\":1,\"LogVersion\":1}'; } } }\n"));
+    compare(stand, report, QStringLiteral("read-only request, 16 connections, beside nginx"),
+        server.address());
 }
 
 } // namespace kvx::bench

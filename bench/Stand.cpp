@@ -7,6 +7,7 @@
 #include <KVXNetwork/KVXNetwork.h>
 #include <QCoreApplication>
 #include <QFile>
+#include <QThread>
 #include <QUuid>
 #include <stdexcept>
 
@@ -17,6 +18,12 @@ namespace {
 QString buildFolder()
 {
     return QCoreApplication::applicationDirPath() + QLatin1String("/..");
+}
+
+/// Publishing a thousand versions in a row is more than one session may ask at once.
+bool isAskedToWait(bool carried)
+{
+    return !carried && KVXNetwork::getInstance()->lastError().contains(QLatin1String("HTTP 429"));
 }
 
 } // namespace
@@ -81,7 +88,11 @@ QJsonObject Stand::service(const char *name, QJsonObject keys)
     keys.insert(QStringLiteral("Email"), m_email);
     QJsonObject reply;
     const QString url = QStringLiteral("http://%1/kvx/service").arg(m_site.server());
-    const bool carried = KVXNetwork::getInstance()->post(url, keys, reply, nullptr, nullptr);
+    bool carried = KVXNetwork::getInstance()->post(url, keys, reply, nullptr, nullptr);
+    for (int i = 0; i < 100 && isAskedToWait(carried); ++i) {
+        QThread::msleep(100);
+        carried = KVXNetwork::getInstance()->post(url, keys, reply, nullptr, nullptr);
+    }
     require(carried && reply.value(QLatin1String("statuscode")).toInt() == 1,
         QStringLiteral("%1 failed: %2 %3")
             .arg(QLatin1String(name), KVXNetwork::getInstance()->lastError(),

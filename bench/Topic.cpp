@@ -13,6 +13,7 @@
 #include <cms/Session.h>
 #include <cms/TextMessage.h>
 #include <condition_variable>
+#include <cstdio>
 #include <memory>
 #include <mutex>
 
@@ -30,8 +31,9 @@ struct Receipts {
 
 class Subscriber : public cms::MessageListener {
 public:
-    Subscriber(cms::ConnectionFactory &factory, Receipts &receipts)
+    Subscriber(cms::ConnectionFactory &factory, Receipts &receipts, const Receiver &receiver)
         : m_receipts(receipts)
+        , m_receiver(receiver)
         , m_connection(factory.createConnection())
         , m_session(m_connection->createSession(cms::Session::AUTO_ACKNOWLEDGE))
         , m_topic(m_session->createTopic("bench"))
@@ -44,6 +46,12 @@ public:
 
     void onMessage(const cms::Message *) override
     {
+        try {
+            m_receiver(m_received++);
+        } catch (const std::exception &error) {
+            std::fprintf(stderr, "kvx-bench: %s\n", error.what());
+            return; // whoever waits for this receipt ends the run
+        }
         const Moment now = std::chrono::steady_clock::now();
         const std::lock_guard<std::mutex> lock(m_receipts.mutex);
         m_receipts.moments.push_back(now);
@@ -52,6 +60,8 @@ public:
 
 private:
     Receipts &m_receipts;
+    Receiver m_receiver;
+    int m_received = 0;
     std::unique_ptr<cms::Connection> m_connection;
     std::unique_ptr<cms::Session> m_session;
     std::unique_ptr<cms::Topic> m_topic;
@@ -60,7 +70,8 @@ private:
 
 } // namespace
 
-std::vector<double> bareNotifications(int brokerPort, int subscribers, int messages)
+std::vector<double> bareNotifications(
+    int brokerPort, const std::vector<Receiver> &receivers, int messages)
 {
     activemq::library::ActiveMQCPP::initializeLibrary();
     const std::unique_ptr<cms::ConnectionFactory> factory(
@@ -68,8 +79,8 @@ std::vector<double> bareNotifications(int brokerPort, int subscribers, int messa
             "tcp://127.0.0.1:" + std::to_string(brokerPort)));
     Receipts receipts;
     std::vector<std::unique_ptr<Subscriber>> listening;
-    for (int i = 0; i < subscribers; ++i)
-        listening.push_back(std::make_unique<Subscriber>(*factory, receipts));
+    for (const Receiver &receiver : receivers)
+        listening.push_back(std::make_unique<Subscriber>(*factory, receipts, receiver));
 
     const std::unique_ptr<cms::Connection> connection(factory->createConnection());
     const std::unique_ptr<cms::Session> session(

@@ -40,6 +40,17 @@ void settle()
     loop.exec();
 }
 
+/// Without names: all.
+void measure(const std::vector<std::string> &only, Stand &stand, Report &report)
+{
+    for (const Workload &workload : workloads) {
+        if (!only.empty() && std::find(only.begin(), only.end(), workload.name) == only.end())
+            continue;
+        workload.measure(stand, report);
+        settle();
+    }
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -56,23 +67,25 @@ int main(int argc, char **argv)
     bool quick = false;
     bool unguarded = false;
     bool json = false;
+    bool peers = false;
+    std::string nginx = "nginx";
     app.add_option("--only", only, "Only these workloads")->check(CLI::IsMember(names));
     app.add_flag(
         "--quick", quick, "Fewer repeats, smaller crowds: for trying out, not for figures");
     app.add_flag("--unguarded", unguarded, "The broker without its guard, to see what that costs");
     app.add_flag("--json", json, "One JSON object a line, for programs");
+    app.add_flag("--peers", peers, "Instead: the same work done by Subversion and nginx");
+    app.add_option("--nginx", nginx, "The program, for --peers");
     CLI11_PARSE(app, argc, argv);
 
     try {
         Report report(json);
         Stand stand(quick, !unguarded);
         report.begin();
-        for (const Workload &workload : workloads) {
-            if (!only.empty() && std::find(only.begin(), only.end(), workload.name) == only.end())
-                continue;
-            workload.measure(stand, report);
-            settle();
-        }
+        if (peers)
+            measurePeers(stand, report, QString::fromStdString(nginx));
+        else
+            measure(only, stand, report);
         report.end();
     } catch (const std::exception &error) {
         std::fprintf(stderr, "kvx-bench: %s\n", error.what());
