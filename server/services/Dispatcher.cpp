@@ -92,6 +92,12 @@ int judgedStatus(StatusCode code)
     }
 }
 
+Reply tooLarge(std::size_t limit)
+{
+    return Reply::refused(StatusCode::TooLarge, { std::to_string(limit) + " bytes" })
+        .setHttpStatus(413);
+}
+
 Reply busy(int httpStatus)
 {
     return Reply::refused(StatusCode::Busy).setHttpStatus(httpStatus);
@@ -190,8 +196,20 @@ bool Dispatcher::prepare(const ExchangePtr &exchange, const Completion &done)
         finish(exchange, done, busy(503));
         return false;
     }
+    const char *fixed = exchange->endpoint->service;
+    const std::size_t size = exchange->body.size();
+    if (size > static_cast<std::size_t>(m_environment.config.requestLimit)) {
+        // A service that takes no large body need not be parsed to be refused.
+        const Service *service
+            = findService(*exchange->endpoint, fixed ? fixed : serviceNamedIn(exchange->body));
+        const std::size_t limit
+            = bodyLimit(m_environment.config, service ? service->rules : Anonymous);
+        if (size > limit) {
+            finish(exchange, done, tooLarge(limit));
+            return false;
+        }
+    }
     try {
-        const char *fixed = exchange->endpoint->service;
         exchange->request = Request::parse(exchange->body, fixed ? fixed : "");
     } catch (const BadRequest &error) {
         finish(exchange, done,
@@ -208,13 +226,6 @@ bool Dispatcher::prepare(const ExchangePtr &exchange, const Completion &done)
         return false;
     }
     exchange->rules = exchange->service->rulesFor(*exchange->request);
-    const std::size_t limit = bodyLimit(m_environment.config, exchange->rules);
-    if (exchange->body.size() > limit) {
-        finish(exchange, done,
-            Reply::refused(StatusCode::TooLarge, { std::to_string(limit) + " bytes" })
-                .setHttpStatus(413));
-        return false;
-    }
     exchange->body.clear();
     exchange->body.shrink_to_fit();
     return true;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <rapidjson/error/en.h>
+#include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -211,6 +212,47 @@ std::shared_ptr<const Request> Request::parse(const std::string &text, const std
     if (name.empty())
         name = JsonObject(*document, {}).text("service", 100);
     return std::shared_ptr<const Request>(new Request(std::move(document), std::move(name)));
+}
+
+namespace {
+
+/// Stops the reader at the text under the outermost "service".
+class ServiceFinder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, ServiceFinder> {
+public:
+    bool Default() { return isElsewhere(); }
+    bool StartObject() { return isElsewhere() && ++m_depth > 0; }
+    bool EndObject(rapidjson::SizeType) { return --m_depth >= 0; }
+    bool StartArray() { return isElsewhere() && ++m_depth > 0; }
+    bool EndArray(rapidjson::SizeType) { return --m_depth >= 0; }
+    bool Key(const char *text, rapidjson::SizeType length, bool)
+    {
+        m_isNext = m_depth == 1 && std::string_view(text, length) == "service";
+        return true;
+    }
+    bool String(const char *text, rapidjson::SizeType length, bool)
+    {
+        if (m_isNext)
+            name.assign(text, length);
+        return isElsewhere();
+    }
+
+    std::string name;
+
+private:
+    bool isElsewhere() const { return !m_isNext; }
+
+    int m_depth = 0;
+    bool m_isNext = false;
+};
+
+} // namespace
+
+std::string serviceNamedIn(const std::string &text)
+{
+    ServiceFinder finder;
+    rapidjson::MemoryStream stream(text.data(), text.size());
+    rapidjson::Reader().Parse<rapidjson::kParseIterativeFlag>(stream, finder);
+    return finder.name;
 }
 
 std::string compactJson(const Json &value)
