@@ -23,7 +23,8 @@ elseif(KVX_SANITIZE STREQUAL "thread")
     set(kvx_sanitizer -fsanitize=thread -fno-omit-frame-pointer -Wno-tsan)
 elseif(KVX_SANITIZE STREQUAL "fuzzer")
     set(kvx_sanitizer -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all
-        -fno-omit-frame-pointer)
+        -fno-omit-frame-pointer
+        -fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/fuzzer-ignored.txt)
 elseif(KVX_SANITIZE)
     message(FATAL_ERROR "KVX_SANITIZE=${KVX_SANITIZE} is not known")
 endif()
