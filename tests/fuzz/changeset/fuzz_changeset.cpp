@@ -1,8 +1,12 @@
+#include "RandomChangeset.h"
+
 #include "KVXSQLite/ApplyChangeset.h"
 #include "KVXSQLite/ChangesetValidator.h"
 #include "KVXSQLite/Schema.h"
 
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <sqlite3.h>
 
 using namespace kvx::sqlite;
@@ -28,6 +32,22 @@ struct Target {
 };
 
 } // namespace
+
+extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, std::size_t maxSize);
+
+/// One input in four is what a colleague could have made, since blind changes seldom pass the
+/// validator.
+extern "C" std::size_t LLVMFuzzerCustomMutator(
+    std::uint8_t *data, std::size_t size, std::size_t maxSize, unsigned int seed)
+{
+    if (seed % 4 != 0)
+        return LLVMFuzzerMutate(data, size, maxSize);
+    const std::string made = kvx::test::randomChangeset(fuzzedSchema, seed / 4);
+    if (made.empty() || made.size() > maxSize)
+        return LLVMFuzzerMutate(data, size, maxSize);
+    std::memcpy(data, made.data(), made.size());
+    return made.size();
+}
 
 /// What the validator accepts SQLite must be able to apply: no crash, no hang, and either every
 /// change is accounted for or nothing is left of it.
