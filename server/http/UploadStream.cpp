@@ -5,7 +5,6 @@
 
 #include <FailPoint.h>
 #include <boost/asio/post.hpp>
-#include <boost/asio/use_future.hpp>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -94,11 +93,13 @@ void UploadStream::write(std::string_view bytes)
             StatusCode::TooLarge, 413, std::to_string(m_config.uploadLimit) + " bytes");
     // MD5 alone takes as long as the rest together.
     std::future<void> other;
-    if (bytes.size() >= worthAThread)
-        other = boost::asio::post(
-            m_digests, boost::asio::use_future([this, bytes] { m_md5.add(bytes); }));
-    else
+    if (bytes.size() >= worthAThread) {
+        std::packaged_task<void()> task([this, bytes] { m_md5.add(bytes); });
+        other = task.get_future();
+        boost::asio::post(m_digests, std::move(task));
+    } else {
         m_md5.add(bytes);
+    }
     try {
         m_sha256.add(bytes);
         writeAll(bytes);
