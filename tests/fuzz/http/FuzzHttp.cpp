@@ -73,8 +73,9 @@ private:
 std::string exchange(Site &site, Connection::Kind kind, const std::string &bytes)
 {
     static std::uint64_t lastId = 0;
-    boost::asio::io_context io;
-    const auto work = boost::asio::make_work_guard(io);
+    // To the end of the process: a connection that another thread lets go of still looks at it.
+    static auto &io = *new boost::asio::io_context;
+    static const auto work = boost::asio::make_work_guard(io);
     std::array<int, 2> ends {};
     require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0, "there are sockets");
     Peer peer(io, ends[0], bytes);
