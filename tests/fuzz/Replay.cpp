@@ -20,6 +20,28 @@ namespace {
 /// Of one input, itself among them.
 constexpr std::size_t mostCuts = 64;
 
+/// Targets keep what they set up to the end of the process, files included.
+class OwnTemporaryFolder : public testing::Environment {
+public:
+    void SetUp() override
+    {
+        std::string pattern = std::filesystem::temp_directory_path() / "kvx-corpus-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        m_path = pattern;
+        setenv("TMPDIR", m_path.c_str(), 1);
+    }
+    void TearDown() override
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+
+private:
+    std::filesystem::path m_path;
+};
+
+const auto *const ownTemporaryFolder = testing::AddGlobalTestEnvironment(new OwnTemporaryFolder);
+
 } // namespace
 
 // A target ends the process when an input shows a fault, so that arriving at the end is the proof.
