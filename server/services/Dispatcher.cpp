@@ -234,9 +234,12 @@ bool Dispatcher::prepare(const ExchangePtr &exchange, const Completion &done)
 void Dispatcher::start(std::shared_ptr<Run> run)
 {
     const bool writes = run->writes();
+    const bool light = run->step == Step::Handler && hasRule(run->exchange->rules, Light);
     const auto job = [this, run = std::move(run)](Db &db) { execute(db, run); };
     if (writes)
         m_pool.write(job);
+    else if (light)
+        m_pool.readHere(job);
     else
         m_pool.read(job);
 }

@@ -71,8 +71,8 @@ Reply hasUpload(Call &call)
 
 const ServiceTable fileServices = {
     { "upload", receiveUpload, NeedsUser | Writes, beforeUpload },
-    { "download", download, NeedsUser },
-    { "hasupload", hasUpload, NeedsUser },
+    { "download", download, NeedsUser | Light },
+    { "hasupload", hasUpload, NeedsUser | Light },
 };
 
 } // namespace kvx::server

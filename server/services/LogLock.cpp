@@ -119,7 +119,7 @@ Reply logLock(Call &call)
 } // namespace
 
 const ServiceTable logLockServices = {
-    { "getlogversion", getLogVersion, ProjectReader | NamesCaller },
+    { "getlogversion", getLogVersion, ProjectReader | NamesCaller | Light },
     { "loglock", logLock, ProjectReader | MayBeGone | NamesCaller | WritesLazily | InMaintenance },
 };
 

@@ -191,7 +191,7 @@ Reply keepActive(Call &call)
 const ServiceTable loginServices = {
     { "login", login, Anonymous | Writes | InMaintenance },
     { "logout", logout, Anonymous | Writes | InMaintenance },
-    { "keepactive", keepActive, NeedsUser | NamesCaller },
+    { "keepactive", keepActive, NeedsUser | NamesCaller | Light },
 };
 
 } // namespace kvx::server

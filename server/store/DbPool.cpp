@@ -4,6 +4,7 @@
 namespace kvx::server {
 
 DbPool::DbPool(const std::string &file, int readers)
+    : m_file(file)
 {
     for (int i = 0; i <= readers; ++i)
         m_connections.push_back(std::make_unique<Db>(file));
@@ -40,6 +41,33 @@ void DbPool::writeNext(std::vector<Job> jobs)
 void DbPool::read(Job job)
 {
     add(m_reading, std::move(job));
+}
+
+void DbPool::readHere(const Job &job)
+{
+    std::unique_ptr<Db> db;
+    try {
+        db = takeSpare();
+    } catch (const DbError &) {
+        read(job);
+        return;
+    }
+    job(*db);
+    const std::lock_guard<std::mutex> lock(m_spareMutex);
+    m_spare.push_back(std::move(db));
+}
+
+std::unique_ptr<Db> DbPool::takeSpare()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_spareMutex);
+        if (!m_spare.empty()) {
+            std::unique_ptr<Db> db = std::move(m_spare.back());
+            m_spare.pop_back();
+            return db;
+        }
+    }
+    return std::make_unique<Db>(m_file);
 }
 
 void DbPool::add(Queue &queue, Job job)

@@ -29,6 +29,9 @@ public:
     /// Before everything that is queued, in the order given.
     void writeNext(std::vector<Job> jobs);
     void read(Job job);
+    /// Runs the job before it returns, on the calling thread, which is spared two changes of
+    /// threads; for what reads a few rows. Queues it when no further connection can be made.
+    void readHere(const Job &job);
 
 private:
     struct Queue {
@@ -40,11 +43,15 @@ private:
     static void work(Queue &queue, Db &db);
     static void add(Queue &queue, Job job);
     static void end(Queue &queue);
+    std::unique_ptr<Db> takeSpare();
 
+    const std::string m_file;
     Queue m_writing;
     Queue m_reading;
     std::vector<std::unique_ptr<Db>> m_connections;
     std::vector<std::thread> m_threads;
+    std::mutex m_spareMutex;
+    std::vector<std::unique_ptr<Db>> m_spare; ///< as many as threads ever read at the same time
 };
 
 } // namespace kvx::server
