@@ -25,6 +25,7 @@ struct Target {
     std::int64_t projectId = 0;
     std::string projectGuid;
     std::int64_t generation = 0; ///< of the log lock, where staged
+    bool afterFirstSave = false;
 };
 
 std::string sizeText(std::int64_t bytes)
@@ -41,6 +42,7 @@ std::optional<Reply> refuseStaged(Call &call, const Project &project, Target &ta
     const bool holdsLock = project.lockSession == call.caller().sessionId;
     const bool isFile = target.name.kind == FileName::Kind::ProjectFile;
     target.generation = project.lockGeneration;
+    target.afterFirstSave = project.logVersion >= 0;
     if (!holdsLock && isFile && project.logVersion == -1
         && project.creatorId == call.caller().userId) {
         target.kind = Target::Kind::FirstFile;
@@ -197,8 +199,10 @@ Reply receiveUpload(Call &call)
               }
               return Reply::Continuation(keepFile);
           });
-    // A stage that a power cut took back is missed by the merge, and the client saves again.
-    if (target.kind == Target::Kind::StagedLog || target.kind == Target::Kind::StagedFile)
+    // A stage that a power cut took back is missed by the merge, and the client saves again. Before
+    // the first save what is staged now may be published at once when its rows are written.
+    if (target.kind == Target::Kind::StagedLog
+        || (target.kind == Target::Kind::StagedFile && target.afterFirstSave))
         reply.setLazy();
     return reply;
 }
