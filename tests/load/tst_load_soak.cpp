@@ -5,7 +5,9 @@
 #include "faults/invariants/RunCheck.h"
 #include "support/Watchdog.h"
 
+#include <QFile>
 #include <QTemporaryDir>
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -130,25 +132,32 @@ protected:
         std::printf("server: %.0f MiB at the end, %+.2f MiB a minute; %.0f threads, then %.0f; "
                     "%.0f descriptors, then %.0f\n",
             samples.back().memoryMiB, slope, threads, moreThreads, files, moreFiles);
-        EXPECT_LE(moreThreads, threads + 1);
+        // A link to the broker, which may just be made anew, has three threads; a thread left by
+        // each request would be a hundred.
+        EXPECT_LE(moreThreads, threads + (everything ? 1 : 4)) << serverLog();
         if (everything) {
             EXPECT_LT(slope, 1.0);
             EXPECT_LE(moreFiles, files + 8);
         }
     }
 
-    /// The middle of the first and of the last quarter.
+    static std::string serverLog()
+    {
+        QFile log(site().dataFolder() + QStringLiteral("/../server.out"));
+        return log.open(QIODevice::ReadOnly) ? log.readAll().toStdString() : std::string();
+    }
+
+    /// The lowest of the first and of the last third: what stays is in every sample, what comes
+    /// and goes, as a broker link that is made anew, is not.
     static std::pair<double, double> firstAndLast(
         const std::vector<ProcessFigures> &samples, double ProcessFigures::*figure)
     {
-        const std::size_t part = std::max<std::size_t>(1, samples.size() / 4);
-        std::vector<double> first;
-        std::vector<double> last;
-        for (std::size_t i = 0; i < part; ++i) {
-            first.push_back(samples[i].*figure);
-            last.push_back(samples[samples.size() - 1 - i].*figure);
-        }
-        return { quantile(first, 0.5), quantile(last, 0.5) };
+        const auto part = std::ptrdiff_t(samples.size() / 3);
+        const auto lower = [figure](const ProcessFigures &a, const ProcessFigures &b) {
+            return a.*figure < b.*figure;
+        };
+        return { (*std::min_element(samples.begin(), samples.begin() + part, lower)).*figure,
+            (*std::min_element(samples.end() - part, samples.end(), lower)).*figure };
     }
 
     void expectEverybodyHasTheSame()
@@ -218,13 +227,13 @@ TEST_F(Soak, NothingGrowsAndEverybodyEndsWithTheSameThoughSomeAreKilled)
     std::mt19937 random(1);
     std::vector<ProcessFigures> samples;
     auto nextKill = Clock::now() + killEvery;
-    for (auto next = Clock::now(); Clock::now() < end; next += 1s) {
+    for (auto next = Clock::now(); Clock::now() < end; next += 250ms) {
         samples.push_back(figuresOf(site().serverPid()));
         if (Clock::now() > nextKill) {
             killNow(random);
             nextKill += killEvery;
         }
-        std::this_thread::sleep_until(next + 1s);
+        std::this_thread::sleep_until(next + 250ms);
     }
     for (std::thread &thread : threads)
         thread.join();
