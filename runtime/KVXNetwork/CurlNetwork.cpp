@@ -154,8 +154,8 @@ bool CurlNetwork::postJson(ServiceCall &call, QJsonObject &reply)
         exchange.mayRepeat();
     else
         exchange.sendJson(call.sent);
-    if (call.needsFreshConnection())
-        exchange.useFreshConnection();
+    if (call.needsProvenConnection())
+        exchange.useProvenConnection();
     run(exchange);
     if (KVX_FAIL_POINT("answer of: " + call.service.toStdString()))
         exchange.fail(QStringLiteral("The answer was lost."));

@@ -62,6 +62,8 @@ DownloadTarget::~DownloadTarget()
 bool DownloadTarget::isKept(const QString &path)
 {
     const QString temporary = QDir::tempPath(); // empty: TMPDIR names no folder
+    if (QFileInfo(path).path() == temporary)
+        return false;
     const QString folder = QFileInfo(path).dir().canonicalPath();
     return temporary.isEmpty()
         || !(folder + QLatin1Char('/')).startsWith(temporary + QLatin1Char('/'));

@@ -20,7 +20,8 @@ const long TransferBuffer = 256 * 1024;
 const long SlowestTransfer = 1024; // bytes a second
 // The server keeps an idle connection for 60 s; one unused this long is not trusted any more.
 const long OldestConnection = 15; // s
-const qint64 SmallUpload = 64 * 1024; // a refusal before such a body saves nothing
+const long JustUsed = 1; // s; libcurl counts whole ones
+const qint64 SmallUpload = 1024 * 1024; // a refusal before such a body saves nothing
 const long ContinueWait = 1000; // ms
 const int LoginRequired = 401;
 const int ProxyLoginRequired = 407;
@@ -73,8 +74,7 @@ bool Exchange::prepare(CURL *easy, const KVXNetworkProxy &proxy)
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L); // never wait for a name server that hangs
     curl_easy_setopt(easy, CURLOPT_TCP_KEEPALIVE, 1L);
-    curl_easy_setopt(easy, CURLOPT_MAXAGE_CONN, OldestConnection);
-    curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, m_fresh ? 1L : 0L);
+    curl_easy_setopt(easy, CURLOPT_MAXAGE_CONN, m_proven ? JustUsed : OldestConnection);
     curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, m_detail);
     curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, &Exchange::onPrerequisite);

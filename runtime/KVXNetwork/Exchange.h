@@ -42,7 +42,8 @@ public:
     /// A body that comes with a file reply goes to the target (borrowed, open).
     void receiveFile(DownloadTarget *target) { m_target = target; }
     void reportTo(ProgressReport *progress) { m_progress = progress; }
-    void useFreshConnection() { m_fresh = true; }
+    /// A kept connection serves only if it was used less than two seconds ago.
+    void useProvenConnection() { m_proven = true; }
     /// The request changes nothing, so it may be repeated.
     void mayRepeat() { m_repeatable = true; }
 
@@ -88,7 +89,7 @@ private:
     DownloadTarget *m_target = nullptr;
     ProgressReport *m_progress = nullptr;
     bool m_post = false;
-    bool m_fresh = false;
+    bool m_proven = false;
     bool m_repeatable = false;
 
     curl_slist *m_headers = nullptr;

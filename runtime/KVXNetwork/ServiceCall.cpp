@@ -33,7 +33,7 @@ bool ServiceCall::receivesFile() const
         || (service == QLatin1String("result") && namesFile);
 }
 
-bool ServiceCall::needsFreshConnection() const
+bool ServiceCall::needsProvenConnection() const
 {
     return service == QLatin1String("sendservertomerge") || service == QLatin1String("loglock");
 }

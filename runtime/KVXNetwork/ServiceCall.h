@@ -15,8 +15,8 @@ struct ServiceCall {
     bool sendsFile() const;
     bool receivesFile() const;
     /// True for the save lock and the merge: what a dead kept connection can cost there is worth
-    /// more than the time to make a new one.
-    bool needsFreshConnection() const;
+    /// more than the time to make a new one. Within a save the last answer is milliseconds old.
+    bool needsProvenConnection() const;
 
     const QString url;
     const QString service;
