@@ -14,6 +14,7 @@
 #include "services/Dispatcher.h"
 #include "services/Password.h"
 #include "services/ProjectRecord.h"
+#include "store/BlobStore.h"
 #include "store/Db.h"
 #include "store/DbPool.h"
 #include "store/MetaStore.h"
@@ -84,6 +85,7 @@ int serve(const Config &config, const ServeOptions &options)
         return ExitDone;
     }
     sweepFolder(config.temporaryFolder(), std::numeric_limits<Time>::max());
+    BlobStore(config.data).makeFolders();
     dummyHash();
 
     const Clock clock(highest);

@@ -23,7 +23,7 @@ void sweepBlobs(const Environment &environment, Db &db)
     BlobSweep &sweep = environment.memory->blobSweep;
     sweep.last = blobs.dropUnused(db, sweep.last, before, blobsAtOnce);
     blobs.dropStray(db, sweep.folder, wallTime() - day);
-    sweep.folder = (sweep.folder + 1) % 256;
+    sweep.folder = (sweep.folder + 1) % BlobStore::folderCount;
 }
 
 void purgeTrash(const Environment &environment, Db &db)

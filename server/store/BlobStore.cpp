@@ -9,7 +9,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <future>
 #include <sys/stat.h>
 #include <system_error>
@@ -36,18 +35,6 @@ void sync(const std::string &path)
     errno = error;
     if (result != 0)
         fail(path);
-}
-
-/// All at the same time: the disk then waits once for what would be four waits one by one.
-void syncTogether(const std::string &last, const std::vector<std::string> &others)
-{
-    std::vector<std::future<void>> running;
-    running.reserve(others.size());
-    for (const std::string &path : others)
-        running.push_back(std::async(std::launch::async, sync, std::cref(path)));
-    sync(last);
-    for (std::future<void> &one : running)
-        one.get();
 }
 
 bool holds(const std::string &path, const std::string &digest)
@@ -78,10 +65,21 @@ void replace(const std::string &target, const std::string &from)
     }
 }
 
-void makeFolder(const std::string &folder)
+/// False when it was there.
+bool makeFolder(const std::string &folder)
 {
-    if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
+    if (::mkdir(folder.c_str(), 0700) == 0)
+        return true;
+    if (errno != EEXIST)
         fail(folder);
+    return false;
+}
+
+std::string folderName(int folder)
+{
+    char name[3];
+    std::snprintf(name, sizeof name, "%02x", static_cast<unsigned>(folder));
+    return name;
 }
 
 bool isYoung(const std::string &path, Time before)
@@ -95,18 +93,38 @@ bool isYoung(const std::string &path, Time before)
 
 std::string BlobStore::path(const std::string &sha256) const
 {
-    return m_folder + "/blobs/" + sha256.substr(0, 2) + '/' + sha256.substr(2, 2) + '/' + sha256;
+    return m_folder + "/blobs/" + sha256.substr(0, 2) + '/' + sha256;
+}
+
+void BlobStore::makeFolders() const
+{
+    const std::string all = m_folder + "/blobs";
+    makeFolder(all);
+    std::vector<std::string> made;
+    try {
+        for (int i = 0; i < folderCount; ++i) {
+            const std::string folder = all + '/' + folderName(i);
+            if (makeFolder(folder))
+                made.push_back(folder);
+        }
+        if (!made.empty())
+            sync(all);
+    } catch (...) {
+        for (const std::string &folder : made) // else nobody would sync them any more
+            ::rmdir(folder.c_str());
+        throw;
+    }
 }
 
 void BlobStore::place(const std::string &from, const std::string &sha256) const
 {
     const std::string target = path(sha256);
-    const std::filesystem::path inner = std::filesystem::path(target).parent_path();
-    const std::filesystem::path outer = inner.parent_path();
-    makeFolder(outer.parent_path().string());
-    makeFolder(outer.string());
-    makeFolder(inner.string());
-    const bool isNew = ::link(from.c_str(), target.c_str()) == 0;
+    const std::filesystem::path folder = std::filesystem::path(target).parent_path();
+    bool isNew = ::link(from.c_str(), target.c_str()) == 0;
+    if (!isNew && errno == ENOENT) {
+        makeFolders();
+        isNew = ::link(from.c_str(), target.c_str()) == 0;
+    }
     if (!isNew) {
         if (errno != EEXIST)
             fail(target);
@@ -118,9 +136,11 @@ void BlobStore::place(const std::string &from, const std::string &sha256) const
     try {
         if (KVX_FAIL_POINT("content/named"))
             throw std::system_error(EIO, std::generic_category(), target);
-        // Always all: whoever made a folder or linked the same bytes a moment ago may not be here
-        // yet.
-        syncTogether(target, { inner.string(), outer.string(), outer.parent_path().string() });
+        // Also when it was there: whoever linked the same bytes a moment ago may not be here yet.
+        // At the same time: the disk then waits once for what would be two waits.
+        std::future<void> name = std::async(std::launch::async, sync, folder.string());
+        sync(target);
+        name.get();
         if (KVX_FAIL_POINT("content/synced"))
             throw std::system_error(EIO, std::generic_category(), target);
     } catch (...) {
@@ -181,11 +201,9 @@ std::string BlobStore::dropUnused(Db &db, const std::string &last, Time before, 
 
 void BlobStore::dropStray(Db &db, int folder, Time before) const
 {
-    char name[3];
-    std::snprintf(name, sizeof name, "%02x", static_cast<unsigned>(folder));
     std::error_code ignored;
     for (const auto &entry :
-        std::filesystem::recursive_directory_iterator(m_folder + "/blobs/" + name, ignored)) {
+        std::filesystem::directory_iterator(m_folder + "/blobs/" + folderName(folder), ignored)) {
         const std::string file = entry.path().string();
         if (!entry.is_regular_file(ignored) || isYoung(file, before))
             continue;

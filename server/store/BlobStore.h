@@ -9,7 +9,7 @@ namespace kvx::server {
 
 class Db;
 
-/// Files by the SHA-256 of their bytes: `DIR/blobs/ab/cd/<sha256>`. A blob is whole and synced to
+/// Files by the SHA-256 of their bytes: `DIR/blobs/ab/<sha256>`. A blob is whole and synced to
 /// disk before any row names it, and is never changed. Any thread; different processes may share
 /// the folder.
 class BlobStore {
@@ -20,7 +20,12 @@ public:
     {
     }
 
+    static constexpr int folderCount = 256;
+
     std::string path(const std::string &sha256) const;
+    /// All folders there ever are, synced: making one costs as much as storing a blob. Throws
+    /// std::system_error.
+    void makeFolders() const;
     /// Links the whole file at `from` to the name of its digest and syncs file and folders; only
     /// after it may a row name the blob. One that is there already is kept, and is young again for
     /// the sweep, once its bytes were read and are the right ones. Throws std::system_error.
@@ -37,7 +42,7 @@ public:
     /// older than `before` and that no other row names, with their files. The digest of the last
     /// row looked at, empty at the end.
     std::string dropUnused(Db &db, const std::string &last, Time before, int maximum) const;
-    /// Removes files without a row, last touched before `before`, of one of the 256 folders.
+    /// Removes files without a row, last touched before `before`, of one of the folders.
     void dropStray(Db &db, int folder, Time before) const;
 
 private:
