@@ -3,6 +3,7 @@
 #include "base/Text.h"
 
 #include <algorithm>
+#include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/http/read.hpp>
@@ -17,6 +18,7 @@ namespace http = boost::beast::http;
 namespace {
 
 constexpr std::size_t jsonChunk = 64 * 1024;
+constexpr std::size_t worthAThread = 64 * 1024; // parsing that would hold up other connections
 constexpr std::size_t uploadChunk = 256 * 1024; // each goes to a file thread and back
 constexpr std::uint32_t headLimit = 8 * 1024;
 constexpr std::size_t largestJson = std::size_t { 16 } << 20;
@@ -88,24 +90,44 @@ void Connection::stop()
     });
 }
 
+/// A limit that is later than the one the timer waits for changes nothing: the timer looks again
+/// when it fires. Almost every limit is lifted long before, and setting a timer costs more.
 void Connection::arm(std::chrono::milliseconds limit)
 {
     m_timedOut = false;
-    m_timer.expires_after(limit);
-    m_timer.async_wait([weak = weak_from_this()](ErrorCode error) {
-        const auto self = weak.lock();
-        if (error || !self || self->m_timer.expiry() > std::chrono::steady_clock::now())
-            return;
-        self->m_timedOut = true;
-        ErrorCode ignored;
-        self->m_socket.cancel(ignored);
-    });
+    m_deadline = std::chrono::steady_clock::now() + limit;
+    if (!m_timing || m_timer.expiry() > m_deadline)
+        startTimer();
 }
 
 void Connection::disarm()
 {
     m_timedOut = false;
-    m_timer.cancel();
+    m_deadline = Deadline::max();
+}
+
+void Connection::startTimer()
+{
+    m_timing = true;
+    m_timer.expires_at(m_deadline); // ends an earlier wait, whose handler does nothing then
+    m_timer.async_wait([weak = weak_from_this()](ErrorCode error) {
+        if (const auto self = weak.lock(); self && !error)
+            self->onTimer();
+    });
+}
+
+void Connection::onTimer()
+{
+    m_timing = false;
+    if (m_deadline == Deadline::max())
+        return;
+    if (m_deadline > std::chrono::steady_clock::now()) {
+        startTimer();
+        return;
+    }
+    m_timedOut = true;
+    ErrorCode ignored;
+    m_socket.cancel(ignored);
 }
 
 void Connection::waitForRequest()
@@ -397,11 +419,19 @@ void Connection::useChunk(std::size_t size)
 
 void Connection::onJsonComplete()
 {
-    watchPeer();
-    m_context.dispatcher.dispatch(m_exchange, [self = shared_from_this()](Reply reply) {
-        asio::post(self->m_socket.get_executor(),
-            [self, reply = std::move(reply)]() mutable { self->answer(std::move(reply)); });
-    });
+    const auto dispatch = [self = shared_from_this()] {
+        self->m_context.dispatcher.dispatch(self->m_exchange, [self](Reply reply) {
+            asio::dispatch(self->m_socket.get_executor(),
+                [self, reply = std::move(reply)]() mutable { self->answer(std::move(reply)); });
+        });
+    };
+    m_answered = false;
+    if (m_exchange->body.size() > worthAThread)
+        asio::post(m_context.files, dispatch);
+    else
+        dispatch();
+    if (!m_answered)
+        watchPeer();
 }
 
 } // namespace kvx::server

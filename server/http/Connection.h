@@ -4,6 +4,7 @@
 #include "http/UploadStream.h"
 #include "services/Dispatcher.h"
 
+#include <boost/asio/buffer.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/thread_pool.hpp>
@@ -11,7 +12,9 @@
 #include <boost/beast/http/buffer_body.hpp>
 #include <boost/beast/http/parser.hpp>
 
+#include <array>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,9 +34,9 @@ struct ConnectionContext {
     std::atomic<bool> &stopping;
 };
 
-/// One client connection: reads requests, hands them on, sends replies. All members run on the
-/// connection's strand, but for the steps given to the file threads, during which nothing else
-/// runs.
+/// One client connection: reads requests, hands them on, sends replies. All members run on the one
+/// thread of the connection's loop, but for the steps given to the file threads, during which
+/// nothing else of the connection runs.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     using Socket = boost::asio::ip::tcp::socket;
@@ -72,8 +75,9 @@ private:
 
     // ConnectionUpload.cpp: files on their way in
     void feedUpload(std::size_t size);
-    void onUploadProgress(UploadStream::Progress progress);
-    void onUploadRequest();
+    void onFileThread(const std::function<void()> &step);
+    void advanceUpload(UploadStream::Progress progress);
+    void judgeUpload();
     void finishUpload();
     void refuseUpload(StatusCode code, int httpStatus, const std::string &argument);
 
@@ -88,6 +92,8 @@ private:
     std::string head(int status, std::int64_t length, const char *contentType) const;
     void send(std::string head);
     void sendBodyPiece();
+    void sendPieces(const std::array<boost::asio::const_buffer, 2> &pieces);
+    std::optional<boost::asio::const_buffer> nextPiece();
     void onSent();
     void lingerThenClose();
     void discard();
@@ -95,6 +101,8 @@ private:
 
     void arm(std::chrono::milliseconds limit);
     void disarm();
+    void startTimer();
+    void onTimer();
 
     Socket m_socket;
     ConnectionContext &m_context;
@@ -103,7 +111,10 @@ private:
     const std::uint64_t m_id;
     const std::function<void()> m_closed;
 
+    using Deadline = std::chrono::steady_clock::time_point;
     boost::asio::steady_timer m_timer;
+    Deadline m_deadline = Deadline::max();
+    bool m_timing = false; ///< the timer waits
     bool m_timedOut = false;
     boost::beast::flat_buffer m_buffer;
     std::optional<Parser> m_parser;
@@ -120,6 +131,8 @@ private:
     bool m_idle = true;
     bool m_closeAfter = false;
 
+    bool m_answered = false;
+    bool m_watching = false; ///< whether the peer goes away before it is answered
     std::string m_outHead;
     std::string m_outBody;
     std::size_t m_outSent = 0;

@@ -44,6 +44,7 @@ std::string reprDigest(const std::string &sha256)
 
 void Connection::watchPeer()
 {
+    m_watching = true;
     m_socket.async_wait(
         Socket::wait_read, [self = shared_from_this(), exchange = m_exchange](ErrorCode error) {
             char byte;
@@ -55,8 +56,12 @@ void Connection::watchPeer()
 
 void Connection::answer(Reply reply)
 {
-    ErrorCode ignored;
-    m_socket.cancel(ignored); // the watch on the peer
+    m_answered = true;
+    if (m_watching) {
+        ErrorCode ignored;
+        m_socket.cancel(ignored);
+        m_watching = false;
+    }
     if (reply.fileBody())
         sendFile(reply);
     else
@@ -148,42 +153,51 @@ void Connection::sendFile(const Reply &reply)
 void Connection::send(std::string head)
 {
     m_outHead = std::move(head) + "\r\n";
-    m_outSent = std::min(m_outBody.size(), pieceSize);
-    const std::array<asio::const_buffer, 2> buffers { asio::buffer(m_outHead),
-        asio::buffer(m_outBody.data(), m_outSent) };
-    arm(pieceLimit);
-    asio::async_write(m_socket, buffers, [self = shared_from_this()](ErrorCode error, std::size_t) {
-        error ? self->close() : self->sendBodyPiece();
-    });
+    m_outSent = 0;
+    const auto piece = nextPiece();
+    if (!piece) {
+        close();
+        return;
+    }
+    sendPieces({ asio::buffer(m_outHead), *piece });
 }
 
 void Connection::sendBodyPiece()
 {
-    asio::const_buffer piece;
-    if (m_outLeft > 0) {
-        m_chunk.resize(pieceSize);
-        const auto wanted = static_cast<std::size_t>(
-            std::min<std::int64_t>(m_outLeft, static_cast<std::int64_t>(pieceSize)));
-        const ssize_t count = pread(m_outFile, m_chunk.data(), wanted, m_outOffset);
-        if (count <= 0) {
-            close(); // shorter than its row says: the client sees the missing bytes
-            return;
-        }
-        m_outOffset += count;
-        m_outLeft -= count;
-        piece = asio::buffer(m_chunk.data(), static_cast<std::size_t>(count));
-    } else if (m_outSent < m_outBody.size()) {
-        const std::size_t count = std::min(pieceSize, m_outBody.size() - m_outSent);
-        piece = asio::buffer(m_outBody.data() + m_outSent, count);
-        m_outSent += count;
-    } else {
+    const auto piece = nextPiece();
+    if (!piece)
+        close(); // shorter than its row says: the client sees the missing bytes
+    else if (piece->size() == 0)
         onSent();
-        return;
-    }
+    else
+        sendPieces({ *piece, {} });
+}
+
+void Connection::sendPieces(const std::array<asio::const_buffer, 2> &pieces)
+{
     arm(pieceLimit);
-    asio::async_write(m_socket, piece, [self = shared_from_this()](ErrorCode error, std::size_t) {
+    asio::async_write(m_socket, pieces, [self = shared_from_this()](ErrorCode error, std::size_t) {
         error ? self->close() : self->sendBodyPiece();
     });
+}
+
+/// Empty at the end; none when the file has no more.
+std::optional<asio::const_buffer> Connection::nextPiece()
+{
+    if (m_outLeft == 0) {
+        const std::size_t count = std::min(pieceSize, m_outBody.size() - m_outSent);
+        m_outSent += count;
+        return asio::buffer(m_outBody.data() + m_outSent - count, count);
+    }
+    const auto wanted = static_cast<std::size_t>(
+        std::min<std::int64_t>(m_outLeft, static_cast<std::int64_t>(pieceSize)));
+    m_chunk.resize(wanted);
+    const ssize_t count = pread(m_outFile, m_chunk.data(), wanted, m_outOffset);
+    if (count <= 0)
+        return std::nullopt;
+    m_outOffset += count;
+    m_outLeft -= count;
+    return asio::buffer(m_chunk.data(), static_cast<std::size_t>(count));
 }
 
 void Connection::onSent()

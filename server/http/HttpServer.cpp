@@ -6,7 +6,7 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
-#include <boost/asio/strand.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/write.hpp>
 
 #include <algorithm>
@@ -23,6 +23,20 @@ using Tcp = asio::ip::tcp;
 namespace {
 
 constexpr std::chrono::seconds longestStop { 20 };
+constexpr std::chrono::milliseconds acceptPause { 50 };
+
+int loopCount(const Config &config)
+{
+    const auto cores = static_cast<int>(std::thread::hardware_concurrency());
+    return config.threads > 0 ? config.threads : std::max(2, cores);
+}
+
+/// An event loop with the one thread that runs it. With several threads a loop would wake another
+/// for each step of a request.
+struct Loop {
+    asio::io_context io { 1 };
+    asio::executor_work_guard<asio::io_context::executor_type> kept { io.get_executor() };
+};
 
 std::string tooManyConnections(const char *status)
 {
@@ -39,14 +53,14 @@ class HttpServer::Impl {
 public:
     Impl(const Environment &environment, Dispatcher &dispatcher, ReadyCheck ready)
         : m_config(environment.config)
+        , m_loops(static_cast<std::size_t>(loopCount(environment.config)))
         , m_files(4)
         , m_digests(2)
         , m_context { environment, dispatcher, std::move(ready), m_files, m_digests, m_stopping }
-        , m_control(asio::make_strand(m_io))
-        , m_services(m_control)
-        , m_admin(m_control)
-        , m_signals(m_control)
-        , m_stopTimer(m_control)
+        , m_services(m_loops.front().io)
+        , m_admin(m_loops.front().io)
+        , m_signals(m_loops.front().io)
+        , m_stopTimer(m_loops.front().io)
     {
     }
 
@@ -93,12 +107,10 @@ public:
         });
         accept(m_services, Connection::Kind::Services);
         accept(m_admin, Connection::Kind::Admin);
-        const auto cores = static_cast<int>(std::thread::hardware_concurrency());
-        const int count = m_config.threads > 0 ? m_config.threads : std::max(2, cores);
         std::vector<std::thread> threads;
-        for (int i = 1; i < count; ++i)
-            threads.emplace_back([this] { m_io.run(); });
-        m_io.run();
+        for (std::size_t i = 1; i < m_loops.size(); ++i)
+            threads.emplace_back([this, i] { m_loops[i].io.run(); });
+        m_loops.front().io.run();
         for (std::thread &thread : threads)
             thread.join();
     }
@@ -109,20 +121,30 @@ public:
 private:
     void accept(Tcp::acceptor &acceptor, Connection::Kind kind)
     {
-        acceptor.async_accept(asio::make_strand(m_io),
+        m_nextLoop = (m_nextLoop + 1) % m_loops.size();
+        acceptor.async_accept(m_loops[m_nextLoop].io.get_executor(),
             [this, &acceptor, kind](boost::system::error_code error, Tcp::socket socket) {
                 if (!acceptor.is_open())
                     return;
-                if (!error) {
+                if (!error)
                     take(std::move(socket), kind);
-                } else if (error != asio::error::connection_aborted) {
-                    // Out of descriptors: accepting at once again would only burn the processor.
-                    logLine(LogLevel::Warning, "connection not accepted",
-                        { { "cause", error.message() } });
-                    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-                }
-                accept(acceptor, kind);
+                if (!error || error == asio::error::connection_aborted)
+                    accept(acceptor, kind);
+                else
+                    acceptLater(acceptor, kind, error);
             });
+    }
+
+    /// Out of descriptors: accepting at once again would only burn the processor.
+    void acceptLater(
+        Tcp::acceptor &acceptor, Connection::Kind kind, const boost::system::error_code &cause)
+    {
+        logLine(LogLevel::Warning, "connection not accepted", { { "cause", cause.message() } });
+        auto timer = std::make_shared<asio::steady_timer>(m_loops.front().io, acceptPause);
+        timer->async_wait([this, timer, &acceptor, kind](boost::system::error_code) {
+            if (acceptor.is_open())
+                accept(acceptor, kind);
+        });
     }
 
     void take(Tcp::socket socket, Connection::Kind kind)
@@ -208,7 +230,8 @@ private:
             gone = m_connections.empty();
         }
         if (gone || std::chrono::steady_clock::now() > m_stopEnd) {
-            m_io.stop();
+            for (Loop &loop : m_loops)
+                loop.io.stop();
             return;
         }
         m_stopTimer.expires_after(std::chrono::milliseconds(20));
@@ -224,12 +247,12 @@ private:
     std::atomic<std::uint64_t> m_lastId { 0 };
     std::chrono::steady_clock::time_point m_stopEnd;
 
-    asio::io_context m_io;
+    /// Accepting and stopping run on the first, connections on each in turn.
+    std::vector<Loop> m_loops;
+    std::size_t m_nextLoop = 0;
     asio::thread_pool m_files;
     asio::thread_pool m_digests;
     ConnectionContext m_context;
-    /// Accepting and stopping take turns.
-    asio::strand<asio::io_context::executor_type> m_control;
     Tcp::acceptor m_services;
     Tcp::acceptor m_admin;
     asio::signal_set m_signals;

@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::size_t requestPartLimit = 64 * 1024;
 constexpr std::size_t worthAThread = 64 * 1024;
+constexpr std::int64_t worthWriting = std::int64_t { 1 } << 20;
 
 [[noreturn]] void failOnDisk(int error)
 {
@@ -124,10 +125,21 @@ void UploadStream::writeAll(std::string_view bytes)
     }
     if (KVX_FAIL_POINT("upload/part written"))
         failOnDisk(ENOSPC);
+    if (m_size - m_onItsWay >= worthWriting)
+        startWriting();
+}
+
+/// Has the disk begin: there is less to wait for when the file is synced.
+void UploadStream::startWriting()
+{
+    static_cast<void>(sync_file_range(
+        m_file, m_onItsWay, m_size - m_onItsWay, SYNC_FILE_RANGE_WRITE)); // its failure is fsync's
+    m_onItsWay = m_size;
 }
 
 std::shared_ptr<const ReceivedFile> UploadStream::finish()
 {
+    startWriting();
     const int closed = close(m_file);
     m_file = -1;
     if (closed != 0)

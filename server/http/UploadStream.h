@@ -53,6 +53,7 @@ public:
 private:
     void write(std::string_view bytes);
     void writeAll(std::string_view bytes);
+    void startWriting();
 
     const Config &m_config;
     boost::asio::thread_pool &m_digests;
@@ -62,6 +63,7 @@ private:
     std::string m_path;
     int m_file = -1;
     std::int64_t m_size = 0;
+    std::int64_t m_onItsWay = 0; ///< so much the disk was told to write
 };
 
 } // namespace kvx::server

@@ -70,7 +70,7 @@ Reply hasUpload(Call &call)
 } // namespace
 
 const ServiceTable fileServices = {
-    { "upload", receiveUpload, NeedsUser | Writes, beforeUpload },
+    { "upload", receiveUpload, NeedsUser | Writes | Light, beforeUpload },
     { "download", download, NeedsUser | Light },
     { "hasupload", hasUpload, NeedsUser | Light },
 };

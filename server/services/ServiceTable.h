@@ -46,7 +46,8 @@ enum ServiceRule : unsigned {
     /// A writing one whose effect a power cut may take back, so that it waits for no disk: it ends
     /// by itself anyway, and who relied on it is refused later and begins again.
     WritesLazily = (1u << 24) | Writes,
-    /// Reads a few rows and does nothing that takes long: runs on the connection's own thread.
+    /// Reads a few rows and does nothing that takes long: runs on the thread that asks. Of a
+    /// writing one this holds up to what it does afterwards (Reply::after); only that writes.
     Light = 1u << 25,
 };
 
