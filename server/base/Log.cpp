@@ -23,7 +23,7 @@ log4cplus::Logger &logger()
     static log4cplus::Logger instance = [] {
         log4cplus::Logger made = log4cplus::Logger::getInstance("kvx-server");
         log4cplus::SharedAppenderPtr appender(new log4cplus::ConsoleAppender(true, true));
-        appender->setLayout(std::make_unique<log4cplus::PatternLayout>("%m%n"));
+        appender->setLayout(std::make_unique<log4cplus::PatternLayout>("%m"));
         made.setAdditivity(false);
         made.addAppender(appender);
         return made;
@@ -73,7 +73,7 @@ void openLog(const Config &config)
         if (static_cast<log4cplus::FileAppender &>(*appender).isClosed()
             || access(config.logFile.c_str(), W_OK) != 0)
             throw ConfigError("log.file: " + config.logFile + " cannot be written");
-        appender->setLayout(std::make_unique<log4cplus::PatternLayout>("%m%n"));
+        appender->setLayout(std::make_unique<log4cplus::PatternLayout>("%m"));
         log.removeAllAppenders();
         log.addAppender(appender);
     }
@@ -101,6 +101,7 @@ void logLine(LogLevel level, const std::string &event, const LogFields &fields)
         for (const auto &[name, value] : fields)
             line += std::string(" ") + name + '=' + plainValue(value);
     }
+    line += '\n'; // not left to the layout, which would write it by itself
     log.forcedLog(native(level), line, nullptr, 0, nullptr);
 }
 

@@ -12,10 +12,7 @@ namespace kvx::server {
 
 namespace {
 
-using RoleColumns
-    = std::tuple<std::int64_t, std::string, bool, bool, bool, bool, bool, bool, bool, bool, bool>;
-
-Role roleFrom(const RoleColumns &row)
+template <class Columns> Role roleFrom(const Columns &row)
 {
     Role role;
     role.id = std::get<0>(row);
@@ -74,15 +71,19 @@ std::vector<Role> loadRoles(Db &db)
 
 std::optional<Role> firstRoleOf(Db &db, std::int64_t userId)
 {
-    const auto row = db.row<std::int64_t, std::string, bool, bool, bool, bool, bool, bool, bool,
-        bool, bool>(
+    // Sorted here: this is asked with every request, and the database would set up a sorter.
+    const auto rows = db.rows<std::int64_t, std::string, bool, bool, bool, bool, bool, bool, bool,
+        bool, bool, std::int64_t>(
         "SELECT r.id, r.name, r.all_project_read_write, r.all_project_review, r.export_project, "
         "r.export_unit_rate, r.upload_report_setting, r.read_only_rate_library, "
-        "r.read_write_rate_library, r.read_write_bq_library, r.administrator "
-        "FROM role_user ru JOIN role r ON r.id = ru.role_id WHERE ru.user_id = :user "
-        "ORDER BY r.position, r.id LIMIT 1",
+        "r.read_write_rate_library, r.read_write_bq_library, r.administrator, r.position "
+        "FROM role_user ru JOIN role r ON r.id = ru.role_id WHERE ru.user_id = :user",
         { { "user", userId } });
-    return row ? std::optional(roleFrom(*row)) : std::nullopt;
+    const auto first = std::min_element(rows.begin(), rows.end(), [](const auto &a, const auto &b) {
+        return std::tie(std::get<11>(a), std::get<0>(a))
+            < std::tie(std::get<11>(b), std::get<0>(b));
+    });
+    return first != rows.end() ? std::optional(roleFrom(*first)) : std::nullopt;
 }
 
 std::optional<std::int64_t> findRole(Db &db, const std::string &name)
