@@ -153,15 +153,17 @@ int onConflict(void *context, int conflict, sqlite3_changeset_iter *change)
 } // namespace
 
 Status applyChangeset(Connection &connection, const Bytes &changeset, std::size_t records,
-    const FitRule &rule, Applied *applied)
+    const FitRule &rule, Applied *applied, Undo undo)
 {
     *applied = {};
     if (changeset.empty())
         return {};
     Application application { rule, *applied };
     const sqlite3_int64 before = sqlite3_total_changes64(connection.handle());
-    const int code = sqlite3changeset_apply(connection.handle(), static_cast<int>(changeset.size()),
-        const_cast<unsigned char *>(changeset.data()), nullptr, onConflict, &application);
+    const int code
+        = sqlite3changeset_apply_v2(connection.handle(), static_cast<int>(changeset.size()),
+            const_cast<unsigned char *>(changeset.data()), nullptr, onConflict, &application,
+            nullptr, nullptr, undo == Undo::ByCaller ? SQLITE_CHANGESETAPPLY_NOSAVEPOINT : 0);
     if (code != SQLITE_OK) {
         if (applied->misfit)
             return { Failure::Clash, applied->firstMisfit };

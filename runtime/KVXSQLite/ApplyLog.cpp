@@ -118,13 +118,13 @@ Status ApplyLog::applyOthers(const CommandFile &log, const QString &projectFile,
 
     int pending = 0;
     status = PendingEdits(m_connection).count(&pending);
-    if (!status.ok())
-        return status;
-    status = m_connection.exec("SAVEPOINT kvx_log", "applying a change log");
+    if (status.ok() && pending > 0)
+        status = m_connection.exec("SAVEPOINT kvx_log", "applying a change log");
     if (!status.ok())
         return status;
     Applied applied;
-    status = applyChangeset(m_connection, log.changeset(), validator.records(), {}, &applied);
+    status = applyChangeset(
+        m_connection, log.changeset(), validator.records(), {}, &applied, Undo::ByCaller);
     if (!status.ok() && !applied.misfit)
         return status;
     if (pending == 0) {

@@ -142,6 +142,12 @@ Status Connection::commit()
     return failed;
 }
 
+Status Connection::waitForDisk(bool wait)
+{
+    return exec(
+        wait ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL", "preparing the connection");
+}
+
 void Connection::rollback()
 {
     if (inTransaction())

@@ -39,6 +39,8 @@ public:
 
     Status begin();
     Status commit();
+    /// Whether commits wait until they are on the disk; checkpoints always do.
+    Status waitForDisk(bool wait);
     /// Rolls back when a transaction is open.
     void rollback();
     bool inTransaction() const;

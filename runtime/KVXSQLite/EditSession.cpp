@@ -62,7 +62,9 @@ Status EditSession::internal(const std::function<Status()> &function)
     if (m_mode != Mode::Reading)
         return { Failure::Refused, "an edit transaction is open" };
     m_mode = Mode::Internal;
-    Status status = begin();
+    Status status = m_connection.waitForDisk(false);
+    if (status.ok())
+        status = begin();
     if (status.ok()) {
         status = function();
         if (status.ok())
@@ -70,8 +72,9 @@ Status EditSession::internal(const std::function<Status()> &function)
         else
             m_connection.rollback();
     }
+    const Status waiting = m_connection.waitForDisk(true);
     m_mode = Mode::Reading;
-    return status;
+    return status.ok() ? waiting : status;
 }
 
 Status EditSession::edit(const std::function<bool(sqlite3 *)> &function, bool record)

@@ -24,7 +24,9 @@ public:
     /// One recorded transaction; see KVXProjectDatabase::edit. Without `record` the changes become
     /// part of the content as it is.
     Status edit(const std::function<bool(sqlite3 *)> &function, bool record);
-    /// A transaction of the library itself: committed when the function succeeds.
+    /// A transaction of the library itself: committed when the function succeeds. It does not wait
+    /// for the disk: either a checkpoint follows, or what a power cut takes back is found out by
+    /// the next synchronisation, which meets the own log.
     Status internal(const std::function<Status()> &function);
 
 private:

@@ -185,7 +185,7 @@ Status OpenProject::checkpoint()
         return { Failure::Busy,
             "a query of the host is still running on the project's connection" };
     const int code = sqlite3_wal_checkpoint_v2(
-        host.handle(), "main", SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+        host.handle(), "main", SQLITE_CHECKPOINT_FULL, nullptr, nullptr);
     return code == SQLITE_OK ? Status() : host.error("completing the project file");
 }
 
