@@ -3,7 +3,11 @@
 #include "Stand.h"
 
 #include <KVXCommon/KVXZipFile.h>
+#include <QDir>
+#include <QFile>
 #include <QtEndian>
+#include <fcntl.h>
+#include <unistd.h>
 #include <zlib.h>
 
 namespace kvx::bench {
@@ -34,6 +38,23 @@ QByteArray unpacked(const QByteArray &archive)
     inflateEnd(&stream);
     require(result == Z_STREAM_END, QStringLiteral("the archive cannot be unpacked"));
     return log;
+}
+
+/// Written, read and removed where downloads lie.
+QByteArray throughFile(const QByteArray &bytes)
+{
+    static const QByteArray folder = QFile::encodeName(QDir::tempPath());
+    QByteArray path = folder + "/bare-XXXXXX";
+    const int file = ::mkostemp(path.data(), O_CLOEXEC);
+    require(file >= 0, QString::fromUtf8(path));
+    QByteArray read(bytes.size(), Qt::Uninitialized);
+    const auto size = static_cast<std::size_t>(bytes.size());
+    const bool whole = ::write(file, bytes.constData(), size) == bytes.size()
+        && ::pread(file, read.data(), size, 0) == bytes.size();
+    ::close(file);
+    ::unlink(path.constData());
+    require(whole, QString::fromUtf8(path));
+    return read;
 }
 
 } // namespace
@@ -77,7 +98,7 @@ QByteArray BareDownloads::fetch(int log)
     curl_easy_setopt(m_curl, CURLOPT_WRITEFUNCTION, &appendTo);
     curl_easy_setopt(m_curl, CURLOPT_WRITEDATA, &body);
     require(curl_easy_perform(m_curl) == CURLE_OK, QString::fromLatin1(url));
-    return unpacked(body);
+    return throughFile(unpacked(throughFile(body)));
 }
 
 } // namespace kvx::bench

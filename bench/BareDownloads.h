@@ -10,7 +10,8 @@ namespace kvx::bench {
 class Stand;
 
 /// The least that fetching change logs can come to: one request for each over one connection of
-/// bare libcurl, from a server that parses nothing, unpacked in memory.
+/// bare libcurl, from a server that parses nothing. As the interfaces have it, the archive and what
+/// it holds are a file each, for a moment.
 class BareDownloads {
 public:
     /// Packs the logs.
