@@ -163,6 +163,9 @@ void Client::connectSignals()
     KVXCWProjectList *list = managers()->projectListManager();
     connect(list, &KVXCWProjectList::projectSaved, this, [this](const QString &guid) {
         report(QStringLiteral("projectSaved"), guid);
+        const auto open = m_open.find(guid);
+        if (open != m_open.end())
+            open->second->noteHistory();
         fetchLater(guid);
     });
     connect(list, &KVXCWProjectList::projectRemoved, this,
@@ -353,8 +356,8 @@ OpenProject *Client::use(const QString &nameOrGuid, OpenProject::Failure *failur
     const auto open = m_open.find(guid);
     if (open != m_open.end())
         return open->second.get();
-    std::unique_ptr<OpenProject> project
-        = OpenProject::open(info->name(), guid, folderOf(guid), m_options.clash, failure);
+    std::unique_ptr<OpenProject> project = OpenProject::open(
+        info->name(), guid, folderOf(guid), m_options.clash, m_network.histories(), failure);
     return project ? keep(std::move(project)) : nullptr;
 }
 
@@ -377,7 +380,7 @@ OpenProject *Client::create(const QString &name, TProjectsType type, const conte
         return nullptr;
     }
     std::unique_ptr<OpenProject> project
-        = OpenProject::createBase(name, guid, folderOf(guid), bill, failure);
+        = OpenProject::createBase(name, guid, folderOf(guid), bill, m_network.histories(), failure);
     if (!project) {
         // Without its base nobody could use it.
         list->closeProject(guid);

@@ -65,7 +65,10 @@ QString FailureMemory::serverVersion(const QString &host, int port)
 bool FailureMemory::post(const QString &url, const QJsonObject &request, QJsonObject &reply,
     void *receiver, ProgressFunction progress)
 {
-    const bool done = remember(m_network.post(url, request, reply, receiver, progress));
+    const QJsonObject sent = m_histories.amended(request); // its own: the reply may take its place
+    const bool done = remember(m_network.post(url, sent, reply, receiver, progress));
+    if (done)
+        m_histories.learn(sent, reply);
     // A success has no message.
     const QString message = reply.value(QLatin1String("message")).toString();
     if (!message.isEmpty())

@@ -1,18 +1,22 @@
 #pragma once
 
+#include "client/Histories.h"
+
 #include <KVXNetwork/KVXNetwork.h>
 #include <mutex>
 
 namespace kvx::host {
 
 /// The transport of this process with a memory of why things failed: managers answer with a bool or
-/// a number, and a later exchange (giving a lock back) succeeds. Any thread.
+/// a number, and a later exchange (giving a lock back) succeeds. Tells the histories of projects
+/// what passes. Any thread.
 class FailureMemory : public KVXNetwork {
 public:
     /// Takes the place of the transport until its end.
     FailureMemory();
     ~FailureMemory() override;
 
+    Histories &histories() { return m_histories; }
     void forget();
     /// Why the last exchange that failed since forget() did: the transport's words, or the server's
     /// where it refused. Empty when none failed.
@@ -43,6 +47,7 @@ private:
     void keep(const QString &reason);
 
     KVXNetwork &m_network;
+    Histories m_histories;
     mutable std::mutex m_mutex; // guards m_reason
     QString m_reason;
 };

@@ -34,9 +34,10 @@ KVXCollaborator *registry()
 
 } // namespace
 
-OpenProject::OpenProject(const QString &guid, const QString &folder)
+OpenProject::OpenProject(const QString &guid, const QString &folder, Histories &histories)
     : m_guid(guid)
     , m_folder(folder)
+    , m_histories(histories)
 {
 }
 
@@ -88,9 +89,9 @@ bool OpenProject::lockFolder(Failure *failure)
 }
 
 std::unique_ptr<OpenProject> OpenProject::createBase(const QString &name, const QString &guid,
-    const QString &folder, const content::Bill &bill, Failure *failure)
+    const QString &folder, const content::Bill &bill, Histories &histories, Failure *failure)
 {
-    std::unique_ptr<OpenProject> project(new OpenProject(guid, folder));
+    std::unique_ptr<OpenProject> project(new OpenProject(guid, folder, histories));
     if (!project->lockFolder(failure))
         return nullptr;
     QString error;
@@ -121,12 +122,18 @@ std::unique_ptr<OpenProject> OpenProject::createBase(const QString &name, const 
 }
 
 std::unique_ptr<OpenProject> OpenProject::open(const QString &name, const QString &guid,
-    const QString &folder, KVXProjectDatabase::ClashChoice clash, Failure *failure)
+    const QString &folder, KVXProjectDatabase::ClashChoice clash, Histories &histories,
+    Failure *failure)
 {
     *failure = {}; // an earlier one would be taken for one of this copy
-    std::unique_ptr<OpenProject> project(new OpenProject(guid, folder));
+    std::unique_ptr<OpenProject> project(new OpenProject(guid, folder, histories));
     if (!project->lockFolder(failure))
         return nullptr;
+    Histories::Point point;
+    const bool known
+        = KVXProjectDatabase::history(project->projectFile(), &point.version, &point.chain);
+    histories.know(guid, known ? std::optional(point) : std::nullopt);
+    project->m_noted = point.version;
     // First the server, then the file: it is then never older than what the synchroniser counts.
     const int status = registry()->projectListManager()->openProject(guid);
     if (status != 1) {
@@ -139,14 +146,16 @@ std::unique_ptr<OpenProject> OpenProject::open(const QString &name, const QStrin
         return nullptr;
     }
     project->attach();
-    if (project->synchronizer()->logVersion() >= project->m_database->logVersion())
+    if (project->synchronizer()->logVersion() >= project->m_database->logVersion()) {
+        project->noteHistory();
         return project;
+    }
     // The synchroniser was not told the version: nobody knows how old the copy is.
     const KVXCWProjectData::ErrorCode code = project->sync();
     const int server = project->synchronizer()->logVersion();
     const int local = project->m_database->logVersion();
     if (code == KVXCWProjectData::Success && server >= local)
-        return project;
+        return project; // sync noted it
     // Saved from here, a log that nobody else can apply would take the next version's place.
     *failure = code == KVXCWProjectData::Success
         ? Failure { 0,
@@ -253,6 +262,7 @@ bool OpenProject::fetch(const QString &name, Failure *failure)
     QString error;
     m_database = KVXProjectDatabase::open(projectFile(), m_guid,
         KVXProjectDatabase::Origin::Downloaded, content::projectSchema(), &error);
+    m_noted = -1;
     if (m_database)
         return true;
     QFile::remove(projectFile());
@@ -293,7 +303,9 @@ OpenProject::SaveResult OpenProject::save()
             result.text += reasonOf(result.code);
         return result;
     }
-    if (!m_database->published(result.version))
+    const bool noted = m_database->published(result.version);
+    noteHistory();
+    if (!noted)
         result.text = QStringLiteral("The save is published, but the local copy could not note it "
                                      "(%1); the next synchronisation does.")
                           .arg(m_database->errorText());
@@ -302,7 +314,23 @@ OpenProject::SaveResult OpenProject::save()
 
 KVXCWProjectData::ErrorCode OpenProject::sync()
 {
-    return m_database->settle() ? synchronizer()->syncLogs() : KVXCWProjectData::MergeLogsFailed;
+    if (!m_database->settle())
+        return KVXCWProjectData::MergeLogsFailed;
+    const KVXCWProjectData::ErrorCode code = synchronizer()->syncLogs();
+    noteHistory();
+    return code;
+}
+
+void OpenProject::noteHistory()
+{
+    const auto point = m_histories.latest(m_guid);
+    if (!point || point->version == m_noted || point->version != m_database->logVersion())
+        return;
+    // A copy that cannot note it keeps what it knew of an earlier version.
+    if (!m_database->noteHistory(point->version, point->chain))
+        return;
+    m_noted = point->version;
+    m_histories.know(m_guid, point);
 }
 
 QString OpenProject::reasonOf(KVXCWProjectData::ErrorCode code) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "KVXSQLite/KVXProjectDatabase.h"
+#include "client/Histories.h"
 #include "content/BillStore.h"
 
 #include <KVXCollaboration/KVXCWProjectData.h>
@@ -34,11 +35,12 @@ public:
     /// Creates the local file of a new project, fills it and uploads it as the base. The project
     /// must have been created on the server and opened there.
     static std::unique_ptr<OpenProject> createBase(const QString &name, const QString &guid,
-        const QString &folder, const content::Bill &bill, Failure *failure);
+        const QString &folder, const content::Bill &bill, Histories &histories, Failure *failure);
     /// Opens the project on the server, then brings the local copy to the server's version. A copy
     /// with unsaved edits that cannot be brought there stays as it is, and the project closed.
     static std::unique_ptr<OpenProject> open(const QString &name, const QString &guid,
-        const QString &folder, KVXProjectDatabase::ClashChoice clash, Failure *failure);
+        const QString &folder, KVXProjectDatabase::ClashChoice clash, Histories &histories,
+        Failure *failure);
     /// Closes the file. The project list must have closed the project before: its managers borrow
     /// the database.
     ~OpenProject();
@@ -53,6 +55,9 @@ public:
     int newId();
     SaveResult save();
     KVXCWProjectData::ErrorCode sync();
+    /// Keeps in the copy what the server said of its version, if it said so. After whatever raised
+    /// the version without save or sync: a colleague's save that the plug-in merged.
+    void noteHistory();
     /// Set by open when a damaged copy was put aside.
     const QString &notice() const { return m_notice; }
 
@@ -64,7 +69,7 @@ public:
     static bool putAside(const QString &folder, QString *where);
 
 private:
-    OpenProject(const QString &guid, const QString &folder);
+    OpenProject(const QString &guid, const QString &folder, Histories &histories);
     bool lockFolder(Failure *failure);
     bool openLocalCopy(KVXProjectDatabase::ClashChoice clash, Failure *failure);
     bool catchUp(int version, QString *reason);
@@ -74,7 +79,9 @@ private:
 
     QString m_guid;
     QString m_folder;
+    Histories &m_histories; ///< outlives this
     QString m_notice;
+    int m_noted = -1; ///< the version of which the copy keeps the history
     std::unique_ptr<QLockFile> m_lock;
     std::unique_ptr<KVXProjectDatabase> m_database;
 };

@@ -48,6 +48,7 @@ enum KVXErrorCode : int {
     KVXBadArchive = 605,
     KVXNoSuchFile = 606,
     KVXBaseExists = 607,
+    KVXOtherHistory = 608,
     KVXCheckedOutByOthers = 620,
     KVXNotYourItems = 621,
     KVXNumbersExhausted = 622,

@@ -88,6 +88,10 @@ static const char *sentence(KVXErrorCode code)
         return "The server has no such file.";
     case KVXBaseExists:
         return "The project has its first file already; save instead.";
+    case KVXOtherHistory:
+        return "Your copy holds saves that the server lost when it was put back to an earlier "
+               "state, and others have saved since. Nothing was changed; keep your copy and tell "
+               "your administrator.";
     case KVXCheckedOutByOthers:
         return "… of the items are checked out by others.";
     case KVXNotYourItems:

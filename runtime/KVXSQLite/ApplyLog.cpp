@@ -188,6 +188,9 @@ Status ApplyLog::adoptInTransaction()
         status = Rebase(m_connection, m_schema).undo(published.value_or(0), &unpublished);
     if (status.ok())
         status = PendingEdits(m_connection).removeAll();
+    // A copy of another project brings that one's.
+    if (status.ok())
+        status = book.forgetHistory();
     if (status.ok())
         status = book.raiseVersion(published ? version + 1 : version);
     return status;

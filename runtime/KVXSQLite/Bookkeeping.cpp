@@ -146,6 +146,32 @@ Status Bookkeeping::latestPublication(std::optional<std::int64_t> *lastSequence)
         : m_connection.error("reading the bookkeeping");
 }
 
+Status Bookkeeping::noteHistory(int version, const std::string &chain)
+{
+    const Status status = put("historyVersion", version);
+    if (!status.ok())
+        return status;
+    Statement &insert = m_connection.kept(replaceValue);
+    return insert.bind("history").bind(chain).run() ? Status()
+                                                    : m_connection.error("writing the bookkeeping");
+}
+
+Status Bookkeeping::history(int *version, std::string *chain)
+{
+    std::int64_t value = 0;
+    const Status status = number("historyVersion", &value);
+    if (!status.ok() || value < 0 || value > 999'999'999)
+        return missing("historyVersion");
+    *version = static_cast<int>(value);
+    return text("history", chain);
+}
+
+Status Bookkeeping::forgetHistory()
+{
+    return m_connection.exec("DELETE FROM kvx_meta WHERE key IN ('history', 'historyVersion')",
+        "writing the bookkeeping");
+}
+
 Status Bookkeeping::raiseVersion(int version)
 {
     Statement &forget

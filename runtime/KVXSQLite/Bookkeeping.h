@@ -42,6 +42,12 @@ public:
     /// The last edit of the publication noted last, if any.
     Status latestPublication(std::optional<std::int64_t> *lastSequence);
 
+    /// The server's digest over all versions up to this one.
+    Status noteHistory(int version, const std::string &chain);
+    /// Damaged when none was noted.
+    Status history(int *version, std::string *chain);
+    Status forgetHistory();
+
     /// The content has reached this version; all noted publications are decided by that.
     Status raiseVersion(int version);
 

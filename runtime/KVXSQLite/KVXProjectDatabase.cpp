@@ -1,5 +1,7 @@
 #include "KVXSQLite/KVXProjectDatabase.h"
 
+#include "KVXSQLite/Bookkeeping.h"
+#include "KVXSQLite/Connection.h"
 #include "KVXSQLite/ContentDigest.h"
 #include "KVXSQLite/OpenProject.h"
 #include "KVXSQLite/ProjectFile.h"
@@ -171,6 +173,23 @@ void KVXProjectDatabase::setClashChoice(ClashChoice choice)
 QString KVXProjectDatabase::conflictsFile() const
 {
     return m_project->conflictsFile;
+}
+
+bool KVXProjectDatabase::noteHistory(int version, const QString &chain)
+{
+    return m_project->note(m_project->noteHistory(version, chain.toStdString()));
+}
+
+bool KVXProjectDatabase::history(const QString &path, int *version, QString *chain)
+{
+    kvx::sqlite::Connection connection;
+    std::string text;
+    if (!QFile::exists(path)
+        || !connection.open(path.toStdString(), kvx::sqlite::Connection::Role::Host).ok()
+        || !kvx::sqlite::Bookkeeping(connection).history(version, &text).ok())
+        return false;
+    *chain = QString::fromStdString(text);
+    return true;
 }
 
 bool KVXProjectDatabase::checkpoint()

@@ -90,6 +90,12 @@ public:
     /// Makes up for a `published` that failed; true when there is nothing to make up for.
     bool settle();
 
+    /// Keeps the server's digest over all versions up to this one, the last of which must be
+    /// logVersion(). With it a later opening finds out that the server has gone another way since.
+    bool noteHistory(int version, const QString &chain);
+    /// What the copy at `path` kept, without opening it as a project. False when there is nothing.
+    static bool history(const QString &path, int *version, QString *chain);
+
     void setClashChoice(ClashChoice choice);
     /// The conflicts file written last by this object, or empty.
     QString conflictsFile() const;

@@ -174,6 +174,23 @@ Status OpenProject::notePublished(int version)
     });
 }
 
+Status OpenProject::noteHistory(int version, const std::string &chain)
+{
+    const Status status = usable();
+    if (!status.ok())
+        return status;
+    return edits.internal([&]() -> Status {
+        Bookkeeping book(host);
+        int current = -1;
+        const Status read = book.version(&current);
+        if (read.ok() && version != current)
+            return { Failure::Refused,
+                "the project stands at version " + std::to_string(current) + ", not "
+                    + std::to_string(version) };
+        return read.ok() ? book.noteHistory(version, chain) : read;
+    });
+}
+
 Status OpenProject::checkpoint()
 {
     const Status open = usable();

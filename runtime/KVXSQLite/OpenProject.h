@@ -21,6 +21,7 @@ struct OpenProject {
     Status prepareSave(const QString &commandFile, const QString &author);
     Status published(int version);
     Status settle();
+    Status noteHistory(int version, const std::string &chain);
     Status checkpoint();
     Status close();
 

@@ -26,9 +26,23 @@ Reply answer(LockAnswer lock)
     return Reply::ok().set("Lock", static_cast<int>(lock));
 }
 
+/// True when the versions that the caller's copy knows are not the server's: its data was put back
+/// to an earlier state, and others saved since.
+bool knowsOtherHistory(Call &call, std::int64_t projectId)
+{
+    const auto version = call.request().optionalInteger(
+        "KnownVersion", 0, std::numeric_limits<std::int32_t>::max());
+    if (!version)
+        return false;
+    const auto log = LogStore(call.db()).log(projectId, *version);
+    return log && log->chain != call.request().text("KnownChain", 200);
+}
+
 Reply getLogVersion(Call &call)
 {
     const auto project = ProjectStore(call.db()).find(call.project().id);
+    if (knowsOtherHistory(call, project->id))
+        return Reply::refused(StatusCode::OtherHistory);
     return Reply::ok()
         .set("LogVersion", project->logVersion)
         .set("Chain", project->chain)

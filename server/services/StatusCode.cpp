@@ -71,6 +71,10 @@ constexpr StatusText statusTexts[] = {
     { StatusCode::NoSuchFile, "NoSuchFile", "The server has no such file." },
     { StatusCode::BaseExists, "BaseExists",
         "The project has its first file already; save instead." },
+    { StatusCode::OtherHistory, "OtherHistory",
+        "Your copy holds saves that the server lost when it was put back to an earlier state, and "
+        "others have saved since. Nothing was changed; keep your copy and tell your "
+        "administrator." },
     { StatusCode::CheckedOutByOthers, "CheckedOutByOthers",
         "%1 of the items are checked out by others." },
     { StatusCode::NotYourItems, "NotYourItems",

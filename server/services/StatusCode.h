@@ -50,6 +50,7 @@ enum class StatusCode {
     BadArchive = 605,
     NoSuchFile = 606,
     BaseExists = 607,
+    OtherHistory = 608,
     CheckedOutByOthers = 620,
     NotYourItems = 621,
     NumbersExhausted = 622,

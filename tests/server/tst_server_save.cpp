@@ -96,6 +96,24 @@ TEST_F(Save, PublishesLogFileVersionAndRecordTogether)
     EXPECT_FALSE(content.HasMember("AdditionalInfo"));
 }
 
+TEST_F(Save, WhoKnowsOtherVersionsThanTheServerHasIsTold)
+{
+    const std::string first = save(anna, guid, -1, "first").text("Chain");
+    const std::string second = save(ben, guid, 0, "second").text("Chain");
+    ASSERT_NE(first, second);
+    const auto known = [&](std::int64_t version, const std::string &chain) {
+        return ben.ask(on("getlogversion").set("KnownVersion", version).set("KnownChain", chain));
+    };
+    EXPECT_EQ(known(1, second).integer("LogVersion"), 1);
+    EXPECT_EQ(known(0, first).integer("LogVersion"), 1) << "behind, and on the same way";
+    EXPECT_EQ(known(1, first).status(), 608);
+    EXPECT_EQ(known(0, second).status(), 608);
+    EXPECT_EQ(known(0, "").status(), 608);
+    EXPECT_EQ(known(7, "anything").integer("LogVersion"), 1) << "ahead: judged by its number";
+    EXPECT_EQ(ben.ask(on("getlogversion").set("KnownVersion", 1)).status(), 100) << "half of it";
+    EXPECT_EQ(known(-1, first).status(), 100);
+}
+
 TEST_F(Save, StagedBytesAreSeenByNobody)
 {
     ASSERT_EQ(save(anna, guid, -1, "first").status(), 1);

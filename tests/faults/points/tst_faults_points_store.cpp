@@ -166,6 +166,54 @@ TEST_P(OlderFolder, PutBackRefusesThoseWhoAreAheadAndLosesNoEdit)
     QDir(kept).removeRecursively();
 }
 
+// Anna's copy and the server stand at the same number, with other saves under it.
+TEST_P(OlderFolder, PutBackAndSavedUponIsNoticedThoughTheNumbersMatch)
+{
+    const Published old = published();
+    const QString kept = dataFolder() + QStringLiteral(".kept");
+    ASSERT_TRUE(ben().stop());
+    restartServer(true, [&] { ASSERT_TRUE(copy(dataFolder(), kept)); });
+    ASSERT_FALSE(HasFatalFailure());
+    ASSERT_TRUE(edit(0, 2, 22));
+    ASSERT_EQ(exitOf(save(0)), 0);
+    ASSERT_TRUE(edit(0, 3, 33));
+    const bool away = GetParam() == Return::WhileEverybodyIsAway;
+    if (away) {
+        ASSERT_TRUE(anna().stop());
+    }
+    restartServer(
+        GetParam() != Return::AfterACrash, [&] { ASSERT_TRUE(copy(kept, dataFolder())); });
+    ASSERT_FALSE(HasFatalFailure());
+    ASSERT_TRUE(restartBen()) << ben().error().toStdString();
+    ASSERT_TRUE(edit(1, 5, 55));
+    ASSERT_EQ(exitOf(save(1)), 0);
+    const Published bens = published();
+    ASSERT_EQ(bens.version, old.version + 1);
+    if (away) {
+        ASSERT_TRUE(startAnna());
+    }
+
+    for (const char *command : { "save ", "sync ", "save " }) {
+        const QJsonObject refused = ask(0, QLatin1String(command) + guid);
+        EXPECT_GT(exitOf(refused), 0) << command;
+        EXPECT_TRUE(errorOf(refused).contains(QLatin1String("others have saved since")))
+            << command << errorOf(refused).toStdString();
+    }
+    EXPECT_EQ(published().version, bens.version);
+    EXPECT_EQ(published().file.toStdString(), bens.file.toStdString());
+    const QJsonObject discarded = ask(0, QStringLiteral("discard ") + guid);
+    EXPECT_EQ(exitOf(discarded), 0) << errorOf(discarded).toStdString();
+    const QString aside = discarded.value(QLatin1String("kept")).toString();
+    EXPECT_EQ(ProjectContent::ofCopy(aside).version, bens.version);
+    EXPECT_EQ(ProjectContent::ofCopy(aside).pending, 1);
+    EXPECT_EQ(rate(0, 2).toStdString(), "2.50");
+    EXPECT_EQ(rate(0, 5).toStdString(), "55.00");
+    ASSERT_TRUE(edit(0, 3, 34));
+    EXPECT_EQ(exitOf(save(0)), 0) << "and goes on from there";
+    expectStoreInOrder();
+    QDir(kept).removeRecursively();
+}
+
 INSTANTIATE_TEST_SUITE_P(Put, OlderFolder,
     testing::Values(Return::AfterACrash, Return::InOrder, Return::WhileEverybodyIsAway),
     [](const auto &info) { return nameOf(info.param); });

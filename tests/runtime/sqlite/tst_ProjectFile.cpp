@@ -219,6 +219,30 @@ TEST_F(ProjectFile, ThatWasDownloadedDoesNotMeetAnOlderWriteAheadLog)
     EXPECT_EQ(fresh->contentDigest(), ann->contentDigest());
 }
 
+TEST_F(ProjectFile, KeepsTheHistoryOfItsVersionUntilItIsDownloaded)
+{
+    int version = -7;
+    QString chain;
+    EXPECT_FALSE(KVXProjectDatabase::history(file("nobody"), &version, &chain));
+    const Database ann = project("ann");
+    const Database ben = download(ann, "ben");
+    EXPECT_FALSE(KVXProjectDatabase::history(file("ben"), &version, &chain));
+    ASSERT_TRUE(sql(ann, "UPDATE items SET rate = 5"));
+    ASSERT_EQ(execute(ben, publish(ann)), 1);
+    EXPECT_FALSE(ben->noteHistory(1, QStringLiteral("later")));
+    EXPECT_TRUE(ben->noteHistory(0, QStringLiteral("first")));
+    ASSERT_TRUE(ben->checkpoint());
+    EXPECT_TRUE(KVXProjectDatabase::history(file("ben"), &version, &chain));
+    EXPECT_EQ(version, 0);
+    EXPECT_EQ(chain.toStdString(), "first");
+
+    const Database copy = download(ben, "carla");
+    EXPECT_FALSE(KVXProjectDatabase::history(file("carla"), &version, &chain))
+        << "it may be the file of a project that was copied";
+    writeFile(file("torn"), Bytes(5000, 'x'));
+    EXPECT_FALSE(KVXProjectDatabase::history(file("torn"), &version, &chain));
+}
+
 TEST_F(ProjectFile, WithADamagedPendingEditIsNotAdopted)
 {
     const Database ann = project("ann");
