@@ -242,7 +242,8 @@ TEST_F(Soak, NothingGrowsAndEverybodyEndsWithTheSameThoughSomeAreKilled)
         std::printf(" %d: %d", code, times);
     std::printf("\n");
     EXPECT_GT(kills, 0);
-    EXPECT_LE(failedStarts, kills / 4) << "who was killed can log in again";
+    // The broker may hold a killed process for connected a moment longer.
+    EXPECT_LE(failedStarts, 1 + kills / 4) << "who was killed can log in again";
     EXPECT_GT(ends[0], clients * 2);
     for (const auto &[code, times] : ends) {
         // -1: killed meanwhile; 5: the lock of somebody who was killed.
