@@ -79,18 +79,20 @@ BareDownloads::~BareDownloads()
     curl_easy_cleanup(m_curl);
 }
 
-QList<QByteArray> BareDownloads::fetch()
+QList<QByteArray> BareDownloads::synchronise(int first, int count)
 {
     QList<QByteArray> logs;
-    for (int i = 0; i < m_count; ++i)
-        logs.append(fetch(i));
+    ask("version");
+    for (int i = first; i < first + count; ++i)
+        logs.append(throughFile(unpacked(throughFile(ask("file/" + QByteArray::number(i))))));
+    ask("items");
+    ask("chapters");
     return logs;
 }
 
-QByteArray BareDownloads::fetch(int log)
+QByteArray BareDownloads::ask(const QByteArray &path)
 {
-    const QByteArray url
-        = QStringLiteral("http://%1/file/%2").arg(m_sink.address()).arg(log).toLatin1();
+    const QByteArray url = "http://" + m_sink.address().toLatin1() + '/' + path;
     QByteArray body;
     curl_easy_setopt(m_curl, CURLOPT_URL, url.constData());
     curl_easy_setopt(m_curl, CURLOPT_POSTFIELDS, "");
@@ -98,7 +100,7 @@ QByteArray BareDownloads::fetch(int log)
     curl_easy_setopt(m_curl, CURLOPT_WRITEFUNCTION, &appendTo);
     curl_easy_setopt(m_curl, CURLOPT_WRITEDATA, &body);
     require(curl_easy_perform(m_curl) == CURLE_OK, QString::fromLatin1(url));
-    return throughFile(unpacked(throughFile(body)));
+    return body;
 }
 
 } // namespace kvx::bench

@@ -20,11 +20,14 @@ public:
     BareDownloads(const BareDownloads &) = delete;
     BareDownloads &operator=(const BareDownloads &) = delete;
 
-    /// The content of the logs in their order.
-    QList<QByteArray> fetch();
-    QByteArray fetch(int log);
+    /// What a synchronisation asks: the version, then each log, then the check-outs of the two
+    /// modules. The content of the logs in their order.
+    QList<QByteArray> synchronise() { return synchronise(0, m_count); }
+    QList<QByteArray> synchronise(int first, int count);
 
 private:
+    QByteArray ask(const QByteArray &path);
+
     Sink m_sink;
     int m_count;
     CURL *m_curl;

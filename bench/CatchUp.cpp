@@ -94,7 +94,8 @@ void measureBehind(Stand &stand, Report &report, const ChangeLogs &logs, int fro
     for (int i = 0; i < stand.repeats(files.size() > 100 ? 5 : 9); ++i) {
         floor.push_back(applyBarely(freshCopy(stand, logs.copies[from]), changesets));
         fetched.push_back(milliseconds([&] {
-            require(downloads.fetch().size() == files.size(), QStringLiteral("logs are missing"));
+            require(
+                downloads.synchronise().size() == files.size(), QStringLiteral("logs are missing"));
         }));
         executed.push_back(
             executeLogs(*openBehind(freshCopy(stand, logs.copies[from]), logs.guid), files));

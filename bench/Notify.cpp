@@ -112,8 +112,8 @@ void invite(Stand &stand, const QString &guid, std::size_t count)
         QStringLiteral("the permissions were refused"));
 }
 
-/// What nobody could leave out: a message through a broker of the same kind, and at its receipt the
-/// log is fetched with bare libcurl and applied with one sync.
+/// What nobody could leave out: a message through a broker of the same kind, and at its receipt a
+/// synchronisation's requests with bare libcurl and the log applied with one sync.
 std::vector<double> followBarely(Stand &stand, const ChangeLogs &logs, std::size_t crowd)
 {
     const QStringList files = logs.files.mid(0, messagesOfRound);
@@ -130,7 +130,7 @@ std::vector<double> followBarely(Stand &stand, const ChangeLogs &logs, std::size
         copies.push_back(std::make_unique<BareCopy>(path));
         receivers.emplace_back(
             [&download = *downloads.back(), &copy = *copies.back(), &changesets](int message) {
-                download.fetch(message);
+                download.synchronise(message, 1);
                 copy.apply({ changesets.at(message) });
             });
     }
