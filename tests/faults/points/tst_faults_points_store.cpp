@@ -93,6 +93,30 @@ protected:
         return QDir(to).removeRecursively()
             && QProcess::execute(QStringLiteral("cp"), { QStringLiteral("-a"), from, to }) == 0;
     }
+
+    /// Keeps a copy of the folder, lets anna save once more and edit again, and puts it back.
+    void goAheadAndPutBack()
+    {
+        restartServer(true, [this] { ASSERT_TRUE(copy(dataFolder(), kept)); });
+        ASSERT_FALSE(HasFatalFailure());
+        ASSERT_TRUE(edit(0, 2, 22));
+        ASSERT_EQ(exitOf(save(0)), 0);
+        ASSERT_TRUE(edit(0, 3, 33));
+        if (away) {
+            ASSERT_TRUE(anna().stop());
+        }
+        restartServer(
+            GetParam() != Return::AfterACrash, [this] { ASSERT_TRUE(copy(kept, dataFolder())); });
+    }
+
+    void TearDown() override
+    {
+        QDir(kept).removeRecursively();
+        Ring::TearDown();
+    }
+
+    const QString kept = dataFolder() + QStringLiteral(".kept");
+    const bool away = GetParam() == Return::WhileEverybodyIsAway;
 };
 
 } // namespace
@@ -124,18 +148,7 @@ TEST_F(FirstStart, WhoseMigrationIsHeldUpComesUp)
 TEST_P(OlderFolder, PutBackRefusesThoseWhoAreAheadAndLosesNoEdit)
 {
     const Published old = published();
-    const QString kept = dataFolder() + QStringLiteral(".kept");
-    restartServer(true, [&] { ASSERT_TRUE(copy(dataFolder(), kept)); });
-    ASSERT_FALSE(HasFatalFailure());
-    ASSERT_TRUE(edit(0, 2, 22));
-    ASSERT_EQ(exitOf(save(0)), 0);
-    ASSERT_TRUE(edit(0, 3, 33));
-    const bool away = GetParam() == Return::WhileEverybodyIsAway;
-    if (away) {
-        ASSERT_TRUE(anna().stop());
-    }
-    restartServer(
-        GetParam() != Return::AfterACrash, [&] { ASSERT_TRUE(copy(kept, dataFolder())); });
+    goAheadAndPutBack();
     ASSERT_FALSE(HasFatalFailure());
     if (away) {
         ASSERT_TRUE(startAnna());
@@ -163,26 +176,14 @@ TEST_P(OlderFolder, PutBackRefusesThoseWhoAreAheadAndLosesNoEdit)
     EXPECT_EQ(pending(0), 0);
     EXPECT_EQ(rate(0, 2).toStdString(), "2.50");
     expectStoreInOrder();
-    QDir(kept).removeRecursively();
 }
 
 // Anna's copy and the server stand at the same number, with other saves under it.
 TEST_P(OlderFolder, PutBackAndSavedUponIsNoticedThoughTheNumbersMatch)
 {
     const Published old = published();
-    const QString kept = dataFolder() + QStringLiteral(".kept");
     ASSERT_TRUE(ben().stop());
-    restartServer(true, [&] { ASSERT_TRUE(copy(dataFolder(), kept)); });
-    ASSERT_FALSE(HasFatalFailure());
-    ASSERT_TRUE(edit(0, 2, 22));
-    ASSERT_EQ(exitOf(save(0)), 0);
-    ASSERT_TRUE(edit(0, 3, 33));
-    const bool away = GetParam() == Return::WhileEverybodyIsAway;
-    if (away) {
-        ASSERT_TRUE(anna().stop());
-    }
-    restartServer(
-        GetParam() != Return::AfterACrash, [&] { ASSERT_TRUE(copy(kept, dataFolder())); });
+    goAheadAndPutBack();
     ASSERT_FALSE(HasFatalFailure());
     ASSERT_TRUE(restartBen()) << ben().error().toStdString();
     ASSERT_TRUE(edit(1, 5, 55));
@@ -211,7 +212,6 @@ TEST_P(OlderFolder, PutBackAndSavedUponIsNoticedThoughTheNumbersMatch)
     ASSERT_TRUE(edit(0, 3, 34));
     EXPECT_EQ(exitOf(save(0)), 0) << "and goes on from there";
     expectStoreInOrder();
-    QDir(kept).removeRecursively();
 }
 
 INSTANTIATE_TEST_SUITE_P(Put, OlderFolder,
