@@ -29,6 +29,12 @@ void Histories::know(const QString &guid, const std::optional<Point> &point)
         m_known.remove(guid.toLower());
 }
 
+std::optional<Histories::Point> Histories::known(const QString &guid) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return found(m_known, guid);
+}
+
 std::optional<Histories::Point> Histories::latest(const QString &guid) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -39,8 +45,7 @@ QJsonObject Histories::amended(const QJsonObject &request) const
 {
     if (request.value(ServiceKey) != QLatin1String("getlogversion"))
         return request;
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    const auto point = found(m_known, request.value(GuidKey).toString());
+    const auto point = known(request.value(GuidKey).toString());
     if (!point)
         return request;
     QJsonObject amended = request;

@@ -21,6 +21,7 @@ public:
 
     /// What the local copy of a project knows; none for a copy that knows nothing.
     void know(const QString &guid, const std::optional<Point> &point);
+    std::optional<Point> known(const QString &guid) const;
     /// The last that the server said of a project.
     std::optional<Point> latest(const QString &guid) const;
 

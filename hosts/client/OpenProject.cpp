@@ -133,7 +133,6 @@ std::unique_ptr<OpenProject> OpenProject::open(const QString &name, const QStrin
     const bool known
         = KVXProjectDatabase::history(project->projectFile(), &point.version, &point.chain);
     histories.know(guid, known ? std::optional(point) : std::nullopt);
-    project->m_noted = point.version;
     // First the server, then the file: it is then never older than what the synchroniser counts.
     const int status = registry()->projectListManager()->openProject(guid);
     if (status != 1) {
@@ -262,7 +261,7 @@ bool OpenProject::fetch(const QString &name, Failure *failure)
     QString error;
     m_database = KVXProjectDatabase::open(projectFile(), m_guid,
         KVXProjectDatabase::Origin::Downloaded, content::projectSchema(), &error);
-    m_noted = -1;
+    m_histories.know(m_guid, std::nullopt);
     if (m_database)
         return true;
     QFile::remove(projectFile());
@@ -324,13 +323,13 @@ KVXCWProjectData::ErrorCode OpenProject::sync()
 void OpenProject::noteHistory()
 {
     const auto point = m_histories.latest(m_guid);
-    if (!point || point->version == m_noted || point->version != m_database->logVersion())
+    const auto known = m_histories.known(m_guid);
+    if (!point || (known && known->version == point->version)
+        || point->version != m_database->logVersion())
         return;
     // A copy that cannot note it keeps what it knew of an earlier version.
-    if (!m_database->noteHistory(point->version, point->chain))
-        return;
-    m_noted = point->version;
-    m_histories.know(m_guid, point);
+    if (m_database->noteHistory(point->version, point->chain))
+        m_histories.know(m_guid, point);
 }
 
 QString OpenProject::reasonOf(KVXCWProjectData::ErrorCode code) const

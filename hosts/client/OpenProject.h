@@ -81,7 +81,6 @@ private:
     QString m_folder;
     Histories &m_histories; ///< outlives this
     QString m_notice;
-    int m_noted = -1; ///< the version of which the copy keeps the history
     std::unique_ptr<QLockFile> m_lock;
     std::unique_ptr<KVXProjectDatabase> m_database;
 };
