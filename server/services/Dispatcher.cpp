@@ -10,8 +10,6 @@
 
 #include <FailPoint.h>
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <sodium.h>
 
 namespace kvx::server {
@@ -42,20 +40,10 @@ namespace {
 
 constexpr std::size_t mebibyte = std::size_t { 1 } << 20;
 
-/// Unlike any other, also of other runs; asking the system for chance each time costs more than
-/// the rest of a small request's way here.
 std::string newRequestId()
 {
-    static const auto key = [] {
-        std::array<unsigned char, crypto_shorthash_KEYBYTES> bytes;
-        crypto_shorthash_keygen(bytes.data());
-        return bytes;
-    }();
-    static std::atomic<std::uint64_t> count { 0 };
-    const std::uint64_t number = ++count;
-    unsigned char bytes[crypto_shorthash_BYTES];
-    crypto_shorthash(
-        bytes, reinterpret_cast<const unsigned char *>(&number), sizeof number, key.data());
+    unsigned char bytes[8];
+    randombytes_buf(bytes, sizeof bytes);
     return hex(bytes, sizeof bytes);
 }
 
