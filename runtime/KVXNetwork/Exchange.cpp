@@ -21,7 +21,7 @@ const long SlowestTransfer = 1024; // bytes a second
 // The server keeps an idle connection for 60 s; one unused this long is not trusted any more.
 const long OldestConnection = 15; // s
 const long JustUsed = 1; // s; libcurl counts whole ones
-const qint64 SmallUpload = 1024 * 1024; // a refusal before such a body saves nothing
+const qint64 SmallUpload = 1024 * 1024; // asking before such a body costs more than it saves
 const long ContinueWait = 1000; // ms
 const int LoginRequired = 401;
 const int ProxyLoginRequired = 407;

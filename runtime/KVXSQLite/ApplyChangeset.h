@@ -30,7 +30,7 @@ enum class Undo { Itself, ByCaller };
 /// Applies a checked changeset inside the open transaction of the connection. A change whose
 /// result is already there is skipped, column by column; any other misfit goes to `rule`, or ends
 /// it all. On success every one of the `records` changes was made or skipped, and the transaction
-/// is open. On failure nothing of the changeset is left unless the caller undoes it, and SQLite may
+/// is open. On failure nothing of the changeset is left, but with Undo::ByCaller, and SQLite may
 /// have rolled back the transaction.
 Status applyChangeset(Connection &connection, const Bytes &changeset, std::size_t records,
     const FitRule &rule, Applied *applied, Undo undo = Undo::Itself);

@@ -26,7 +26,7 @@ public:
     Status edit(const std::function<bool(sqlite3 *)> &function, bool record);
     /// A transaction of the library itself: committed when the function succeeds. It does not wait
     /// for the disk: either a checkpoint follows, or what a power cut takes back is found out by
-    /// the next synchronisation, which meets the own log.
+    /// the next synchronisation, which meets the own log, or was known of an earlier version too.
     Status internal(const std::function<Status()> &function);
 
 private:
