@@ -111,6 +111,12 @@ private:
     soci::statement m_statement;
 };
 
+void Db::prepareEngine()
+{
+    sqlite_api::sqlite3_config(SQLITE_CONFIG_MULTITHREAD);
+    sqlite_api::sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+}
+
 Db::Db(const std::string &file, Mode mode)
 {
     if (file.find('"') != std::string::npos)

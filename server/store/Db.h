@@ -137,6 +137,10 @@ template <class T> struct ColumnOf<std::optional<T>> {
 /// ones.
 class Db {
 public:
+    /// To be called once, before the first connection of the process: as no two threads share a
+    /// connection, the engine needs no locks of its own, nor the common count of its memory.
+    static void prepareEngine();
+
     /// Opens (and for `create` makes) the SQLite file. Throws DbError.
     enum class Mode { Existing, Create };
     explicit Db(const std::string &file, Mode mode = Mode::Existing);
