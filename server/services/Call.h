@@ -106,6 +106,8 @@ public:
 
     /// The time for which Reply::held asked is over, or the server stops: answer now.
     bool patienceOver() const { return m_patienceOver; }
+    /// This run holds up the thread that asks; see Reply::heavy.
+    bool isLight() const { return m_light; }
     /// When this request first ran.
     Time firstAsked() const { return m_firstAsked; }
 
@@ -135,6 +137,7 @@ private:
     bool m_sessionsChanged = false;
     bool m_keepChanges = false;
     bool m_patienceOver = false;
+    bool m_light = false;
 };
 
 } // namespace kvx::server

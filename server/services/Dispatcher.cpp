@@ -21,10 +21,12 @@ struct Dispatcher::Run {
     Completion done;
     Reply::Continuation continuation;
     bool lazily = false; ///< the continuation
+    bool heavy = false; ///< the handler said so
 
     bool isLight() const
     {
-        return step == Step::BeforeUpload || (hasRule(exchange->rules, Light) && !continuation);
+        return step == Step::BeforeUpload
+            || (hasRule(exchange->rules, Light) && !continuation && !heavy);
     }
     bool writes() const { return !isLight() && hasRule(exchange->rules, Writes); }
     Transaction::Kind kind() const
@@ -262,6 +264,7 @@ void Dispatcher::execute(Db &db, const std::shared_ptr<Run> &run)
     call.m_connectionId = exchange.connectionId;
     call.m_firstAsked = exchange.firstAsked;
     call.m_patienceOver = exchange.patienceOver;
+    call.m_light = run->isLight();
 
     Reply reply = Reply::refused(StatusCode::Failed);
     try {
@@ -357,6 +360,11 @@ WorkPool &Dispatcher::poolOf(const Reply &reply) const
 void Dispatcher::settle(const std::shared_ptr<Run> &run, Reply reply)
 {
     const ExchangePtr &exchange = run->exchange;
+    if (reply.isHeavy()) {
+        run->heavy = true;
+        start(run);
+        return;
+    }
     if (reply.work()) {
         run->lazily = reply.isLazy();
         const bool accepted = poolOf(reply).submit([this, run, work = reply.work()] {

@@ -21,6 +21,8 @@ using Ids = std::vector<std::int64_t>;
 
 constexpr std::size_t mostShown = 10'000;
 constexpr std::int64_t mostFreed = 50'000;
+/// So many are listed in a fraction of a millisecond.
+constexpr std::int64_t mostAtOnce = 200;
 
 std::int64_t moduleOf(const Request &request)
 {
@@ -110,6 +112,8 @@ Reply picture(Call &call, std::int64_t module, bool notify)
     // Behind a proxy a connection is not one client's alone.
     const bool direct = call.config().trustedProxies.empty();
     const auto told = direct ? call.memory().itemsTold.upTo(listener) : std::nullopt;
+    if (call.isLight() && !(told && store.isPictureSmall(place, *told, mostAtOnce)))
+        return Reply::heavy();
     const Time freedAfter = call.now() - call.config().freedDays * 24 * 3'600'000;
     const auto items
         = told ? store.picture(place, *told) : store.picture(place, freedAfter, mostFreed);
@@ -170,7 +174,7 @@ ServiceRule rulesOfCheckOut(const Request &request)
     if (!ids || !ids->IsString() || ids->GetStringLength() > 0)
         return ProjectWriter | Unlocked | Writes;
     const Json *notify = request.find("NotifyOther");
-    return notify && notify->IsTrue() ? Writes | InMaintenance : Anonymous;
+    return notify && notify->IsTrue() ? Writes | InMaintenance : Light;
 }
 
 Reply checkIn(Call &call)

@@ -20,6 +20,13 @@ Reply Reply::held(std::string key, std::int64_t patience, std::uint64_t place,
     return reply;
 }
 
+Reply Reply::heavy()
+{
+    Reply reply = ok();
+    reply.m_heavy = true;
+    return reply;
+}
+
 Reply &Reply::setLazy()
 {
     m_lazy = true;

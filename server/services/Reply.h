@@ -49,6 +49,11 @@ public:
     static Reply held(std::string key, std::int64_t patience, std::uint64_t place = 0,
         std::optional<std::int64_t> recheck = {});
 
+    /// More than a light service may do on the thread that asks: the handler is called again, from
+    /// the beginning, on a thread that may take its time.
+    static Reply heavy();
+    bool isHeavy() const { return m_heavy; }
+
     /// Work that takes long and needs no database (a password hash, looking into an archive). It
     /// runs on a pool of its own; what it returns is then called as the handler, in a new
     /// transaction.
@@ -131,6 +136,7 @@ private:
     int m_httpStatus = 0;
     bool m_repeatSentence = false;
     bool m_lazy = false;
+    bool m_heavy = false;
     Continuation m_otherwise;
     std::string m_body;
 };

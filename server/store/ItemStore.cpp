@@ -140,6 +140,20 @@ std::vector<ItemStore::Item> ItemStore::picture(Place place, std::int64_t sequen
     return found;
 }
 
+bool ItemStore::isPictureSmall(Place place, std::int64_t sequence, std::int64_t most)
+{
+    const auto held
+        = m_db.value<I>("SELECT COUNT(*) FROM (SELECT item_id FROM item WHERE project_id = :project"
+                        " AND module = :module AND state = 1 LIMIT :limit) AS held",
+            { { "project", place.projectId }, { "module", place.module }, { "limit", most + 1 } });
+    const auto freed = m_db.value<I>(
+        "SELECT COUNT(*) FROM (SELECT item_id FROM item WHERE project_id = :project"
+        " AND module = :module AND seq > :sequence AND state = 0 LIMIT :limit) AS freed",
+        { { "project", place.projectId }, { "module", place.module }, { "sequence", sequence },
+            { "limit", most + 1 } });
+    return held.value_or(0) <= most && freed.value_or(0) <= most;
+}
+
 std::vector<ItemStore::Item> ItemStore::picture(Place place, Time since, std::int64_t maximum)
 {
     std::vector<Item> found;

@@ -32,6 +32,8 @@ public:
     std::vector<Item> of(Place place, const std::vector<std::int64_t> &ids);
     /// Every item checked out, and every one freed after `sequence`.
     std::vector<Item> picture(Place place, std::int64_t sequence);
+    /// Whether that is at most `most` of each kind.
+    bool isPictureSmall(Place place, std::int64_t sequence, std::int64_t most);
     /// Every item checked out, and the newest `maximum` of those freed since `since`.
     std::vector<Item> picture(Place place, Time since, std::int64_t maximum);
     /// The number of the last change of any item of any project, 0 before any.
