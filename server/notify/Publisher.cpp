@@ -97,7 +97,7 @@ template <class Result> Result Publisher::inPool(bool write, std::function<Resul
     if (write)
         m_pool.write(job);
     else
-        m_pool.read(job);
+        m_pool.readHere(job);
     return future.get();
 }
 
