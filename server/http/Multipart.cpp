@@ -19,13 +19,9 @@ MultipartReader::MultipartReader(std::string_view boundary, std::size_t requestL
 void MultipartReader::feed(std::string_view bytes)
 {
     m_data = {};
-    drop();
-    m_pending.append(bytes);
-}
-
-void MultipartReader::drop()
-{
-    m_pending.erase(0, m_used);
+    m_earlier.assign(m_pending, m_used, std::string::npos);
+    m_earlier.append(bytes);
+    m_earlier.swap(m_pending);
     m_used = 0;
 }
 

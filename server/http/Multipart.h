@@ -15,7 +15,7 @@ public:
 };
 
 /// Reads the two parts of an upload as their bytes arrive: "jsonPart", then "dataPart". Holds at
-/// most what was fed last and the request part.
+/// most what was fed the last two times and the request part.
 class MultipartReader {
 public:
     enum class Event {
@@ -33,7 +33,7 @@ public:
     Event next();
 
     const std::string &request() const { return m_request; }
-    /// Good until the next call of any member.
+    /// Good until more is fed for the second time: a digest may still run when more arrives.
     std::string_view data() const { return m_data; }
 
 private:
@@ -43,13 +43,13 @@ private:
     bool readHead(const char *name);
     /// The bytes up to the next boundary, or as many as surely stand before it.
     std::string_view takeBody(bool &complete);
-    void drop();
 
     const std::string m_first; ///< "--boundary"
     const std::string m_delimiter; ///< "\r\n--boundary"
     const std::size_t m_requestLimit;
     State m_state = State::Start;
     std::string m_pending;
+    std::string m_earlier; ///< what was pending before
     std::size_t m_used = 0; ///< bytes at the front of m_pending that are done with
     std::string m_request;
     std::string_view m_data;

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <future>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -32,7 +31,7 @@ constexpr std::int64_t worthWriting = std::int64_t { 1 } << 20;
 UploadStream::UploadStream(
     const Config &config, std::string_view boundary, boost::asio::thread_pool &digests)
     : m_config(config)
-    , m_digests(digests)
+    , m_digestThreads(digests)
     , m_reader(boundary, requestPartLimit)
     , m_sha256(Digest::Kind::Sha256)
     , m_md5(Digest::Kind::Md5)
@@ -41,6 +40,8 @@ UploadStream::UploadStream(
 
 UploadStream::~UploadStream()
 {
+    if (m_digestsRunning.valid())
+        m_digestsRunning.wait(); // the bytes are read until then
     if (m_file >= 0)
         close(m_file);
     if (!m_path.empty())
@@ -92,25 +93,30 @@ void UploadStream::write(std::string_view bytes)
     if (m_size > m_config.uploadLimit)
         throw UploadError(
             StatusCode::TooLarge, 413, std::to_string(m_config.uploadLimit) + " bytes");
-    // MD5 alone takes as long as the rest together.
-    std::future<void> other;
-    if (bytes.size() >= worthAThread) {
-        std::packaged_task<void()> task([this, bytes] { m_md5.add(bytes); });
-        other = task.get_future();
-        boost::asio::post(m_digests, std::move(task));
-    } else {
+    addToDigests(bytes);
+    writeAll(bytes);
+}
+
+void UploadStream::addToDigests(std::string_view bytes)
+{
+    waitForDigests();
+    const auto add = [this, bytes] {
         m_md5.add(bytes);
-    }
-    try {
         m_sha256.add(bytes);
-        writeAll(bytes);
-    } catch (...) {
-        if (other.valid())
-            other.wait(); // the bytes are read until then
-        throw;
+    };
+    if (bytes.size() < worthAThread) {
+        add();
+        return;
     }
-    if (other.valid())
-        other.get();
+    std::packaged_task<void()> task(add);
+    m_digestsRunning = task.get_future();
+    boost::asio::post(m_digestThreads, std::move(task));
+}
+
+void UploadStream::waitForDigests()
+{
+    if (m_digestsRunning.valid())
+        m_digestsRunning.get();
 }
 
 void UploadStream::writeAll(std::string_view bytes)
@@ -140,6 +146,7 @@ void UploadStream::startWriting()
 std::shared_ptr<const ReceivedFile> UploadStream::finish()
 {
     startWriting();
+    waitForDigests();
     const int closed = close(m_file);
     m_file = -1;
     if (closed != 0)

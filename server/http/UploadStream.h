@@ -6,6 +6,7 @@
 
 #include <boost/asio/thread_pool.hpp>
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -32,7 +33,7 @@ public:
 /// memory. Used by one thread at a time; its calls block on the disk. All throw UploadError.
 class UploadStream {
 public:
-    /// One of the digests is taken by these threads, while the caller's takes the other and writes.
+    /// The digests are taken by these threads, while the caller's writes and fetches more.
     UploadStream(
         const Config &config, std::string_view boundary, boost::asio::thread_pool &digests);
     ~UploadStream(); ///< removes what was not finished
@@ -52,14 +53,17 @@ public:
 
 private:
     void write(std::string_view bytes);
+    void addToDigests(std::string_view bytes);
+    void waitForDigests();
     void writeAll(std::string_view bytes);
     void startWriting();
 
     const Config &m_config;
-    boost::asio::thread_pool &m_digests;
+    boost::asio::thread_pool &m_digestThreads;
     MultipartReader m_reader;
     Digest m_sha256;
     Digest m_md5;
+    std::future<void> m_digestsRunning;
     std::string m_path;
     int m_file = -1;
     std::int64_t m_size = 0;

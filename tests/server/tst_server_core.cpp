@@ -227,6 +227,27 @@ TEST(ServerMultipart, IsReadTheSameHoweverItsBytesArrive)
     }
 }
 
+TEST(ServerMultipart, APieceStaysWhileTheNextIsFed)
+{
+    const std::string data(1000, 'd');
+    const std::string bytes = formOf("{}", data);
+    MultipartReader reader("b", 1000);
+    std::string_view earlier;
+    std::string whole;
+    for (std::size_t at = 0; at < bytes.size(); at += 100) {
+        reader.feed(std::string_view(bytes).substr(at, 100));
+        whole += earlier; // read only now, as a digest beside the reading does
+        earlier = {};
+        for (auto event = reader.next();
+             event != MultipartReader::Event::NeedMore && event != MultipartReader::Event::End;
+             event = reader.next()) {
+            if (event == MultipartReader::Event::Data)
+                earlier = reader.data();
+        }
+    }
+    EXPECT_EQ(whole + std::string(earlier), data);
+}
+
 TEST(ServerMultipart, AnEmptyFileIsAFile)
 {
     const Form form = readForm(formOf("{}", ""), 7);
