@@ -420,10 +420,8 @@ void Connection::useChunk(std::size_t size)
 void Connection::onJsonComplete()
 {
     const auto dispatch = [self = shared_from_this()] {
-        self->m_context.dispatcher.dispatch(self->m_exchange, [self](Reply reply) {
-            asio::dispatch(self->m_socket.get_executor(),
-                [self, reply = std::move(reply)]() mutable { self->answer(std::move(reply)); });
-        });
+        self->m_context.dispatcher.dispatch(
+            self->m_exchange, [self](Reply reply) { self->answerSoon(std::move(reply)); });
     };
     m_answered = false;
     if (m_exchange->body.size() > worthAThread)

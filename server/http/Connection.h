@@ -83,6 +83,7 @@ private:
 
     // ConnectionReply.cpp: sending
     void watchPeer();
+    void answerSoon(Reply reply); ///< from any thread
     void answer(Reply reply);
     void refuse(
         StatusCode code, int httpStatus, const std::string &argument, bool closeAfter = true);

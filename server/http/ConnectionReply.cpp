@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/http/status.hpp>
@@ -51,6 +52,14 @@ void Connection::watchPeer()
             if (!error
                 && recv(self->m_socket.native_handle(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0)
                 exchange->abandoned = true;
+        });
+}
+
+void Connection::answerSoon(Reply reply)
+{
+    asio::dispatch(
+        m_socket.get_executor(), [self = shared_from_this(), reply = std::move(reply)]() mutable {
+            self->answer(std::move(reply));
         });
 }
 

@@ -77,16 +77,12 @@ void Connection::judgeUpload()
 void Connection::finishUpload()
 {
     m_exchange->file = m_upload->finish();
-    const auto executor = m_socket.get_executor();
-    asio::post(executor, [self = shared_from_this()] {
+    asio::post(m_socket.get_executor(), [self = shared_from_this()] {
         self->m_upload.reset();
         self->watchPeer();
     });
-    m_context.dispatcher.finishUpload(
-        m_exchange, [self = shared_from_this(), executor](Reply reply) {
-            asio::post(executor,
-                [self, reply = std::move(reply)]() mutable { self->answer(std::move(reply)); });
-        });
+    m_context.dispatcher.finishUpload(m_exchange,
+        [self = shared_from_this()](Reply reply) { self->answerSoon(std::move(reply)); });
 }
 
 void Connection::refuseUpload(StatusCode code, int httpStatus, const std::string &argument)
