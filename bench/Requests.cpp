@@ -12,7 +12,8 @@ namespace kvx::bench {
 namespace {
 
 constexpr int connections = 16;
-constexpr int requestsOfRound = 8'000; // within what the server lets a session send at once
+constexpr int rounds = 21;
+constexpr int requestsOfRound = 1'900; // with the rounds: what a session may send at once
 
 using Wires = std::vector<std::unique_ptr<Wire>>;
 
@@ -63,7 +64,7 @@ void compare(Stand &stand, Report &report, const QString &line, const QString &b
     }
     std::vector<double> floor;
     std::vector<double> ours;
-    for (int i = 0; i < stand.repeats(5); ++i) {
+    for (int i = 0; i < stand.repeats(rounds); ++i) {
         floor.push_back(timeOfOne(bare, body) * 1000);
         ours.push_back(timeOfOne(real, body) * 1000);
     }

@@ -24,6 +24,18 @@ long lengthOf(const std::string &head)
     return at == std::string::npos ? 0 : std::atol(head.c_str() + at + 15);
 }
 
+int createIn(const QByteArray &folder)
+{
+    std::string path = folder.toStdString() + "/stored-XXXXXX";
+    return mkostemp(path.data(), O_CLOEXEC);
+}
+
+bool syncAndClose(int file)
+{
+    const bool synced = fsync(file) == 0;
+    return close(file) == 0 && synced;
+}
+
 } // namespace
 
 QByteArray Sink::fileReply(int number) const
@@ -77,16 +89,15 @@ void Sink::accept()
             return;
         const int on = 1;
         setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        const int number = static_cast<int>(m_connections.size());
         m_connections.push_back(connection);
-        m_threads.emplace_back([this, connection, number] { serve(connection, number); });
+        m_threads.emplace_back([this, connection] { serve(connection); });
     }
 }
 
-void Sink::serve(int connection, int number)
+void Sink::serve(int connection)
 {
     std::vector<char> part(std::size_t { 256 } << 10);
-    const QByteArray path = QFile::encodeName(m_folder + QStringLiteral("/sink-%1").arg(number));
+    const QByteArray folder = QFile::encodeName(m_folder);
     std::string head;
     for (;;) {
         const ssize_t count = recv(connection, part.data(), part.size(), 0);
@@ -97,8 +108,7 @@ void Sink::serve(int connection, int number)
         if (end == std::string::npos)
             continue;
         const bool store = head.compare(0, 11, "POST /store") == 0;
-        const int file
-            = store ? open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600) : -1;
+        const int file = store ? createIn(folder) : -1;
         long left = lengthOf(head);
         const auto take = [&](const char *data, long size) {
             left -= size;
@@ -110,7 +120,7 @@ void Sink::serve(int connection, int number)
             well = more > 0 && take(part.data(), more);
         }
         if (store)
-            well = fsync(file) == 0 && close(file) == 0 && well;
+            well = syncAndClose(file) && syncAndClose(open(folder.constData(), O_RDONLY)) && well;
         const QByteArray reply = head.compare(0, 11, "POST /file/") == 0
             ? fileReply(std::atoi(head.c_str() + 11))
             : QByteArray::fromRawData(answer, sizeof answer - 1);

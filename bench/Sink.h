@@ -9,8 +9,9 @@
 namespace kvx::bench {
 
 /// The least that a server can do with a request, as a floor for the real one: a thread a
-/// connection, no parsing beyond the head. What is posted to "/store" is written to a file and
-/// synced, anything else thrown away; the answer is one small JSON object, or an offered file.
+/// connection, no parsing beyond the head. What is posted to "/store" is written to a new
+/// file, which is synced with its name; anything else is thrown away. The answer is one small JSON
+/// object, or an offered file.
 class Sink {
 public:
     /// Listens on a free port of this machine. Throws std::runtime_error.
@@ -26,7 +27,7 @@ public:
 
 private:
     void accept();
-    void serve(int connection, int number);
+    void serve(int connection);
     QByteArray fileReply(int number) const;
 
     QString m_folder;
