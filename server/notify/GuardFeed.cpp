@@ -1,7 +1,6 @@
 #include "notify/GuardFeed.h"
 #include "base/Config.h"
 #include "base/Log.h"
-#include "notify/BrokerLink.h"
 #include "store/Db.h"
 #include "store/DbPool.h"
 #include "store/SessionStore.h"
@@ -26,6 +25,7 @@ GuardFeed::GuardFeed(const Config &config, const Clock &clock, DbPool &pool)
     : m_config(config)
     , m_clock(clock)
     , m_pool(pool)
+    , m_link(config, BrokerLink::Topic::Guard, m_mutex, m_changed)
     , m_thread([this] { run(); })
 {
 }
@@ -66,19 +66,19 @@ void GuardFeed::run()
         m_woken = false;
         lock.unlock();
         try {
-            if (!m_link)
+            if (!m_link.isThere())
                 connect();
-            if (m_link->isGuarded())
+            if (m_link.isGuarded())
                 tell();
         } catch (const std::exception &error) {
             drop(error.what());
         }
         lock.lock();
-        const auto pause = m_link ? std::chrono::milliseconds(tellInterval) : m_backoff;
+        const auto pause = m_link.isThere() ? std::chrono::milliseconds(tellInterval) : m_backoff;
         m_changed.wait_for(lock, pause,
-            [this] { return m_stopping || m_broken || (m_woken && m_link != nullptr); });
-        if (m_broken) {
-            const std::string cause = m_cause;
+            [this] { return m_stopping || m_link.isBroken() || (m_woken && m_link.isThere()); });
+        if (m_link.isBroken()) {
+            const std::string cause = m_link.cause();
             lock.unlock();
             drop(cause);
             lock.lock();
@@ -86,7 +86,7 @@ void GuardFeed::run()
     }
     lock.unlock();
     m_state = State::Away;
-    m_link.reset();
+    m_link.drop();
     lock.lock();
     m_ended = true;
     m_changed.notify_all();
@@ -94,25 +94,9 @@ void GuardFeed::run()
 
 void GuardFeed::connect()
 {
-    std::uint64_t age = 0;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        age = ++m_linkAge;
-        m_broken = false;
-    }
-    m_link = std::make_unique<BrokerLink>(
-        m_config, BrokerLink::Topic::Guard, [this, age](const std::string &cause) {
-            {
-                const std::lock_guard<std::mutex> lock(m_mutex);
-                if (age != m_linkAge)
-                    return;
-                m_broken = true;
-                m_cause = cause;
-            }
-            m_changed.notify_all();
-        });
+    m_link.connect();
     m_backoff = {};
-    if (m_link->isGuarded())
+    if (m_link.isGuarded())
         return;
     m_state = State::None;
     if (m_lastWord != "none" && m_config.brokerGuard != "off")
@@ -127,21 +111,16 @@ void GuardFeed::tell()
     const std::string text = sessions();
     std::unique_lock<std::mutex> lock(m_mutex);
     m_received = false;
-    const std::uint64_t age = m_linkAge;
     lock.unlock();
-    m_link->send(text, {}, [this, age](bool delivered, const std::string &cause) {
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            if (age != m_linkAge)
-                return;
-            (delivered ? m_received : m_broken) = true;
-            m_cause = cause;
-        }
-        m_changed.notify_all();
+    m_link.send(text, {}, [this](bool delivered, const std::string &cause) {
+        if (delivered)
+            m_received = true;
+        else
+            m_link.setBroken(cause);
     });
     lock.lock();
     const bool answered = m_changed.wait_for(
-        lock, receiptLimit, [this] { return m_received || m_broken || m_stopping; });
+        lock, receiptLimit, [this] { return m_received || m_link.isBroken() || m_stopping; });
     if (!answered)
         throw BrokerError("the broker's guard does not answer");
     if (!m_received)
@@ -155,16 +134,13 @@ void GuardFeed::tell()
 
 void GuardFeed::drop(const std::string &cause)
 {
-    m_link.reset();
+    m_link.drop();
     const bool wasTold = m_state.exchange(State::Away) == State::Ok;
     m_backoff = m_backoff.count() == 0 ? firstRetry : std::min(m_backoff * 2, longestRetry);
     if (wasTold)
         logLine(
             LogLevel::Warning, "guard away", { { "url", m_config.brokerUrl }, { "cause", cause } });
     m_lastWord = "away";
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_broken = false;
-    ++m_linkAge;
 }
 
 std::string GuardFeed::sessions()

@@ -1,19 +1,17 @@
 #pragma once
 
 #include "base/Clock.h"
+#include "notify/CurrentLink.h"
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 
 namespace kvx::server {
 
-class BrokerLink;
 class DbPool;
 struct Config;
 
@@ -52,20 +50,17 @@ private:
     std::atomic<State> m_state { State::Away };
 
     // The feed's thread's own.
-    std::unique_ptr<BrokerLink> m_link;
     std::chrono::milliseconds m_backoff { 0 };
     std::string m_lastWord; ///< what was logged last
 
     std::mutex m_mutex; ///< guards what follows
     std::condition_variable m_changed;
-    std::uint64_t m_linkAge = 0; ///< what earlier links report no longer counts
     bool m_woken = false;
     bool m_received = false;
-    bool m_broken = false;
-    std::string m_cause;
     bool m_stopping = false;
     bool m_ended = false;
 
+    CurrentLink m_link;
     std::thread m_thread;
 };
 

@@ -1,7 +1,6 @@
 #include "notify/Publisher.h"
 #include "base/Config.h"
 #include "base/Log.h"
-#include "notify/BrokerLink.h"
 #include "notify/Message.h"
 #include "store/AudienceStore.h"
 #include "store/Db.h"
@@ -43,6 +42,7 @@ Publisher::Publisher(const Config &config, const Clock &clock, DbPool &pool, Pro
     , m_clock(clock)
     , m_pool(pool)
     , m_record(std::move(record))
+    , m_link(config, BrokerLink::Topic::Notifications, m_mutex, m_changed)
     , m_thread([this] { run(); })
 {
 }
@@ -117,18 +117,20 @@ void Publisher::run()
             if (!isLeft())
                 break;
             bool more = false;
-            if (m_link || connect())
+            if (m_link.isThere() || connect())
                 more = pass();
             std::unique_lock<std::mutex> lock(m_mutex);
-            const auto pause = m_link || m_backoff.count() == 0 ? pollInterval : m_backoff;
+            const auto pause
+                = m_link.isThere() || m_backoff.count() == 0 ? pollInterval : m_backoff;
             if (!more) {
                 m_changed.wait_for(lock, pause, [this] {
-                    return (m_woken && m_link) || m_broken || !m_delivered.empty() || m_stopping;
+                    return (m_woken && m_link.isThere()) || m_link.isBroken()
+                        || !m_delivered.empty() || m_stopping;
                 });
             }
             m_woken = false;
-            const bool broken = m_broken;
-            const std::string cause = m_cause;
+            const bool broken = m_link.isBroken();
+            const std::string cause = m_link.cause();
             lock.unlock();
             if (broken)
                 disconnect(cause);
@@ -141,7 +143,7 @@ void Publisher::run()
         }
     }
     m_connected = false;
-    m_link.reset();
+    m_link.drop();
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_ended = true;
@@ -156,7 +158,7 @@ bool Publisher::isLeft()
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (!m_stopping)
             return true;
-        if (!m_link || std::chrono::steady_clock::now() >= m_stopEnd)
+        if (!m_link.isThere() || std::chrono::steady_clock::now() >= m_stopEnd)
             return false; // the rows wait for the next start
         if (!m_inFlight.empty())
             return true;
@@ -166,30 +168,13 @@ bool Publisher::isLeft()
 
 bool Publisher::connect()
 {
-    std::uint64_t age = 0;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        age = ++m_linkAge;
-        m_broken = false;
-        m_inFlight.clear();
-    }
     try {
-        m_link = std::make_unique<BrokerLink>(
-            m_config, BrokerLink::Topic::Notifications, [this, age](const std::string &cause) {
-                {
-                    const std::lock_guard<std::mutex> lock(m_mutex);
-                    if (age != m_linkAge)
-                        return;
-                    m_broken = true;
-                    m_cause = cause;
-                }
-                m_changed.notify_all();
-            });
+        m_link.connect();
     } catch (const BrokerError &error) {
         disconnect(error.what());
         return false;
     }
-    if (!m_link->isGuarded() && needsGuard(m_config)) {
+    if (!m_link.isGuarded() && needsGuard(m_config)) {
         if (!m_heldBack.exchange(true))
             logLine(LogLevel::Error,
                 "nothing is published: the broker can be reached from other machines and has no "
@@ -211,7 +196,7 @@ bool Publisher::connect()
 void Publisher::disconnect(const std::string &cause)
 {
     m_connected = false;
-    m_link.reset();
+    m_link.drop();
     m_perhapsSent = std::max(m_perhapsSent, m_lastGiven);
     m_backoff = m_backoff.count() == 0 ? firstBackoff : std::min(m_backoff * 2, longestBackoff);
     if (cause != m_lastCause)
@@ -219,9 +204,7 @@ void Publisher::disconnect(const std::string &cause)
             { { "url", m_config.brokerUrl }, { "cause", cause } });
     m_lastCause = cause;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_broken = false;
     m_inFlight.clear();
-    ++m_linkAge;
 }
 
 /// Gives rows to the broker; true when there may be more.
@@ -287,7 +270,7 @@ Publisher::Prepared Publisher::prepare(Db &db, AudienceStore &audience, OutboxRo
         json = array ? '[' + *record + ']' : *record;
     }
     prepared.pieces = splitContent(json, messageLimit);
-    if (given.projectId && m_link->isGuarded())
+    if (given.projectId && m_link.isGuarded())
         prepared.to = audience.of(*given.projectId, given.alsoTo);
     return prepared;
 }
@@ -299,29 +282,20 @@ void Publisher::send(const Prepared &prepared)
     if (fresh)
         m_nextNumber += static_cast<std::int64_t>(prepared.pieces.size());
     std::int64_t number = place->second;
-    std::uint64_t age = 0;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_inFlight.insert(id);
-        age = m_linkAge;
     }
-    const auto waiting = std::make_shared<std::atomic<std::size_t>>(prepared.pieces.size());
+    const auto waiting = std::make_shared<std::size_t>(prepared.pieces.size());
     for (const std::string &piece : prepared.pieces) {
         const std::string text = messageText(prepared.row, { prepared.command, piece }, number++);
-        m_link->send(text, prepared.to, [this, id, age, waiting](bool delivered, const auto &why) {
-            {
-                const std::lock_guard<std::mutex> lock(m_mutex);
-                if (age != m_linkAge)
-                    return;
-                if (!delivered) {
-                    m_broken = true;
-                    m_cause = "a message was refused: " + why;
-                } else if (--*waiting == 0) {
-                    m_inFlight.erase(id);
-                    m_delivered.push_back(id);
-                }
+        m_link.send(text, prepared.to, [this, id, waiting](bool delivered, const auto &why) {
+            if (!delivered) {
+                m_link.setBroken("a message was refused: " + why);
+            } else if (--*waiting == 0) {
+                m_inFlight.erase(id);
+                m_delivered.push_back(id);
             }
-            m_changed.notify_all();
         });
     }
 }

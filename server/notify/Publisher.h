@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Clock.h"
+#include "notify/CurrentLink.h"
 #include "store/OutboxStore.h"
 
 #include <atomic>
@@ -19,7 +20,6 @@
 namespace kvx::server {
 
 class AudienceStore;
-class BrokerLink;
 class Db;
 class DbPool;
 struct Config;
@@ -72,7 +72,6 @@ private:
     const ProjectRecord m_record;
 
     // The publisher thread's own.
-    std::unique_ptr<BrokerLink> m_link;
     std::int64_t m_lastGiven = 0; ///< rows up to this one were given to the present link
     std::int64_t m_perhapsSent = 0; ///< rows up to this one may have been sent before
     std::int64_t m_nextNumber = 1;
@@ -84,9 +83,6 @@ private:
     std::condition_variable m_changed;
     std::vector<std::int64_t> m_delivered; ///< rows to be marked
     std::set<std::int64_t> m_inFlight;
-    std::uint64_t m_linkAge = 0; ///< receipts of earlier links no longer count
-    bool m_broken = false;
-    std::string m_cause;
     bool m_woken = false;
     bool m_stopping = false;
     bool m_ended = false;
@@ -94,6 +90,7 @@ private:
 
     std::atomic<bool> m_connected { false };
     std::atomic<bool> m_heldBack { false };
+    CurrentLink m_link;
     std::thread m_thread;
 };
 
