@@ -122,9 +122,23 @@ Reply busy(Call &call)
     return Reply::refused(StatusCode::Busy).setHttpStatus(503);
 }
 
+std::string loginKey(const std::string &address)
+{
+    return "login " + address;
+}
+
+/// Others from that address are being looked at and could use up its tries: a whole company that
+/// logs in at one moment is served one after the other.
+Reply waitForOthers(Call &call)
+{
+    return call.patienceOver() ? busy(call)
+                               : Reply::held(loginKey(call.address()), call.config().lockHold);
+}
+
 Reply judgeLogin(Call &call, const LoginRequest &login, const LoginTry &counted, bool right,
     const std::string &rehashed)
 {
+    call.wakeHeld(loginKey(call.address()));
     const auto user = findUser(call.db(), login.email);
     if (!right || !user) {
         judgeWrong(call.db(), counted.row);
@@ -149,7 +163,7 @@ Reply login(Call &call)
     if (!counted)
         return wrongPassword(call, login, 0);
     if (counted->mustWait)
-        return busy(call);
+        return waitForOthers(call);
     const auto user = findUser(call.db(), login.email);
     const std::string hash = user ? user->password : dummyHash();
     return Reply::after(
@@ -162,6 +176,7 @@ Reply login(Call &call)
         Reply::Pool::Hashes)
         .setOtherwise([row = counted->row](Call &later) {
             takeBackTry(later.db(), row);
+            later.wakeHeld(loginKey(later.address()));
             return busy(later);
         });
 }
