@@ -146,7 +146,7 @@ void Connection::waitForRequest()
         return;
     }
     m_buffer.shrink_to_fit();
-    m_chunk = {};
+    std::vector<char>().swap(m_chunk); // "= {}" would keep its memory
     arm(std::chrono::milliseconds(m_context.environment.config.keepAlive));
     m_socket.async_wait(Socket::wait_read, [self = shared_from_this()](ErrorCode error) {
         if (error)

@@ -87,7 +87,7 @@ private:
     void answer(Reply reply);
     void refuse(
         StatusCode code, int httpStatus, const std::string &argument, bool closeAfter = true);
-    void sendReply(const Reply &reply);
+    void sendReply(Reply &reply);
     void sendFile(const Reply &reply);
     void sendPlain(int status, std::string text);
     std::string head(int status, std::int64_t length, const char *contentType) const;

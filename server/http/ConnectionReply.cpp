@@ -106,9 +106,9 @@ std::string Connection::head(int status, std::int64_t length, const char *conten
     return text;
 }
 
-void Connection::sendReply(const Reply &reply)
+void Connection::sendReply(Reply &reply)
 {
-    m_outBody = reply.body();
+    m_outBody = reply.takeBody();
     std::string text
         = head(reply.httpStatus(), static_cast<std::int64_t>(m_outBody.size()), "application/json");
     if (const std::string *token = reply.cookie()) {
@@ -212,7 +212,7 @@ std::optional<asio::const_buffer> Connection::nextPiece()
 void Connection::onSent()
 {
     disarm();
-    m_outBody = {};
+    std::string().swap(m_outBody); // idle connections keep no memory
     if (m_outFile >= 0) {
         ::close(m_outFile);
         m_outFile = -1;

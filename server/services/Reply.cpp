@@ -80,7 +80,14 @@ std::string Reply::json(const std::string &requestId) const
             result += ",\"\":" + sentence;
         result += ",\"requestId\":" + jsonText(requestId);
     }
-    return result + m_members + '}';
+    result.reserve(result.size() + m_members.size() + 1);
+    return result.append(m_members).append(1, '}');
+}
+
+void Reply::render(const std::string &requestId)
+{
+    m_body = json(requestId);
+    std::string().swap(m_members); // a list of projects is large
 }
 
 } // namespace kvx::server

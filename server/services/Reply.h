@@ -112,8 +112,9 @@ public:
     std::string json(const std::string &requestId) const;
 
     /// The JSON text as it goes out, kept by the dispatcher when the reply is final.
-    void render(const std::string &requestId) { m_body = json(requestId); }
+    void render(const std::string &requestId);
     const std::string &body() const { return m_body; }
+    std::string takeBody() { return std::move(m_body); }
 
 private:
     Reply(StatusCode status, std::vector<std::string> arguments)
