@@ -85,11 +85,11 @@ int listProjects(AdminSession &session, const CommandArguments &arguments)
     Listing listing(
         { { "guid", "GUID" }, { "name", "Name" }, { "kind", "Kind" }, { "creator", "Creator" },
             { "version", "Version" }, { "editor", "Last editor" }, { "modified", "Modified" } });
-    for (const auto &shown : ProjectStore(session.db()).allShown()) {
+    ProjectStore(session.db()).eachShown([&listing](const ProjectStore::Shown &shown) {
         const Project &project = shown.project;
         listing.add({ project.guid, project.name, project.kind, shown.creatorEmail,
             project.logVersion, shown.editorEmail, Cell::time(project.modified) });
-    }
+    });
     return session.done("projects", listing);
 }
 

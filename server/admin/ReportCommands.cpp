@@ -35,9 +35,10 @@ int reportStorage(AdminSession &session, const CommandArguments &arguments)
     Listing listing({ { "what", "What" }, { "name", "Name" }, { "guid", "GUID" },
         { "logs", "Logs" }, { "logBytes", "In logs" }, { "fileBytes", "Project files" },
         { "files", "Files" }, { "otherBytes", "In files" }, { "bytes", "Total" } });
-    for (const auto &shown : ProjectStore(db).allShown())
+    ProjectStore(db).eachShown([&](const ProjectStore::Shown &shown) {
         addProject(
             listing, db, "project", shown.project.id, shown.project.guid, shown.project.name);
+    });
     for (const auto &removed : ProjectStore(db).removed()) {
         if (!removed.purged)
             addProject(listing, db, "removed", removed.id, removed.guid, removed.name);

@@ -46,7 +46,7 @@ void fillCache(Call &call)
 {
     const auto permissions = PermissionStore(call.db()).all();
     std::vector<StoredLevels> users;
-    for (const auto &shown : ProjectStore(call.db()).allShown()) {
+    ProjectStore(call.db()).eachShown([&](const ProjectStore::Shown &shown) {
         const std::int64_t id = shown.project.id;
         users.clear();
         auto row = std::lower_bound(permissions.begin(), permissions.end(), id,
@@ -57,7 +57,7 @@ void fillCache(Call &call)
             users.push_back(row->stored);
         call.memory().records.keep(
             id, std::make_shared<const RenderedRecord>(renderRecord(shown, users)));
-    }
+    });
 }
 
 Reply projectList(Call &call)

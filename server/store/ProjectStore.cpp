@@ -57,7 +57,7 @@ std::optional<Project> ProjectStore::find(std::int64_t id)
 
 namespace {
 
-template <class Act> void eachShown(Db &db, const char *sql, DbParams params, Act act)
+template <class Act> void forEachShown(Db &db, const char *sql, DbParams params, Act act)
 {
     db.each<I, T, T, T, I, I, I, I, T, I, I, T, I, T, T, T, T, T>(sql, params,
         [&act](I id, T guid, T name, T kind, I creator, I created, I modified, I version, T amount,
@@ -92,7 +92,7 @@ template <class Act> void eachShown(Db &db, const char *sql, DbParams params, Ac
 std::optional<ProjectStore::Shown> ProjectStore::shown(std::int64_t id)
 {
     std::optional<Shown> found;
-    eachShown(m_db,
+    forEachShown(m_db,
         "SELECT p.id, p.guid, p.name, p.kind, p.creator_id, p.created, p.modified, p.log_version,"
         " p.amount, p.state, p.bid_status, p.addendum_of, p.revision, c.name, c.email, e.name, "
         "e.email,"
@@ -103,18 +103,16 @@ std::optional<ProjectStore::Shown> ProjectStore::shown(std::int64_t id)
     return found;
 }
 
-std::vector<ProjectStore::Shown> ProjectStore::allShown()
+void ProjectStore::eachShown(const std::function<void(const Shown &)> &act)
 {
-    std::vector<Shown> found;
-    eachShown(m_db,
+    forEachShown(m_db,
         "SELECT p.id, p.guid, p.name, p.kind, p.creator_id, p.created, p.modified, p.log_version,"
         " p.amount, p.state, p.bid_status, p.addendum_of, p.revision, c.name, c.email, e.name, "
         "e.email,"
         " p.info FROM project p JOIN users c ON c.id = p.creator_id JOIN users e ON e.id = "
         "p.editor_id"
         " WHERE p.removed_at IS NULL ORDER BY p.id",
-        {}, [&found](Shown shown) { found.push_back(std::move(shown)); });
-    return found;
+        {}, act);
 }
 
 std::vector<std::int64_t> ProjectStore::named(std::string_view name, bool removed)

@@ -3,6 +3,7 @@
 #include "base/Clock.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -66,7 +67,7 @@ public:
     };
     std::optional<Shown> shown(std::int64_t id);
     /// The same for all living projects, in order of creation.
-    std::vector<Shown> allShown();
+    void eachShown(const std::function<void(const Shown &)> &act);
     /// By name without regard to case, living or removed projects.
     std::vector<std::int64_t> named(std::string_view name, bool removed);
     /// By name without regard to case, living projects only.
