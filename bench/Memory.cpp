@@ -8,9 +8,9 @@ namespace kvx::bench {
 namespace {
 
 /// In MB.
-double statusFigure(const char *name)
+double statusFigure(const QString &folder, const char *name)
 {
-    QFile file(QStringLiteral("/proc/self/status"));
+    QFile file(folder + QLatin1String("/status"));
     if (!file.open(QIODevice::ReadOnly))
         return 0;
     const QByteArray text = file.readAll();
@@ -22,17 +22,34 @@ double statusFigure(const char *name)
 } // namespace
 
 MemoryPeak::MemoryPeak()
+    : m_folder(QStringLiteral("/proc/self"))
 {
     malloc_trim(0); // what was freed before would hide what is needed now
-    QFile file(QStringLiteral("/proc/self/clear_refs"));
+    begin();
+}
+
+MemoryPeak::MemoryPeak(qint64 process)
+    : m_folder(QStringLiteral("/proc/%1").arg(process))
+{
+    begin();
+}
+
+void MemoryPeak::begin()
+{
+    QFile file(m_folder + QLatin1String("/clear_refs"));
     if (file.open(QIODevice::WriteOnly))
         file.write("5"); // the peak begins anew
-    m_before = statusFigure("VmRSS");
+    m_before = statusFigure(m_folder, "VmRSS");
 }
 
 double MemoryPeak::growth() const
 {
-    return statusFigure("VmHWM") - m_before;
+    return most() - m_before;
+}
+
+double MemoryPeak::most() const
+{
+    return statusFigure(m_folder, "VmHWM");
 }
 
 } // namespace kvx::bench

@@ -1,16 +1,25 @@
 #pragma once
 
+#include <QString>
+
 namespace kvx::bench {
 
-/// How much more memory this process needed at its worst moment than when the object was made.
+/// How much memory a process needs at its worst moment from when the object was made.
 class MemoryPeak {
 public:
-    MemoryPeak();
-    /// In MB.
+    MemoryPeak(); ///< of this process
+    explicit MemoryPeak(qint64 process);
+
+    /// Since the object was made, in MB.
     double growth() const;
+    /// In all, in MB.
+    double most() const;
 
 private:
-    double m_before;
+    void begin();
+
+    const QString m_folder;
+    double m_before = 0;
 };
 
 } // namespace kvx::bench

@@ -22,8 +22,6 @@ namespace kvx::bench {
 
 namespace {
 
-using Moment = std::chrono::steady_clock::time_point;
-
 constexpr int messagesOfRound = 20;
 
 /// What the clients have reported: a version that is in their copy, and when.

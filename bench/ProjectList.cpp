@@ -6,53 +6,14 @@
 #include <KVXCollaboration/KVXCWProjectList.h>
 #include <KVXCollaboration/KVXCollaborator.h>
 #include <QJsonDocument>
-#include <QUuid>
-#include <exception>
-#include <mutex>
-#include <thread>
 
 namespace kvx::bench {
-
-namespace {
-
-void createProjects(Stand &stand, int count)
-{
-    constexpr int sessions = 16;
-    std::vector<std::thread> threads;
-    std::mutex mutex;
-    std::exception_ptr failure;
-    for (int session = 0; session < sessions; ++session) {
-        threads.emplace_back([&, session, wire = stand.newSession(), email = stand.email()] {
-            try {
-                for (int i = session; i < count; i += sessions)
-                    wire->call({ { QStringLiteral("service"), QStringLiteral("newproject") },
-                        { QStringLiteral("Type"), KVXCWProjectList::getProjectType(Tender) },
-                        { QStringLiteral("Name"), QStringLiteral("Town hall, lot %1").arg(i) },
-                        { QStringLiteral("ProjectGUID"), QUuid::createUuid().toString() },
-                        { QStringLiteral("CreatorName"), QStringLiteral("Bench") },
-                        { QStringLiteral("CreatorEmail"), email },
-                        { QStringLiteral("Email"), email },
-                        { QStringLiteral("Amount"), QStringLiteral("0.00") },
-                        { QStringLiteral("ProjectState"), 0 } });
-            } catch (...) {
-                const std::lock_guard<std::mutex> lock(mutex);
-                failure = std::current_exception();
-            }
-        });
-    }
-    for (std::thread &thread : threads)
-        thread.join();
-    if (failure)
-        std::rethrow_exception(failure);
-}
-
-} // namespace
 
 /// The floor is the time that QJsonDocument takes to parse the same reply.
 void measureProjectList(Stand &stand, Report &report)
 {
     const int count = stand.isQuick() ? 1'000 : 10'000;
-    createProjects(stand, count);
+    stand.haveProjects(count);
 
     const QByteArray request = QJsonDocument(
         QJsonObject { { QStringLiteral("service"), QStringLiteral("projectlistsynctolocal") },

@@ -9,7 +9,11 @@
 #include <QFile>
 #include <QThread>
 #include <QUuid>
+#include <algorithm>
+#include <exception>
+#include <mutex>
 #include <stdexcept>
+#include <thread>
 
 namespace kvx::bench {
 
@@ -107,17 +111,54 @@ std::unique_ptr<Wire> Stand::newSession()
     return wire;
 }
 
+void Stand::haveProjects(int count)
+{
+    constexpr int sessions = 16;
+    std::vector<std::thread> threads;
+    std::mutex mutex;
+    std::exception_ptr failure;
+    for (int session = 0; session < sessions; ++session) {
+        threads.emplace_back([&, session, wire = newSession()] {
+            try {
+                for (int i = m_projects + session; i < count; i += sessions)
+                    wire->call({ { QStringLiteral("service"), QStringLiteral("newproject") },
+                        { QStringLiteral("Type"), KVXCWProjectList::getProjectType(Tender) },
+                        { QStringLiteral("Name"), QStringLiteral("Town hall, lot %1").arg(i) },
+                        { QStringLiteral("ProjectGUID"), QUuid::createUuid().toString() },
+                        { QStringLiteral("CreatorName"), QStringLiteral("Bench") },
+                        { QStringLiteral("CreatorEmail"), m_email },
+                        { QStringLiteral("Email"), m_email },
+                        { QStringLiteral("Amount"), QStringLiteral("0.00") },
+                        { QStringLiteral("ProjectState"), 0 } });
+            } catch (...) {
+                const std::lock_guard<std::mutex> lock(mutex);
+                failure = std::current_exception();
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    if (failure)
+        std::rethrow_exception(failure);
+    m_projects = std::max(m_projects, count);
+}
+
+QString Stand::shareFile(const QString &name, const QString &guid, const QString &file)
+{
+    KVXCollaborator *managers = KVXCollaborator::getInstance();
+    KVXCWProjectList *list = managers->projectListManager();
+    require(list->newProject(Tender, name, guid) && list->openProject(guid) == 1
+            && managers->fileService()->upload(name, guid, file, {}) && list->closeProject(guid),
+        QStringLiteral("the project %1 could not be made").arg(name));
+    return guid;
+}
+
 QString Stand::share(const QString &name, const TenderSize &size, QString *base)
 {
     const QString guid = QUuid::createUuid().toString();
     *base = path(name + QLatin1String(".kvx"));
     writeTender(*base, guid, size);
-    KVXCollaborator *managers = KVXCollaborator::getInstance();
-    KVXCWProjectList *list = managers->projectListManager();
-    require(list->newProject(Tender, name, guid) && list->openProject(guid) == 1
-            && managers->fileService()->upload(name, guid, *base, {}) && list->closeProject(guid),
-        QStringLiteral("the project %1 could not be made").arg(name));
-    return guid;
+    return shareFile(name, guid, *base);
 }
 
 std::chrono::steady_clock::time_point Stand::publish(

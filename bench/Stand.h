@@ -45,6 +45,10 @@ public:
     std::unique_ptr<Wire> newSession();
     /// Makes a project of this size and uploads its base. The file stays at base.
     QString share(const QString &name, const TenderSize &size, QString *base);
+    /// Makes a project with this file as its base.
+    QString shareFile(const QString &name, const QString &guid, const QString &file);
+    /// Makes as many empty projects as are missing.
+    void haveProjects(int count);
     /// Publishes the next version of a project, as a save does, with this change log. Gives the
     /// moment at which the server had agreed to the merge.
     std::chrono::steady_clock::time_point publish(
@@ -53,6 +57,7 @@ public:
 private:
     QTemporaryDir m_folder;
     bool m_quick;
+    int m_projects = 0;
     QString m_email = QStringLiteral("bench@example.com");
     demo::Site m_site;
     std::unique_ptr<demo::Site> m_bare;

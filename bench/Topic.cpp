@@ -3,7 +3,6 @@
 #include "Stand.h"
 
 #include <activemq/library/ActiveMQCPP.h>
-#include <chrono>
 #include <cms/Connection.h>
 #include <cms/ConnectionFactory.h>
 #include <cms/DeliveryMode.h>
@@ -14,29 +13,43 @@
 #include <cms/TextMessage.h>
 #include <condition_variable>
 #include <cstdio>
-#include <memory>
 #include <mutex>
 
 namespace kvx::bench {
 
 namespace {
 
-using Moment = std::chrono::steady_clock::time_point;
+std::unique_ptr<cms::ConnectionFactory> factoryOf(int brokerPort)
+{
+    activemq::library::ActiveMQCPP::initializeLibrary();
+    return std::unique_ptr<cms::ConnectionFactory>(
+        cms::ConnectionFactory::createCMSConnectionFactory(
+            "tcp://127.0.0.1:" + std::to_string(brokerPort)));
+}
 
 struct Receipts {
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<Moment> moments;
+
+    void wait(std::size_t count)
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        require(changed.wait_for(
+                    lock, std::chrono::seconds(30), [&] { return moments.size() == count; }),
+            QStringLiteral("a message did not arrive"));
+    }
 };
 
 class Subscriber : public cms::MessageListener {
 public:
-    Subscriber(cms::ConnectionFactory &factory, Receipts &receipts, const Receiver &receiver)
+    Subscriber(cms::ConnectionFactory &factory, const std::string &topic, Receipts &receipts,
+        Receiver receiver)
         : m_receipts(receipts)
-        , m_receiver(receiver)
+        , m_receiver(std::move(receiver))
         , m_connection(factory.createConnection())
         , m_session(m_connection->createSession(cms::Session::AUTO_ACKNOWLEDGE))
-        , m_topic(m_session->createTopic("bench"))
+        , m_topic(m_session->createTopic(topic))
         , m_consumer(m_session->createConsumer(m_topic.get()))
     {
         m_consumer->setMessageListener(this);
@@ -47,7 +60,8 @@ public:
     void onMessage(const cms::Message *) override
     {
         try {
-            m_receiver(m_received++);
+            if (m_receiver)
+                m_receiver(m_received++);
         } catch (const std::exception &error) {
             std::fprintf(stderr, "kvx-bench: %s\n", error.what());
             return; // whoever waits for this receipt ends the run
@@ -60,7 +74,7 @@ public:
 
 private:
     Receipts &m_receipts;
-    Receiver m_receiver;
+    const Receiver m_receiver;
     int m_received = 0;
     std::unique_ptr<cms::Connection> m_connection;
     std::unique_ptr<cms::Session> m_session;
@@ -70,43 +84,82 @@ private:
 
 } // namespace
 
+struct BareTopic::Impl {
+    std::unique_ptr<cms::Connection> connection;
+    std::unique_ptr<cms::Session> session;
+    std::unique_ptr<cms::Topic> topic;
+    std::unique_ptr<cms::MessageProducer> producer;
+};
+
+BareTopic::BareTopic(int brokerPort, const std::string &name)
+    : m_impl(std::make_unique<Impl>())
+{
+    Impl &impl = *m_impl;
+    impl.connection.reset(factoryOf(brokerPort)->createConnection());
+    impl.session.reset(impl.connection->createSession(cms::Session::AUTO_ACKNOWLEDGE));
+    impl.topic.reset(impl.session->createTopic(name));
+    impl.producer.reset(impl.session->createProducer(impl.topic.get()));
+    impl.producer->setDeliveryMode(cms::DeliveryMode::NON_PERSISTENT);
+    impl.connection->start();
+}
+
+BareTopic::~BareTopic()
+{
+    m_impl->connection->close();
+}
+
+Moment BareTopic::publish()
+{
+    const std::unique_ptr<cms::TextMessage> message(
+        m_impl->session->createTextMessage(std::string(500, 'x')));
+    const Moment published = std::chrono::steady_clock::now();
+    m_impl->producer->send(message.get());
+    return published;
+}
+
+struct BareReceiver::Impl {
+    Receipts receipts;
+    std::unique_ptr<Subscriber> subscriber;
+};
+
+BareReceiver::BareReceiver(int brokerPort, const std::string &topic)
+    : m_impl(std::make_unique<Impl>())
+{
+    m_impl->subscriber
+        = std::make_unique<Subscriber>(*factoryOf(brokerPort), topic, m_impl->receipts, Receiver());
+}
+
+BareReceiver::~BareReceiver() = default;
+
+Moment BareReceiver::next()
+{
+    m_impl->receipts.wait(1);
+    const std::lock_guard<std::mutex> lock(m_impl->receipts.mutex);
+    const Moment moment = m_impl->receipts.moments.front();
+    m_impl->receipts.moments.clear();
+    return moment;
+}
+
 std::vector<double> bareNotifications(
     int brokerPort, const std::vector<Receiver> &receivers, int messages)
 {
-    activemq::library::ActiveMQCPP::initializeLibrary();
-    const std::unique_ptr<cms::ConnectionFactory> factory(
-        cms::ConnectionFactory::createCMSConnectionFactory(
-            "tcp://127.0.0.1:" + std::to_string(brokerPort)));
+    const std::string name = "bench";
+    const auto factory = factoryOf(brokerPort);
     Receipts receipts;
     std::vector<std::unique_ptr<Subscriber>> listening;
     for (const Receiver &receiver : receivers)
-        listening.push_back(std::make_unique<Subscriber>(*factory, receipts, receiver));
-
-    const std::unique_ptr<cms::Connection> connection(factory->createConnection());
-    const std::unique_ptr<cms::Session> session(
-        connection->createSession(cms::Session::AUTO_ACKNOWLEDGE));
-    const std::unique_ptr<cms::Topic> topic(session->createTopic("bench"));
-    const std::unique_ptr<cms::MessageProducer> producer(session->createProducer(topic.get()));
-    producer->setDeliveryMode(cms::DeliveryMode::NON_PERSISTENT);
-    connection->start();
+        listening.push_back(std::make_unique<Subscriber>(*factory, name, receipts, receiver));
+    BareTopic topic(brokerPort, name);
 
     std::vector<double> times;
     for (int i = 0; i < messages; ++i) {
-        const std::unique_ptr<cms::TextMessage> message(
-            session->createTextMessage(std::string(500, 'x')));
-        std::unique_lock<std::mutex> lock(receipts.mutex);
-        receipts.moments.clear();
-        lock.unlock();
-        const Moment published = std::chrono::steady_clock::now();
-        producer->send(message.get());
-        lock.lock();
-        require(receipts.changed.wait_for(lock, std::chrono::seconds(30),
-                    [&] { return receipts.moments.size() == listening.size(); }),
-            QStringLiteral("a message did not arrive"));
+        const Moment published = topic.publish();
+        receipts.wait(listening.size());
+        const std::lock_guard<std::mutex> lock(receipts.mutex);
         for (const Moment moment : receipts.moments)
             times.push_back(std::chrono::duration<double, std::milli>(moment - published).count());
+        receipts.moments.clear();
     }
-    connection->close();
     return times;
 }
 

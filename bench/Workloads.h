@@ -16,8 +16,10 @@ void measureLockHandOver(Stand &stand, Report &report);
 void measureCheckOut(Stand &stand, Report &report);
 void measureSave(Stand &stand, Report &report);
 void measureCatchUp(Stand &stand, Report &report);
+void measureReceive(Stand &stand, Report &report);
 void measureNotify(Stand &stand, Report &report);
 void measureProjectList(Stand &stand, Report &report);
+void measureServerMemory(Stand &stand, Report &report);
 
 /// The same work done by other products in this run; nginx is the path of its program.
 void measurePeers(Stand &stand, Report &report, const QString &nginx);

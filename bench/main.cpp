@@ -28,8 +28,10 @@ constexpr Workload workloads[] = {
     { "checkout", measureCheckOut },
     { "save", measureSave },
     { "catchup", measureCatchUp },
+    { "receive", measureReceive },
     { "notify", measureNotify },
     { "list", measureProjectList },
+    { "memory", measureServerMemory },
 };
 
 /// Takes in what the broker has sent meanwhile.
