@@ -18,6 +18,7 @@ struct TenderSize {
 constexpr TenderSize bareTender { "bare", 1'000, 0, 0, 0 };
 constexpr TenderSize smallTender { "S", 2'000, 800, 6, 110 };
 constexpr TenderSize mediumTender { "M", 50'000, 3'000, 5, 60 };
+constexpr TenderSize largeTender { "L", 300'000, 10'000, 5, 60 };
 
 /// Writes a project file with chapters, items with long texts, resources and rate build-ups, and
 /// seals it as a base. Items have the row numbers from 1. Throws std::runtime_error.

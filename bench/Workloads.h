@@ -15,6 +15,7 @@ void measureRequests(Stand &stand, Report &report);
 void measureLockHandOver(Stand &stand, Report &report);
 void measureCheckOut(Stand &stand, Report &report);
 void measureSave(Stand &stand, Report &report);
+void measureLargeSave(Stand &stand, Report &report);
 void measureCatchUp(Stand &stand, Report &report);
 void measureReceive(Stand &stand, Report &report);
 void measureNotify(Stand &stand, Report &report);
