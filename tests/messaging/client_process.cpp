@@ -94,9 +94,9 @@ int main(int argc, char **argv)
 
     QObject receiver;
     kvx::addBlockingReceiver(&receiver);
+    // Without a receiver: called on the emitting thread, it must not go before the messager does.
     QObject::connect(
-        messager, &KVXCWMessage::notify, &receiver, [](const QJsonObject &) { delivering = true; },
-        Qt::DirectConnection);
+        messager, &KVXCWMessage::notify, [](const QJsonObject &) { delivering = true; });
     QObject::connect(
         messager, &KVXCWMessage::notify, &receiver, [way](const QJsonObject &) { onNotify(way); },
         Qt::BlockingQueuedConnection);
