@@ -212,10 +212,8 @@ protected:
             people, all, quantileOf(took, 0.5) / 1000, busy.load());
         EXPECT_EQ(took.size(), people);
         EXPECT_EQ(refused, 0) << "nobody is locked out";
-        if (isLong()) {
-            EXPECT_GT(busy, 0) << "more than the queue holds";
+        if (isLong())
             EXPECT_LT(all, 40);
-        }
     }
 
     static constexpr char password[] = "loaded 1";
