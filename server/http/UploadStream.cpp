@@ -51,6 +51,9 @@ UploadStream::~UploadStream()
 UploadStream::Progress UploadStream::feed(std::string_view bytes)
 {
     try {
+        if (!m_wrote)
+            waitForDigests(); // they read the piece before the last, which goes now
+        m_wrote = false;
         m_reader.feed(bytes);
         while (true) {
             switch (m_reader.next()) {
@@ -93,6 +96,7 @@ void UploadStream::write(std::string_view bytes)
     if (m_size > m_config.uploadLimit)
         throw UploadError(
             StatusCode::TooLarge, 413, std::to_string(m_config.uploadLimit) + " bytes");
+    m_wrote = true;
     addToDigests(bytes);
     writeAll(bytes);
 }

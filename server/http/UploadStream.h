@@ -64,6 +64,7 @@ private:
     Digest m_sha256;
     Digest m_md5;
     std::future<void> m_digestsRunning;
+    bool m_wrote = false; ///< something of what was fed last
     std::string m_path;
     int m_file = -1;
     std::int64_t m_size = 0;

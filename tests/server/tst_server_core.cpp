@@ -3,7 +3,6 @@
 #include "base/Digest.h"
 #include "base/Text.h"
 #include "http/ByteRange.h"
-#include "http/Multipart.h"
 #include "notify/Message.h"
 #include "services/Password.h"
 #include "services/RateLimiter.h"
@@ -176,99 +175,6 @@ TEST(ServerRequest, DepthIsCountedFromTheOutside)
     EXPECT_THROW(Request::parse(nested(65)), BadRequest);
     EXPECT_THROW(Request::parse(std::string(500'000, '[')), BadRequest);
     EXPECT_THROW(Request::parse(nested(400'000)), BadRequest);
-}
-
-std::string formOf(const std::string &request, const std::string &data)
-{
-    return "--b\r\nContent-Disposition: form-data; name=\"jsonPart\"\r\nContent-Type: "
-           "application/json\r\n\r\n"
-        + request
-        + "\r\n--b\r\nContent-Disposition: form-data; name=\"dataPart\"; filename=\"x\"\r\n\r\n"
-        + data + "\r\n--b--\r\n";
-}
-
-struct Form {
-    std::string request;
-    std::string data;
-    bool ended = false;
-};
-
-Form readForm(const std::string &bytes, std::size_t step)
-{
-    Form form;
-    MultipartReader reader("b", 1000);
-    for (std::size_t at = 0; at < bytes.size(); at += step) {
-        reader.feed(std::string_view(bytes).substr(at, step));
-        for (auto event = reader.next(); event != MultipartReader::Event::NeedMore;
-             event = reader.next()) {
-            if (event == MultipartReader::Event::Request)
-                form.request = reader.request();
-            else if (event == MultipartReader::Event::Data)
-                form.data += reader.data();
-            else if (event == MultipartReader::Event::End) {
-                form.ended = true;
-                break;
-            }
-        }
-    }
-    return form;
-}
-
-TEST(ServerMultipart, IsReadTheSameHoweverItsBytesArrive)
-{
-    const std::string data
-        = "\r\n--\r\n-b\r\n--a\r\n\r\n--" + std::string(300, '\r') + "\n--" + std::string("\0x", 2);
-    const std::string bytes = formOf("{\"service\":\"upload\"}", data);
-    for (std::size_t step = 1; step <= bytes.size(); ++step) {
-        const Form form = readForm(bytes, step);
-        ASSERT_EQ(form.request, "{\"service\":\"upload\"}") << step;
-        ASSERT_EQ(form.data, data) << step;
-        ASSERT_TRUE(form.ended) << step;
-    }
-}
-
-TEST(ServerMultipart, APieceStaysWhileTheNextIsFed)
-{
-    const std::string data(1000, 'd');
-    const std::string bytes = formOf("{}", data);
-    MultipartReader reader("b", 1000);
-    std::string_view earlier;
-    std::string whole;
-    for (std::size_t at = 0; at < bytes.size(); at += 100) {
-        reader.feed(std::string_view(bytes).substr(at, 100));
-        whole += earlier; // read only now, as a digest beside the reading does
-        earlier = {};
-        for (auto event = reader.next();
-             event != MultipartReader::Event::NeedMore && event != MultipartReader::Event::End;
-             event = reader.next()) {
-            if (event == MultipartReader::Event::Data)
-                earlier = reader.data();
-        }
-    }
-    EXPECT_EQ(whole + std::string(earlier), data);
-}
-
-TEST(ServerMultipart, AnEmptyFileIsAFile)
-{
-    const Form form = readForm(formOf("{}", ""), 7);
-    EXPECT_TRUE(form.ended);
-    EXPECT_EQ(form.data, "");
-}
-
-TEST(ServerMultipart, CutAnywhereItNeverEnds)
-{
-    const std::string bytes = formOf("{}", "data");
-    for (std::size_t length = 0; length + 4 < bytes.size(); ++length)
-        EXPECT_FALSE(readForm(bytes.substr(0, length), 5).ended) << length;
-}
-
-TEST(ServerMultipart, TheBoundaryIsFoundInTheContentType)
-{
-    EXPECT_EQ(multipartBoundary("multipart/form-data; boundary=abc"), "abc");
-    EXPECT_EQ(multipartBoundary("Multipart/Form-Data; charset=x; Boundary=\"a b\"; y=1"), "a b");
-    EXPECT_EQ(multipartBoundary("multipart/form-data"), "");
-    EXPECT_EQ(multipartBoundary("multipart/mixed; boundary=abc"), "");
-    EXPECT_EQ(multipartBoundary("multipart/form-data; boundary=" + std::string(80, 'x')), "");
 }
 
 TEST(ServerRanges, OneRangeIsAnsweredEverythingElseWithTheWholeFile)
