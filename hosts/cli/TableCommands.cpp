@@ -104,7 +104,7 @@ int uploadTable(Context &context, const Arguments &arguments)
     }));
     if (!KVXCollaborator::getInstance()->common()->updateTable(table.get()))
         return refusedExchange(context);
-    table.release(); // the manager's now
+    static_cast<void>(table.release()); // the manager's now
     return context.output.done(
         QStringLiteral("The table \"%1\" was replaced.").arg(text(arguments.table)));
 }

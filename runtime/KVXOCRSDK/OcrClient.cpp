@@ -26,7 +26,7 @@ OcrClient::~OcrClient()
         const std::lock_guard<std::mutex> lock(m_address->mutex);
         m_address->client = nullptr;
     }
-    stop();
+    OcrClient::stop();
 }
 
 bool OcrClient::start(QList<KVXOCRParam *> jobs)

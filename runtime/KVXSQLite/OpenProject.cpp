@@ -75,9 +75,11 @@ Status OpenProject::usable() const
 bool OpenProject::execute(CommandFile *commandFile, int mode)
 {
     Status status = usable();
-    if (status.ok() && !commandFile)
-        status = { Failure::Refused, "no change log was given" };
-    if (status.ok() && mode != 0)
+    if (!status.ok())
+        return note(status);
+    if (!commandFile)
+        return note({ Failure::Refused, "no change log was given" });
+    if (mode != 0)
         status = { Failure::Refused, "execution mode " + std::to_string(mode) + " is not known" };
     if (status.ok() && edits.isOpen())
         status = { Failure::Refused,
