@@ -47,17 +47,16 @@ const std::vector<ConfigKey> &configKeys()
 void setConfig(
     Config &config, const std::string &key, const std::string &value, const std::string &origin)
 {
-    for (const ConfigEntry &entry : configEntries()) {
-        if (key != entry.key.name)
-            continue;
-        try {
-            entry.read(config, value);
-        } catch (const std::invalid_argument &error) {
-            throw ConfigError(origin + ": " + key + " " + error.what() + ", not \"" + value + "\"");
-        }
-        return;
+    const auto &entries = configEntries();
+    const auto entry = std::find_if(entries.begin(), entries.end(),
+        [&key](const ConfigEntry &candidate) { return key == candidate.key.name; });
+    if (entry == entries.end())
+        throw ConfigError(origin + ": there is no setting \"" + key + "\"");
+    try {
+        entry->read(config, value);
+    } catch (const std::invalid_argument &error) {
+        throw ConfigError(origin + ": " + key + " " + error.what() + ", not \"" + value + "\"");
     }
-    throw ConfigError(origin + ": there is no setting \"" + key + "\"");
 }
 
 void readConfigFile(Config &config, const std::string &path)

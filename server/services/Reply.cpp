@@ -81,7 +81,9 @@ std::string Reply::json(const std::string &requestId) const
         result += ",\"requestId\":" + jsonText(requestId);
     }
     result.reserve(result.size() + m_members.size() + 1);
-    return result.append(m_members).append(1, '}');
+    result += m_members;
+    result += '}';
+    return result;
 }
 
 void Reply::render(const std::string &requestId)
