@@ -112,11 +112,6 @@ std::optional<Reply> refuseSubmit(Call &call)
     return std::nullopt;
 }
 
-Reply::Continuation refusing(StatusCode code, std::string argument = {})
-{
-    return [code, argument](Call &) { return Reply::refused(code, { argument }); };
-}
-
 /// The rows, in the transaction that judges once more.
 Reply queueJob(Call &call, const Wish &wish, std::vector<int> pages)
 {
@@ -146,20 +141,20 @@ Reply::Continuation inspectDocument(
         const bool isOffered = offered.empty()
             || std::find(offered.begin(), offered.end(), language) != offered.end();
         if (config.ocrWorkers == 0 || !isOffered)
-            return refusing(StatusCode::OcrNoLanguage, language);
+            return Reply::refusing(StatusCode::OcrNoLanguage, language);
     }
     const auto outcome = OcrProgram(config).run(
         { { "inspect", pagesText(wish.pages), wish.languages }, inspectionSeconds, path, {}, {} });
     using End = OcrProgram::Outcome::End;
     if (outcome.end == End::NoLanguage)
-        return refusing(StatusCode::OcrNoLanguage, outcome.reason);
+        return Reply::refusing(StatusCode::OcrNoLanguage, outcome.reason);
     if (outcome.end != End::Done)
-        return refusing(StatusCode::OcrBadDocument,
+        return Reply::refusing(StatusCode::OcrBadDocument,
             outcome.end == End::Died ? "it is damaged" : outcome.reason);
     std::size_t count = 0;
     std::from_chars(outcome.output.data(), outcome.output.data() + outcome.output.size(), count);
     if (count < 1 || (wish.pages.empty() && count > mostPages))
-        return refusing(StatusCode::OcrBadDocument, "it is damaged");
+        return Reply::refusing(StatusCode::OcrBadDocument, "it is damaged");
     std::vector<int> pages = wish.pages;
     if (pages.empty()) {
         pages.resize(count);
@@ -170,7 +165,7 @@ Reply::Continuation inspectDocument(
     } catch (const std::system_error &error) {
         if (error.code().value() != ENOSPC && error.code().value() != EDQUOT)
             throw;
-        return refusing(StatusCode::StorageFull);
+        return Reply::refusing(StatusCode::StorageFull);
     }
     return [wish, pages](Call &call) { return queueJob(call, wish, pages); };
 }

@@ -190,11 +190,11 @@ private:
 
     void readWholeRow()
     {
-        for (std::size_t i = 0; i < m_isKey.size(); ++i) {
+        for (const auto isKey : m_isKey) {
             const ValueType type = readValue();
             if (type == Absent)
                 refuse("has a row without all of its columns");
-            if (type == Null && m_isKey[i])
+            if (type == Null && isKey)
                 refuse("has a row without a key");
         }
     }

@@ -340,7 +340,7 @@ void Dispatcher::wakeHeld(const std::string &key)
 {
     std::vector<DbPool::Job> jobs;
     for (const std::shared_ptr<Run> &run : m_held->take(key))
-        jobs.push_back([this, run](Db &db) { execute(db, run); });
+        jobs.emplace_back([this, run](Db &db) { execute(db, run); });
     m_pool.writeNext(std::move(jobs));
 }
 

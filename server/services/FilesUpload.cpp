@@ -152,11 +152,6 @@ Reply keepFile(Call &call)
     }
 }
 
-Reply::Continuation refusing(StatusCode code, std::string argument = {})
-{
-    return [code, argument](Call &) { return Reply::refused(code, { argument }); };
-}
-
 } // namespace
 
 Reply beforeUpload(Call &call)
@@ -189,13 +184,13 @@ Reply receiveUpload(Call &call)
               if (!fault && whole)
                   fault = faultOfArchivedCommandFile(path, guid, version);
               if (fault)
-                  return refusing(StatusCode::BadArchive, *fault);
+                  return Reply::refusing(StatusCode::BadArchive, *fault);
               try {
                   BlobStore(data).place(path, sha256);
               } catch (const std::system_error &error) {
                   if (error.code().value() != ENOSPC && error.code().value() != EDQUOT)
                       throw;
-                  return refusing(StatusCode::StorageFull);
+                  return Reply::refusing(StatusCode::StorageFull);
               }
               return Reply::Continuation(keepFile);
           });

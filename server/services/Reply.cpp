@@ -27,6 +27,11 @@ Reply Reply::heavy()
     return reply;
 }
 
+Reply::Continuation Reply::refusing(StatusCode code, const std::string &argument)
+{
+    return [code, argument](Call &) { return refused(code, { argument }); };
+}
+
 Reply &Reply::setLazy()
 {
     m_lazy = true;

@@ -59,6 +59,8 @@ public:
     /// transaction.
     using Continuation = std::function<Reply(Call &)>;
     using Work = std::function<Continuation()>;
+    /// What refuses after such work; `argument` fills %1 of the code's sentence.
+    static Continuation refusing(StatusCode code, const std::string &argument = {});
     enum class Pool { Files, Hashes, Documents };
     static Reply after(Work work, Pool pool = Pool::Files);
     /// The continuation's transaction waits for no disk (see WritesLazily).

@@ -61,9 +61,9 @@ void eachBrokenAuditRow(Db &db, const std::function<void(std::int64_t, std::int6
                 std::move(object), status, std::move(detail) };
             // The oldest row that is left cannot be judged: the one before it may have gone by age.
             const bool known = number == 1 || !first;
-            if (!first && number != lastNumber + 1)
-                act(process, number);
-            else if (known && chain != chainOf(first ? S() : lastChain, process, number, at, entry))
+            const bool missing = !first && number != lastNumber + 1;
+            if (missing
+                || (known && chain != chainOf(first ? S() : lastChain, process, number, at, entry)))
                 act(process, number);
             lastProcess = process;
             lastNumber = number;

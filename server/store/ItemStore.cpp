@@ -36,8 +36,12 @@ public:
         for (const std::size_t size : { largest, small, one }) {
             std::string text = begin;
             for (std::size_t i = 0; i < size; ++i)
-                text += (i ? ", " : "") + before + ':' + m_names[i] + after;
-            m_texts[size] = text + end;
+                text.append(i ? ", " : "")
+                    .append(before)
+                    .append(":")
+                    .append(m_names[i])
+                    .append(after);
+            m_texts[size] = text.append(end);
         }
     }
 

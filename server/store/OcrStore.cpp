@@ -65,7 +65,7 @@ std::vector<OcrStore::Result> OcrStore::results(const std::string &jobId, std::i
         "SELECT page, state, text_blob, code, message FROM ocr_page WHERE job_id = :job"
         " AND seq > :after AND page < :document ORDER BY seq",
         { { "job", jobId }, { "after", after }, { "document", documentPage } },
-        [&found](int page, int state, OptionalText blob, int code, Text message) {
+        [&found](int page, int state, const OptionalText &blob, int code, Text message) {
             const bool ok = state == static_cast<int>(PageState::Done);
             found.push_back({ page, ok, blob.value_or(""), code, std::move(message) });
         });

@@ -21,6 +21,7 @@ int height(const Word &word)
 int usualHeight(const std::vector<Word> &words)
 {
     std::vector<int> heights;
+    heights.reserve(words.size());
     for (const Word &word : words)
         heights.push_back(height(word));
     std::nth_element(
