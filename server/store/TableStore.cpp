@@ -16,7 +16,8 @@ std::vector<SharedTable> TableStore::all()
     using S = std::string;
     m_db.each<S, S, I, std::optional<S>, std::optional<I>, I>(
         "SELECT name, write_right, revision, blob, user_id, at FROM shared_table ORDER BY name", {},
-        [&tables](S name, S right, I revision, std::optional<S> blob, std::optional<I> user, I at) {
+        [&tables](S name, S right, I revision, const std::optional<S> &blob, std::optional<I> user,
+            I at) {
             tables.push_back({ std::move(name), std::move(right), revision,
                 blob.value_or(std::string()), user, at });
         });
