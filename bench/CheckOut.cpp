@@ -1,4 +1,5 @@
 #include "Report.h"
+#include "Sink.h"
 #include "Stand.h"
 #include "Workloads.h"
 
@@ -52,6 +53,15 @@ private:
     int m_moment = 0;
 };
 
+/// The numbers as a request has them.
+QByteArray requestOf(const QList<int> &ids)
+{
+    QByteArray numbers;
+    for (const int id : ids)
+        numbers += QByteArray::number(id) + ';';
+    return "{\"IDs\":\"" + numbers + "\"}";
+}
+
 } // namespace
 
 void measureCheckOut(Stand &stand, Report &report)
@@ -63,6 +73,8 @@ void measureCheckOut(Stand &stand, Report &report)
     host::OpenProject *project = stand.client().use(name, &failure);
     require(project, failure.text);
 
+    const Sink sink(stand.path(QString()));
+    Wire wire(sink.address());
     for (const int count : { 10'000, 1 }) {
         QList<int> ids;
         for (int id = 1; id <= count; ++id)
@@ -71,7 +83,7 @@ void measureCheckOut(Stand &stand, Report &report)
         std::vector<double> floor;
         std::vector<double> ours;
         for (int i = 0; i < stand.repeats(); ++i) {
-            floor.push_back(bare.checkOut(ids));
+            floor.push_back(bare.checkOut(ids) + milliseconds([&] { wire.post(requestOf(ids)); }));
             ours.push_back(milliseconds([&] {
                 require(project->ids()->checkOut(content::ItemModule, ids),
                     QStringLiteral("the items were not checked out"));
