@@ -212,8 +212,9 @@ protected:
             people, all, quantileOf(took, 0.5) / 1000, busy.load());
         EXPECT_EQ(took.size(), people);
         EXPECT_EQ(refused, 0) << "nobody is locked out";
-        if (isLong())
+        if (isLong()) {
             EXPECT_LT(all, 40);
+        }
     }
 
     static constexpr char password[] = "loaded 1";
