@@ -19,9 +19,7 @@ public:
             { QStringLiteral("-cp"), QStringLiteral(KVX_JAVA_CLASSPATH),
                 QStringLiteral("TopicReceiver"),
                 QStringLiteral("tcp://127.0.0.1:%1").arg(brokerPort), topic });
-        require(line() == "ready",
-            QStringLiteral("the Java client did not connect: ")
-                + QString::fromLocal8Bit(m_process.readAllStandardError()));
+        require(line() == "ready", QStringLiteral("the Java client did not connect"));
     }
     ~JavaReceiver()
     {
@@ -41,9 +39,12 @@ public:
 private:
     QByteArray line()
     {
-        while (!m_process.canReadLine())
-            require(
-                m_process.waitForReadyRead(30'000), QStringLiteral("the Java client is silent"));
+        while (!m_process.canReadLine()) {
+            const bool said = m_process.waitForReadyRead(30'000);
+            require(said,
+                QStringLiteral("the Java client is silent: ")
+                    + QString::fromLocal8Bit(m_process.readAllStandardError()));
+        }
         return m_process.readLine().trimmed();
     }
 
