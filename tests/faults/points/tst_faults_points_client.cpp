@@ -59,6 +59,10 @@ protected:
             ASSERT_TRUE(edit(1, 5, 55));
             ASSERT_EQ(exitOf(save(1)), 0);
             before = published();
+            // It must fail while she is idle: failing inside her save, it refuses the save.
+            if (row.deed == Deed::Error) {
+                ASSERT_TRUE(client().waitFor(row.noted()));
+            }
         } else {
             before = published();
             client().arm(row.armed());
