@@ -76,12 +76,9 @@ std::optional<Reply> Dispatcher::admitSession(
         return std::nullopt;
 
     const ServiceRule rules = exchange.rules;
-    const bool counted = exchange.heldNumber == 0 && !asksForLog(call.request());
-    if (counted && !m_limiter->admit(session->id, RateLimiter::requests, call.now()))
+    if (!exchange.counted && !isWithinRates(session->id, rules, call))
         return Reply::refused(StatusCode::Busy).setHttpStatus(429);
-    if (hasRule(rules, NameQuestion)
-        && !m_limiter->admit(-session->id, RateLimiter::nameQuestions, call.now()))
-        return Reply::refused(StatusCode::Busy).setHttpStatus(429);
+    exchange.counted = true;
 
     Caller caller { session->userId, session->email, session->name, session->id, session->device,
         false, {} };
@@ -95,6 +92,14 @@ std::optional<Reply> Dispatcher::admitSession(
 
     touchDue = isTouchDue(config, call.now(), *session);
     return std::nullopt;
+}
+
+bool Dispatcher::isWithinRates(std::int64_t sessionId, ServiceRule rules, const Call &call)
+{
+    const Time now = call.now();
+    return (asksForLog(call.request()) || m_limiter->admit(sessionId, RateLimiter::requests, now))
+        && (!hasRule(rules, NameQuestion)
+            || m_limiter->admit(-sessionId, RateLimiter::nameQuestions, now));
 }
 
 std::optional<Reply> Dispatcher::admitIdentity(ServiceRule rules, Call &call)

@@ -37,6 +37,7 @@ struct Exchange {
     const Service *service = nullptr;
     ServiceRule rules = Anonymous; ///< of this request
     Time firstAsked = 0;
+    bool counted = false; ///< against the session's rates: once, however often it runs
     std::uint64_t heldNumber = 0;
     bool patienceOver = false;
     Time holdEnd = 0;
@@ -104,6 +105,7 @@ private:
     // Admission.cpp
     std::optional<Reply> admit(Db &db, Exchange &exchange, Call &call, bool &touchDue);
     std::optional<Reply> admitSession(Db &db, Exchange &exchange, Call &call, bool &touchDue);
+    bool isWithinRates(std::int64_t sessionId, ServiceRule rules, const Call &call);
     static std::optional<Reply> admitIdentity(ServiceRule rules, Call &call);
     static std::optional<Reply> admitToProject(ServiceRule rules, Call &call);
     static std::optional<Reply> admitToCreate(Call &call);

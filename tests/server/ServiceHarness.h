@@ -75,14 +75,19 @@ private:
     std::shared_ptr<rapidjson::Document> m_json;
 };
 
-/// The server's clock, put ahead by as much as a test wants.
+/// The server's clock, put ahead by as much as a test wants, or stopped.
 class MovableClock : public server::Clock {
 public:
-    server::Time now() const override { return Clock::now() + m_ahead; }
+    server::Time now() const override
+    {
+        return (m_stopped ? m_stopped.load() : Clock::now()) + m_ahead;
+    }
     void advance(server::Time milliseconds) { m_ahead += milliseconds; }
+    void stop() { m_stopped = Clock::now(); }
 
 private:
     std::atomic<server::Time> m_ahead { 0 };
+    std::atomic<server::Time> m_stopped { 0 }; ///< 0: it runs
 };
 
 class ServiceHarness;
@@ -131,6 +136,8 @@ public:
     server::Config &config() { return m_config; }
     /// Lets so much time pass for leases and time-outs.
     void pass(server::Time milliseconds) { m_clock->advance(milliseconds); }
+    /// No time passes but by `pass`.
+    void stopClock() { m_clock->stop(); }
     const server::Environment &environment() const { return *m_environment; }
     server::Dispatcher &dispatcher() { return *m_dispatcher; }
     server::DbPool &pool() { return *m_pool; }

@@ -88,6 +88,22 @@ struct Items : testing::Test {
 
 } // namespace
 
+TEST(ItemsBehindAProxy, ARequestCountsOnceHoweverManyStepsItsAnswerTakes)
+{
+    // Nobody knows there what was told, so each picture is a whole one, made in a second step.
+    ServiceHarness harness([](Config &config) { config.trustedProxies = { "127.0.0.1" }; });
+    const Session anna = harness.join("anna@example.com");
+    ASSERT_EQ(anna.ask(newProject(anna, guid, "School")).status(), 1);
+    const Session fresh = harness.login("anna@example.com", "laptop");
+    harness.stopClock();
+    int taken = 0;
+    Message picture("checkout");
+    picture.set("ProjectGUID", guid).set("ModuleType", 3).set("NotifyOther", false).set("IDs", "");
+    while (taken < 6000 && fresh.ask(picture).status() == 1)
+        ++taken;
+    EXPECT_EQ(taken, 5000) << "the burst of a session";
+}
+
 TEST(ItemIds, AreReadFromText)
 {
     using Ids = std::vector<std::int64_t>;
