@@ -22,41 +22,17 @@ constexpr std::chrono::milliseconds longestRetry { 1000 };
 } // namespace
 
 GuardFeed::GuardFeed(const Config &config, const Clock &clock, DbPool &pool)
-    : m_config(config)
+    : BrokerWorker(config, BrokerLink::Topic::Guard)
+    , m_config(config)
     , m_clock(clock)
     , m_pool(pool)
-    , m_link(config, BrokerLink::Topic::Guard, m_mutex, m_changed)
-    , m_thread([this] { run(); })
 {
+    begin([this] { run(); });
 }
 
 GuardFeed::~GuardFeed()
 {
-    stop(std::chrono::milliseconds(0));
-    if (m_thread.joinable())
-        m_thread.join();
-}
-
-void GuardFeed::wake()
-{
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_woken = true;
-    }
-    m_changed.notify_all();
-}
-
-bool GuardFeed::stop(std::chrono::milliseconds limit)
-{
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_stopping = true;
-    m_changed.notify_all();
-    m_changed.wait_for(lock, limit, [this] { return m_ended; });
-    const bool ended = m_ended;
-    lock.unlock();
-    if (ended && m_thread.joinable())
-        m_thread.join();
-    return ended;
+    end();
 }
 
 void GuardFeed::run()
@@ -84,12 +60,7 @@ void GuardFeed::run()
             lock.lock();
         }
     }
-    lock.unlock();
     m_state = State::Away;
-    m_link.drop();
-    lock.lock();
-    m_ended = true;
-    m_changed.notify_all();
 }
 
 void GuardFeed::connect()

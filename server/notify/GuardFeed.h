@@ -1,24 +1,20 @@
 #pragma once
 
 #include "base/Clock.h"
-#include "notify/CurrentLink.h"
+#include "notify/BrokerWorker.h"
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <string>
-#include <thread>
 
 namespace kvx::server {
 
 class DbPool;
-struct Config;
 
 /// Tells the broker's guard who has a session: the whole list after each login and each end of a
 /// session, and once a second besides, which is how ends come through that the clock or a command
 /// brought about. A thread and a connection of its own: a message that waits must not hold it up.
-class GuardFeed {
+class GuardFeed final : public BrokerWorker {
 public:
     enum class State {
         Away, ///< the broker is not reached, or the guard has not confirmed anything yet
@@ -29,13 +25,10 @@ public:
     GuardFeed(const Config &config, const Clock &clock, DbPool &pool);
     ~GuardFeed();
 
-    /// A session was committed, or its end. Any thread.
-    void wake();
-
     State state() const { return m_state; }
 
-    /// False when the thread could not be ended in time (a broker that accepts and never answers).
-    bool stop(std::chrono::milliseconds limit);
+    /// False when the thread could not be ended in time.
+    bool stop(std::chrono::milliseconds limit) { return BrokerWorker::stop({}, limit); }
 
 private:
     void run();
@@ -53,15 +46,7 @@ private:
     std::chrono::milliseconds m_backoff { 0 };
     std::string m_lastWord; ///< what was logged last
 
-    std::mutex m_mutex; ///< guards what follows
-    std::condition_variable m_changed;
-    bool m_woken = false;
-    bool m_received = false;
-    bool m_stopping = false;
-    bool m_ended = false;
-
-    CurrentLink m_link;
-    std::thread m_thread;
+    bool m_received = false; ///< guarded
 };
 
 } // namespace kvx::server

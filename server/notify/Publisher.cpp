@@ -38,45 +38,23 @@ bool needsGuard(const Config &config)
 } // namespace
 
 Publisher::Publisher(const Config &config, const Clock &clock, DbPool &pool, ProjectRecord record)
-    : m_config(config)
+    : BrokerWorker(config, BrokerLink::Topic::Notifications)
+    , m_config(config)
     , m_clock(clock)
     , m_pool(pool)
     , m_record(std::move(record))
-    , m_link(config, BrokerLink::Topic::Notifications, m_mutex, m_changed)
-    , m_thread([this] { run(); })
 {
+    begin([this] { run(); });
 }
 
 Publisher::~Publisher()
 {
-    stop(std::chrono::milliseconds(0));
-    if (m_thread.joinable())
-        m_thread.join();
-}
-
-void Publisher::wake()
-{
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_woken = true;
-    }
-    m_changed.notify_all();
+    end();
 }
 
 bool Publisher::stop(std::chrono::milliseconds limit)
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    if (!m_stopping) {
-        m_stopping = true;
-        m_stopEnd = std::chrono::steady_clock::now() + limit;
-    }
-    m_changed.notify_all();
-    m_changed.wait_for(lock, limit + closingLimit, [this] { return m_ended; });
-    const bool ended = m_ended;
-    lock.unlock();
-    if (ended && m_thread.joinable())
-        m_thread.join();
-    return ended;
+    return BrokerWorker::stop(limit, closingLimit);
 }
 
 template <class Result> Result Publisher::inPool(bool write, std::function<Result(Db &)> work)
@@ -143,12 +121,6 @@ void Publisher::run()
         }
     }
     m_connected = false;
-    m_link.drop();
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_ended = true;
-    }
-    m_changed.notify_all();
 }
 
 /// False when the publisher is to stop and has nothing left, or no time.

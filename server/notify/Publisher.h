@@ -1,20 +1,16 @@
 #pragma once
 
 #include "base/Clock.h"
-#include "notify/CurrentLink.h"
+#include "notify/BrokerWorker.h"
 #include "store/OutboxStore.h"
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <map>
-#include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace kvx::server {
@@ -26,7 +22,7 @@ struct Config;
 
 /// Sends the rows of the outbox to the broker: in the order of their commits, each at least once,
 /// whatever happens to the broker or to this process meanwhile. A thread of its own.
-class Publisher {
+class Publisher final : public BrokerWorker {
 public:
     /// The full record of a project ("users" included) as JSON with "Command" first where one is
     /// given, made as the message is sent; nothing when the project is gone.
@@ -36,11 +32,8 @@ public:
     Publisher(const Config &config, const Clock &clock, DbPool &pool, ProjectRecord record);
     ~Publisher();
 
-    /// Something was committed. Any thread.
-    void wake();
-
     /// Sends what is left for at most that long, then ends. False when the thread could not be
-    /// ended in time (a broker that accepts and never answers).
+    /// ended in time.
     bool stop(std::chrono::milliseconds limit);
 
     bool isConnected() const { return m_connected; }
@@ -79,19 +72,12 @@ private:
     std::chrono::milliseconds m_backoff { 0 };
     std::string m_lastCause;
 
-    std::mutex m_mutex; ///< guards what follows
-    std::condition_variable m_changed;
+    // Guarded.
     std::vector<std::int64_t> m_delivered; ///< rows to be marked
     std::set<std::int64_t> m_inFlight;
-    bool m_woken = false;
-    bool m_stopping = false;
-    bool m_ended = false;
-    std::chrono::steady_clock::time_point m_stopEnd;
 
     std::atomic<bool> m_connected { false };
     std::atomic<bool> m_heldBack { false };
-    CurrentLink m_link;
-    std::thread m_thread;
 };
 
 } // namespace kvx::server
