@@ -61,6 +61,7 @@ QJsonObject message(const char *command, const QJsonValue &content, const char *
 }
 
 ProjectListTest::ProjectListTest()
+    : ManagerTest("KVXCWProjectListImpl", "KVXCWProjectListImpl")
 {
     FakeSynchronizer::created = 0;
     FakeSynchronizer::destroyed = 0;
@@ -90,8 +91,7 @@ void ProjectListTest::makeList(const QList<QJsonObject> &projects)
     list = new KVXCWProjectListImpl;
     KVXCollaborator::getInstance()->setProjectListManager(list);
     recordSignals();
-    host.network.takeRequests();
-    host.takeLog();
+    forget();
 }
 
 void ProjectListTest::open(const char *guid)
@@ -108,38 +108,11 @@ int ProjectListTest::recordCount() const
     return count;
 }
 
-QStringList ProjectListTest::notify(const QJsonObject &message)
-{
-    takeSignals();
-    EXPECT_TRUE(host.notifyFromBroker(message));
-    return takeSignals();
-}
-
-QStringList ProjectListTest::takeSignals()
-{
-    QStringList taken;
-    taken.swap(m_signals);
-    return taken;
-}
-
-QStringList ProjectListTest::takeInfos()
-{
-    QStringList texts;
-    for (const LogRecord &line : host.takeLog()) {
-        EXPECT_EQ(line.level, 20000) << line.text.toStdString();
-        EXPECT_EQ(line.source, text("KVXCWProjectListImpl"));
-        EXPECT_TRUE(line.function.contains(text("KVXCWProjectListImpl::")));
-        texts.append(line.text);
-    }
-    return texts;
-}
-
 void ProjectListTest::recordSignals()
 {
-    const auto note
-        = [this](const char *name) { return [this, name] { m_signals += text(name); }; };
+    const auto note = [this](const char *name) { return [this, name] { noteSignal(text(name)); }; };
     const auto noteGuid = [this](const char *name) {
-        return [this, name](const QString &guid) { m_signals += text(name) + u' ' + guid; };
+        return [this, name](const QString &guid) { noteSignal(text(name) + u' ' + guid); };
     };
     using List = KVXCWProjectList;
     QObject::connect(list, &List::beginUpdate, note("beginUpdate"));
@@ -154,8 +127,8 @@ void ProjectListTest::recordSignals()
     QObject::connect(list, &List::projCloseByPermRemoved, noteGuid("projCloseByPermRemoved"));
     QObject::connect(list, &List::projectPermissionRemoved, noteGuid("projectPermissionRemoved"));
     QObject::connect(list, &List::projectOrPermNew, [this](const QString &guid, bool mine) {
-        m_signals += QStringLiteral("projectOrPermNew %1 %2")
-                         .arg(guid, mine ? text("true") : text("false"));
+        noteSignal(QStringLiteral("projectOrPermNew %1 %2")
+                       .arg(guid, mine ? text("true") : text("false")));
     });
     QObject::connect(list, &List::permissionChanged,
         [this](const QString &guid, QMap<int, QPair<int, int>> &changes) {
@@ -165,7 +138,7 @@ void ProjectListTest::recordSignals()
                             .arg(change.key())
                             .arg(change->first)
                             .arg(change->second);
-            m_signals += line;
+            noteSignal(line);
         });
 }
 

@@ -1,24 +1,12 @@
 #pragma once
 
 #include "projectlist/KVXCWProjectListImpl.h"
-#include "support/FakeHost.h"
+#include "support/ManagerTest.h"
 
 #include <KVXCollaboration/KVXCWProjectData.h>
 #include <QJsonArray>
-#include <gtest/gtest.h>
-#include <ostream>
-
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
 
 namespace kvx::test {
-
-inline QString text(const char *utf8)
-{
-    return QString::fromUtf8(utf8);
-}
 
 inline QStringList texts(std::initializer_list<const char *> list)
 {
@@ -60,8 +48,8 @@ private:
     QString m_guid;
 };
 
-/// A host with a project list whose signals are recorded in order.
-class ProjectListTest : public testing::Test {
+/// A host with a project list; its signals are noted as "name" or "name argument argument".
+class ProjectListTest : public ManagerTest {
 protected:
     ProjectListTest();
     ~ProjectListTest() override;
@@ -75,20 +63,11 @@ protected:
 
     KVXProjectInfo *record(const char *guid) { return list->getProjectInfoByGUID(text(guid)); }
     int recordCount() const;
-    /// Delivers the message as the broker does and returns the signals that it led to.
-    QStringList notify(const QJsonObject &message);
-    /// "name" or "name argument argument", in the order of emission, since the last call.
-    QStringList takeSignals();
-    /// Texts of the log lines since the last call; each must be an INFO line of the list.
-    QStringList takeInfos();
 
-    FakeHost host;
     KVXCWProjectListImpl *list = nullptr; ///< owned by the registry
 
 private:
     void recordSignals();
-
-    QStringList m_signals;
 };
 
 } // namespace kvx::test

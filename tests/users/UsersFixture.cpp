@@ -70,36 +70,9 @@ void UsersTest::makeUsers(const QList<QJsonObject> &roles)
     KVXCollaborator::getInstance()->setUserManager(users);
     QObject::connect(users, &KVXCWUser::currentUserPermissionChanged,
         [this](const KVXCWUserImpl::Permissions &before, const KVXCWUserImpl::Permissions &after) {
-            m_signals += granted(before) + text(" > ") + granted(after);
+            noteSignal(granted(before) + text(" > ") + granted(after));
         });
-    host.network.takeRequests();
-    host.takeLog();
-}
-
-QStringList UsersTest::notify(const QJsonObject &message)
-{
-    takeSignals();
-    EXPECT_TRUE(host.notifyFromBroker(message));
-    return takeSignals();
-}
-
-QStringList UsersTest::takeSignals()
-{
-    QStringList taken;
-    taken.swap(m_signals);
-    return taken;
-}
-
-QStringList UsersTest::takeInfos()
-{
-    QStringList texts;
-    for (const LogRecord &line : host.takeLog()) {
-        EXPECT_EQ(line.level, 20000) << line.text.toStdString();
-        EXPECT_EQ(line.source, text("KVXCWUserImpl.cpp"));
-        EXPECT_TRUE(line.function.contains(text("KVXCWUserImpl::"))) << line.function.toStdString();
-        texts.append(line.text);
-    }
-    return texts;
+    forget();
 }
 
 QStringList UsersTest::roleTexts() const
