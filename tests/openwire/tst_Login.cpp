@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include <iostream>
 #include <memory>
 #include <typeinfo>
 
@@ -22,6 +23,11 @@ class Login : public testing::TestWithParam<bool> {
 protected:
     static void SetUpTestSuite() { s_broker = std::make_unique<Broker>(); }
     static void TearDownTestSuite() { s_broker.reset(); }
+    void TearDown() override
+    {
+        if (HasFailure())
+            std::cerr << s_broker->logText();
+    }
     static std::string uri() { return GetParam() ? s_broker->autoUri() : s_broker->uri(); }
     static std::unique_ptr<Broker> s_broker;
 };
