@@ -44,6 +44,7 @@ struct KVXCollaborator::Private {
     std::map<QString, ProjectManagers> projects;
     InitProjectData initProjectData = nullptr;
     InitIdManager initIdManager = nullptr;
+    void (*initServerStatusChecker)(void **) = nullptr; // until it was called
     QLibrary library;
     QString error;
     bool ending = false;
@@ -149,6 +150,7 @@ bool KVXCollaborator::load(const QString &pluginPath)
     }
     d->initProjectData = d->resolve<InitProjectData>("initProjectDataSynchronizer");
     d->initIdManager = d->resolve<InitIdManager>("initIdManager");
+    d->initServerStatusChecker = d->resolve<void (*)(void **)>("initServerStatusChecker");
     // The managers created later connect to the messager and ask the login manager for the user.
     d->create(d->messager, "initMessage");
     d->create(d->login, "initLoginManager");
@@ -177,6 +179,10 @@ void KVXCollaborator::initialise()
     d->create(d->ocr, "initOcr");
     d->create(d->fileService, "initFileService");
     d->create(d->common, "initCommon");
+    if (const auto init = std::exchange(d->initServerStatusChecker, nullptr)) {
+        void *slot = nullptr; // stays empty: the checker is no object
+        init(&slot);
+    }
 }
 
 void KVXCollaborator::unload()
@@ -184,6 +190,7 @@ void KVXCollaborator::unload()
     d->destroyAll();
     d->initProjectData = nullptr;
     d->initIdManager = nullptr;
+    d->initServerStatusChecker = nullptr;
     if (d->library.isLoaded())
         d->library.unload();
     d->error.clear();

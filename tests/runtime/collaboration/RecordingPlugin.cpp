@@ -214,3 +214,9 @@ ENTRY_POINT(initOcr, Ocr, KVXCWOCR)
 ENTRY_POINT(initFileService, FileService, KVXCWFileService)
 ENTRY_POINT(initMessage, Message, KVXCWMessage)
 ENTRY_POINT(initCommon, Common, KVXCWCommon)
+
+extern "C" Q_DECL_EXPORT void initServerStatusChecker(void **slot)
+{
+    note(slot && !*slot ? QStringLiteral("ServerStatusChecker")
+                        : QStringLiteral("ServerStatusChecker without an empty slot"));
+}

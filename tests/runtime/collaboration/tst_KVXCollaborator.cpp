@@ -54,7 +54,8 @@ TEST_F(Collaborator, TheOtherManagersComeInTheirOrderAndGoInReverse)
     registry->initialise();
     EXPECT_EQ(takeEvents(),
         "+Message +LoginManager +UserManager +ReportTemplateMgr +GlobalLockMgr "
-        "+ProjectListManager +ProjectPermissionManager +Ocr +FileService +Common");
+        "+ProjectListManager +ProjectPermissionManager +Ocr +FileService +Common "
+        "ServerStatusChecker");
 
     registry->unload();
     EXPECT_EQ(takeEvents(),
@@ -128,6 +129,23 @@ TEST_F(Collaborator, InitialisingTwiceCreatesNothingTwice)
     takeEvents();
     registry->initialise();
     EXPECT_EQ(takeEvents(), "");
+}
+
+TEST_F(Collaborator, TheServerStatusCheckerIsInitialisedOnceForEachLoad)
+{
+    for (int time = 0; time < 2; ++time) {
+        ASSERT_TRUE(load());
+        registry->unload();
+        EXPECT_EQ(takeEvents(), "+Message +LoginManager -LoginManager -Message");
+        registry->initialise();
+        EXPECT_EQ(takeEvents(), "") << "the function went with the plug-in";
+        ASSERT_TRUE(load());
+        registry->initialise();
+        registry->initialise();
+        EXPECT_EQ(QString::fromStdString(takeEvents()).count(QStringLiteral("StatusChecker")), 1);
+        registry->unload();
+        takeEvents();
+    }
 }
 
 TEST_F(Collaborator, InitialisingWithoutAPluginDoesNothing)
