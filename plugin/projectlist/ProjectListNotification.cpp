@@ -1,6 +1,7 @@
 // What a notification of the server does to the project list. All log lines of the list are
-// written here, under the name of its class.
+// written here, under the name of its class and the signature of its one operation that logs.
 #define KVX_LOG_SOURCE "KVXCWProjectListImpl"
+#define KVX_LOG_FUNCTION "void KVXCWProjectListImpl::onNotify(const QJsonObject &)"
 
 #include "frame/Log.h"
 #include "login/CurrentUser.h"
@@ -255,6 +256,7 @@ void KVXCWProjectListImpl::applyPermissions(const QJsonObject &object, Notified 
             notified.permissionChanges.insert(type, { oldValue, newValue });
         }
     }
+    // Kept as is: told for a project that is closed here too, then with an empty map.
     notified.permissionsChanged = true;
     record->setUserPermissions(fresh->userPermissions());
 }

@@ -9,6 +9,22 @@ int FakeSynchronizer::created = 0;
 int FakeSynchronizer::destroyed = 0;
 QStringList FakeSynchronizer::synced;
 std::function<void()> FakeSynchronizer::duringSync;
+std::function<void()> FakeSynchronizer::atCreation;
+std::function<void()> FakeSynchronizer::atEnd;
+
+FakeSynchronizer::FakeSynchronizer()
+{
+    ++created;
+    if (atCreation)
+        atCreation();
+}
+
+FakeSynchronizer::~FakeSynchronizer()
+{
+    ++destroyed;
+    if (atEnd)
+        atEnd();
+}
 
 KVXCWProjectData::ErrorCode FakeSynchronizer::syncLogs()
 {
@@ -60,19 +76,50 @@ QJsonObject message(const char *command, const QJsonValue &content, const char *
         { QStringLiteral("notifymsg_content"), content } };
 }
 
+const std::vector<Command> &commands()
+{
+    static const KVXProjectInfo source(text("Old"), text("Tender"), KVXProjectInfo::Closed, {});
+    static KVXProjectInfo updated(text("Old"), text("Tender"), KVXProjectInfo::Closed, {});
+    static const std::vector<Command> all {
+        { "genprojectname", [](auto &list) { return !list.genProjectName().isEmpty(); } },
+        { "genprojectname", [](auto &list) { return !list.genProjectNameEx().isEmpty(); } },
+        { "newproject",
+            [](auto &list) { return list.newProject(Tender, text("N"), text("{n}")); } },
+        { "addendumproject", [](auto &list) { return list.addendumProject(Addendum, source); } },
+        { "removeproject", [](auto &list) { return list.removeProject(text("{a}")); } },
+        { "updateproject", [](auto &list) { return list.updateProject(&updated); } },
+        { "renameproject",
+            [](auto &list) { return list.renameProject(text("A"), text("B"), text("{a}")); } },
+        { "existsproject", [](auto &list) { return list.existsProject(text("unknown")); } },
+        { "openproject", [](auto &list) { return list.openProject(text("{a}")) == 1; } },
+        { "closeproject", [](auto &list) { return list.closeProject(text("{a}")); } },
+        { "projectlock", [](auto &list) { return list.lockProject(text("{a}"), false) == 1; } },
+        { "onlineeditors", [](auto &list) { return !list.onlineEditors(text("{a}")).isEmpty(); } },
+        { "updateprojectadditionalinfo",
+            [](auto &list) { return list.updateProjectAdditionalInfo(text("{a}"), {}); } },
+        { "newprojectgroup", [](auto &list) { return list.newProjectGroup(Tender, text("G")); } },
+        { "removeprojectgroup", [](auto &list) { return list.removeProjectGroup(text("G")); } },
+        { "renameprojectgroup",
+            [](auto &list) { return list.renameProjectGroup(text("G"), text("H")); } },
+        { "existsprojectgroup", [](auto &list) { return list.existsProjectGroup(text("G")); } },
+    };
+    return all;
+}
+
 ProjectListTest::ProjectListTest()
-    : ManagerTest("KVXCWProjectListImpl", "KVXCWProjectListImpl")
+    : ManagerTest("KVXCWProjectListImpl::onNotify(", "KVXCWProjectListImpl")
 {
     FakeSynchronizer::created = 0;
     FakeSynchronizer::destroyed = 0;
     FakeSynchronizer::synced.clear();
-    FakeSynchronizer::duringSync = nullptr;
     KVXCollaborator::getInstance()->setProjectEntryPoints(&FakeSynchronizer::create, nullptr);
 }
 
 ProjectListTest::~ProjectListTest()
 {
-    FakeSynchronizer::duringSync = nullptr;
+    for (auto *hook :
+        { &FakeSynchronizer::duringSync, &FakeSynchronizer::atCreation, &FakeSynchronizer::atEnd })
+        *hook = nullptr;
 }
 
 void ProjectListTest::answerList(const QList<QJsonObject> &projects)

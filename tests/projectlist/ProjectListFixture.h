@@ -5,6 +5,8 @@
 
 #include <KVXCollaboration/KVXCWProjectData.h>
 #include <QJsonArray>
+#include <functional>
+#include <vector>
 
 namespace kvx::test {
 
@@ -27,6 +29,14 @@ QJsonObject withUsers(const QList<QJsonObject> &users);
 QJsonObject message(
     const char *command, const QJsonValue &content, const char *from = "ben@example.com");
 
+/// A command, the service that it asks and whether it succeeded.
+struct Command {
+    const char *service;
+    std::function<bool(KVXCWProjectListImpl &)> run;
+};
+/// All of them, on the listed project "{a}" and the new one "{n}".
+const std::vector<Command> &commands();
+
 /// Counts what the list asks of the synchronisers.
 class FakeSynchronizer : public KVXCWProjectData {
 public:
@@ -34,10 +44,12 @@ public:
     static int destroyed;
     static QStringList synced; ///< GUIDs, in call order
     static std::function<void()> duringSync;
+    static std::function<void()> atCreation;
+    static std::function<void()> atEnd;
     static void create(KVXCWProjectData **slot) { *slot = new FakeSynchronizer; }
 
-    FakeSynchronizer() { ++created; }
-    ~FakeSynchronizer() override { ++destroyed; }
+    FakeSynchronizer();
+    ~FakeSynchronizer() override;
     void setProjectGuid(const QString &guid) override { m_guid = guid; }
     void setProjectDatabase(IKVXProjectDatabase *) override { }
     QString projectGuid() const override { return m_guid; }

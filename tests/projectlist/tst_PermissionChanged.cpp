@@ -145,6 +145,17 @@ TEST_F(PermissionChanged, AWholeArrayIsToldOnceUnderItsLastProject)
     EXPECT_EQ(takeInfos(), infos("{b}"));
 }
 
+TEST_F(PermissionChanged, AWholeArrayTellsNoValuesOfALastProjectThatIsClosed)
+{
+    open("{a}");
+    EXPECT_EQ(permissionsChanged({ changed("{a}", {}),
+                  changed("{b}", { collaborator("anna@example.com", 0, 2, 3, 4) }) }),
+        bracketed({ "permissionChanged {b}", "projectPermissionRemoved {b}",
+            "projCloseByPermRemoved {b}" }));
+    EXPECT_EQ(record("{a}"), nullptr);
+    EXPECT_EQ(record("{b}")->permission(anna, KVXProjectInfo::ProjectRW), 0);
+}
+
 TEST_F(PermissionChanged, AWholeArrayTellsAlsoWhatIsNew)
 {
     open("{a}");

@@ -1,7 +1,6 @@
 #include "ProjectListFixture.h"
 
 #include <KVXCollaboration/KVXCollaborator.h>
-#include <functional>
 
 using namespace kvx::test;
 
@@ -10,42 +9,6 @@ namespace {
 QJsonObject status(const QJsonValue &value)
 {
     return { { text("statuscode"), value } };
-}
-
-// A command, what it asks of the server and whether it succeeded.
-struct Command {
-    const char *service;
-    std::function<bool(KVXCWProjectListImpl &)> run;
-};
-
-const std::vector<Command> &commands()
-{
-    static const KVXProjectInfo source(text("Old"), text("Tender"), KVXProjectInfo::Closed, {});
-    static KVXProjectInfo updated(text("Old"), text("Tender"), KVXProjectInfo::Closed, {});
-    static const std::vector<Command> all {
-        { "genprojectname", [](auto &list) { return !list.genProjectName().isEmpty(); } },
-        { "genprojectname", [](auto &list) { return !list.genProjectNameEx().isEmpty(); } },
-        { "newproject",
-            [](auto &list) { return list.newProject(Tender, text("N"), text("{n}")); } },
-        { "addendumproject", [](auto &list) { return list.addendumProject(Addendum, source); } },
-        { "removeproject", [](auto &list) { return list.removeProject(text("{a}")); } },
-        { "updateproject", [](auto &list) { return list.updateProject(&updated); } },
-        { "renameproject",
-            [](auto &list) { return list.renameProject(text("A"), text("B"), text("{a}")); } },
-        { "existsproject", [](auto &list) { return list.existsProject(text("unknown")); } },
-        { "openproject", [](auto &list) { return list.openProject(text("{a}")) == 1; } },
-        { "closeproject", [](auto &list) { return list.closeProject(text("{a}")); } },
-        { "projectlock", [](auto &list) { return list.lockProject(text("{a}"), false) == 1; } },
-        { "onlineeditors", [](auto &list) { return !list.onlineEditors(text("{a}")).isEmpty(); } },
-        { "updateprojectadditionalinfo",
-            [](auto &list) { return list.updateProjectAdditionalInfo(text("{a}"), {}); } },
-        { "newprojectgroup", [](auto &list) { return list.newProjectGroup(Tender, text("G")); } },
-        { "removeprojectgroup", [](auto &list) { return list.removeProjectGroup(text("G")); } },
-        { "renameprojectgroup",
-            [](auto &list) { return list.renameProjectGroup(text("G"), text("H")); } },
-        { "existsprojectgroup", [](auto &list) { return list.existsProjectGroup(text("G")); } },
-    };
-    return all;
 }
 
 class ProjectCommands : public ProjectListTest {
@@ -93,17 +56,26 @@ TEST_F(ProjectCommands, AFailedPostIsAFailure)
         host.network.failPost(text(command.service));
         EXPECT_FALSE(command.run(*list)) << command.service;
     }
+    EXPECT_EQ(list->openProject(text("{a}")), 0);
+    EXPECT_EQ(list->lockProject(text("{a}"), false), 0);
     EXPECT_TRUE(host.takeLog().isEmpty());
 }
 
-TEST_F(ProjectCommands, WithoutAServerNothingIsSent)
+TEST_F(ProjectCommands, WithoutAServerNothingIsSentAndNothingChanges)
 {
+    const QJsonObject before = record("{a}")->toJson();
+    ASSERT_FALSE(record("{a}")->addtionalInfo().isEmpty());
     host.unconfigure();
     for (const Command &command : commands())
         EXPECT_FALSE(command.run(*list)) << command.service;
+    EXPECT_EQ(list->openProject(text("{a}")), 0);
+    EXPECT_EQ(list->lockProject(text("{a}"), false), 0);
     expectNoRequest(host);
     EXPECT_TRUE(takeSignals().isEmpty());
     EXPECT_EQ(recordCount(), 2);
+    EXPECT_EQ(record("{a}")->toJson(), before);
+    EXPECT_EQ(record("{a}")->status(), KVXProjectInfo::Closed);
+    EXPECT_EQ(FakeSynchronizer::created, 0);
 }
 
 TEST_F(ProjectCommands, EachIsPostedOnceToTheServiceUrlWithoutProgress)
@@ -220,6 +192,20 @@ TEST_F(ProjectCommands, AnAddendumCarriesWhatItsSourceSays)
     expectJson(host.network.takeRequest(), R"({"service":"getproject","ProjectGUID":"{new}"})");
     EXPECT_EQ(raw, 1);
     EXPECT_NE(record("{new}"), nullptr);
+}
+
+TEST_F(ProjectCommands, AnAddendumWhoseFetchFailsIsAFailureWithTheStatusOne)
+{
+    const KVXProjectInfo source(text("Addendum 1"), text("Tender"), KVXProjectInfo::Closed, {});
+    for (const bool carried : { true, false }) {
+        carried ? answer("getproject", R"({"statuscode":310})")
+                : host.network.failPost(text("getproject"));
+        double raw = -1;
+        EXPECT_FALSE(list->addendumProject(Addendum, source, &raw));
+        EXPECT_EQ(raw, 1);
+        EXPECT_EQ(host.network.takeServices(), texts({ "addendumproject", "getproject" }));
+        EXPECT_EQ(recordCount(), 2);
+    }
 }
 
 TEST_F(ProjectCommands, RemovingAsksTheServerAndLeavesTheListToTheNotification)
@@ -378,8 +364,11 @@ TEST_F(ProjectCommands, LockingReturnsTheStatusAndZeroWhenThePostFails)
 {
     host.network.answer(text("projectlock"), status(314));
     EXPECT_EQ(list->lockProject(text("{a}"), false), 314);
+    host.network.answerOnce(text("projectlock"), status(0));
+    EXPECT_EQ(list->lockProject(text("{a}"), false), 0);
     expectJson(host.network.takeRequest(), R"({"service":"projectlock","ProjectGUID":"{a}",
         "Email":"anna@example.com","ReleaseLock":false})");
+    host.network.takeRequest();
     host.network.answer(text("projectlock"), status(1));
     EXPECT_EQ(list->lockProject(text("{a}"), true), 1);
     expectJson(host.network.takeRequest(), R"({"service":"projectlock","ProjectGUID":"{a}",

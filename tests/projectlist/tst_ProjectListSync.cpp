@@ -27,6 +27,7 @@ TEST_F(ProjectListTest, IsMadeEmptyWhenTheServerRefuses)
     list = new KVXCWProjectListImpl;
     KVXCollaborator::getInstance()->setProjectListManager(list);
     EXPECT_EQ(recordCount(), 0);
+    EXPECT_TRUE(takeInfos().isEmpty());
 }
 
 TEST_F(ProjectListTest, IsMadeWithoutAServerAndWithoutAMessager)
@@ -197,6 +198,7 @@ TEST_F(ProjectListTest, AFailedFetchAppendsNothing)
     EXPECT_FALSE(list->fetchProject(text("{n}")));
     expectNoRequest(host);
     EXPECT_EQ(recordCount(), 0);
+    EXPECT_TRUE(takeInfos().isEmpty());
 }
 
 TEST_F(ProjectListTest, TheReaderHandsOutARecordThatTheCallerOwns)

@@ -7,7 +7,9 @@
 #include <climits>
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 #include <gtest/gtest.h>
+#include <vector>
 
 namespace {
 
@@ -152,6 +154,53 @@ TEST(ProjectRecord, ValuesOfAnyTypeDoNoHarm)
             { latin("Permission"), value } };
         kvx::readProjectRecord({ { latin("users"), QJsonArray { value, user } } })->toJson();
     }
+}
+
+TEST(ProjectRecord, ATextKeyOfAnotherTypeReadsAsEmpty)
+{
+    using Info = KVXProjectInfo;
+    const std::vector<std::pair<const char *, std::function<QString(const Info &)>>> keys {
+        { "Description", [](const Info &info) { return info.name(); } },
+        { "Type", [](const Info &info) { return info.type(); } },
+        { "ProjectGUID", [](const Info &info) { return info.guid(); } },
+        { "Amount", [](const Info &info) { return info.amount(); } },
+        { "AddendumProjectGUID", [](const Info &info) { return info.addendumGuid(); } },
+        { "CreatorName", [](const Info &info) { return info.createUser().name(); } },
+        { "CreatorEmail", [](const Info &info) { return info.createUser().email(); } },
+        { "LastEditorName", [](const Info &info) { return info.lastEditor().name(); } },
+        { "LastEditorEmail", [](const Info &info) { return info.lastEditor().email(); } },
+    };
+    const QJsonArray others { 5, 0, 1.5, true, QJsonValue::Null, QJsonArray { latin("x") },
+        parsed(R"({"x":"y"})") };
+    for (const auto &[key, field] : keys) {
+        EXPECT_EQ(field(*kvx::readProjectRecord({ { latin(key), latin("x") } })), latin("x"));
+        for (const QJsonValue &other : others)
+            EXPECT_TRUE(field(*kvx::readProjectRecord({ { latin(key), other } })).isEmpty()) << key;
+    }
+    for (const QJsonValue &other : others) {
+        for (const char *date : { "CreateDate", "LastModifyDate" }) {
+            const auto record = kvx::readProjectRecord({ { latin(date), other } });
+            EXPECT_FALSE(record->createDate().isValid() || record->modifiedTime().isValid());
+        }
+        const auto record = kvx::readProjectRecord({ { latin("ProjectState"), other },
+            { latin("users"),
+                QJsonArray {
+                    QJsonObject { { latin("Name"), other }, { latin("Email"), other } } } },
+            { latin("AdditionalInfo"), other } });
+        EXPECT_EQ(record->projectState(), 0);
+        EXPECT_TRUE(record->addtionalInfo().isEmpty());
+        ASSERT_EQ(record->userPermissions().size(), 1);
+        EXPECT_TRUE(record->userPermissions().at(0).first.name().isEmpty());
+        EXPECT_TRUE(record->userPermissions().at(0).first.email().isEmpty());
+    }
+}
+
+TEST(ProjectRecord, AVersionThatIsNoNumberReadsAsZero)
+{
+    EXPECT_EQ(read(R"({"LogVersion":6})")->logVersion(), 6);
+    for (const char *value : { R"({"LogVersion":"6"})", R"({"LogVersion":true})",
+             R"({"LogVersion":null})", R"({"LogVersion":[6]})", R"({"LogVersion":{"6":6}})" })
+        EXPECT_EQ(read(value)->logVersion(), 0) << value;
 }
 
 TEST(ProjectRecord, AdditionalInformationThatIsNoObjectIsEmpty)

@@ -2,8 +2,8 @@
 
 namespace kvx::test {
 
-ManagerTest::ManagerTest(const char *className, const char *source)
-    : m_functions(text(className) + QStringLiteral("::"))
+ManagerTest::ManagerTest(const char *functions, const char *source)
+    : m_functions(text(functions))
     , m_source(text(source))
 {
 }

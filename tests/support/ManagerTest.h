@@ -20,8 +20,8 @@ inline QString text(const char *utf8)
 /// A host with one manager, whose signals the derived class notes as texts.
 class ManagerTest : public testing::Test {
 protected:
-    /// `source` is what the manager's log lines name as their file.
-    ManagerTest(const char *className, const char *source);
+    /// What the manager's log lines name: a part of each function's signature, and the file.
+    ManagerTest(const char *functions, const char *source);
 
     void noteSignal(const QString &text) { m_signals += text; }
     /// What was noted since the last call, in the order of emission.
@@ -34,7 +34,7 @@ protected:
     void forget();
 
 private:
-    const QString m_functions; ///< how the names of the manager's functions begin
+    const QString m_functions;
     const QString m_source;
     QStringList m_signals;
 

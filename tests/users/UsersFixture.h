@@ -21,7 +21,7 @@ QString granted(const KVXCWUserImpl::Permissions &permissions);
 class UsersTest : public ManagerTest {
 protected:
     UsersTest()
-        : ManagerTest("KVXCWUserImpl", "KVXCWUserImpl.cpp")
+        : ManagerTest("KVXCWUserImpl::", "KVXCWUserImpl.cpp")
     {
     }
 
