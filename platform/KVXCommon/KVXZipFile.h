@@ -8,7 +8,8 @@
 class KVXCOMMON_API KVXZipFile {
 public:
     /// Packs the files (entry name to local path) into a new archive, written beside the target
-    /// and renamed. With a password the entries are encrypted with AES-256.
+    /// and renamed. With a password the entries are encrypted with AES-256. An entry that would
+    /// shrink to less than a 200th is stored as it is, since nobody would unpack it.
     /// False: nothing is left at archivePath.
     static bool compressFiles(
         const QString &archivePath, const QMap<QString, QString> &files, const QString &password);

@@ -42,7 +42,13 @@ ZipArchive openArchive(const QString &path, int flags)
     return ZipArchive(zip_open(QFile::encodeName(path).constData(), flags, &error));
 }
 
-bool addEntry(zip_t *archive, const QString &name, const QString &path, const QByteArray &password)
+bool isOverpacked(qint64 size, qint64 packedSize)
+{
+    return size > HighestRatio * packedSize;
+}
+
+bool addEntry(zip_t *archive, const QString &name, const QString &path, const QByteArray &password,
+    zip_int32_t method)
 {
     if (!isSafeEntryName(name) || !QFileInfo(path).isFile())
         return false;
@@ -58,8 +64,7 @@ bool addEntry(zip_t *archive, const QString &name, const QString &path, const QB
     // Change logs are numbers for the most part, and those take 3 % more than with the usual 6, in
     // half the time; text takes 7 % more.
     constexpr zip_uint32_t level = 3;
-    if (zip_set_file_compression(archive, static_cast<zip_uint64_t>(index), ZIP_CM_DEFLATE, level)
-        != 0)
+    if (zip_set_file_compression(archive, static_cast<zip_uint64_t>(index), method, level) != 0)
         return false;
     return password.isEmpty()
         || zip_file_set_encryption(
@@ -76,10 +81,10 @@ bool writeEmptyArchive(const QString &path)
         && file.commit();
 }
 
-bool writeArchive(const QString &path, const QMap<QString, QString> &files, const QString &password)
+/// The entries named in `stored` are not deflated.
+bool writeEntries(const QString &path, const QMap<QString, QString> &files, const QString &password,
+    const QSet<QString> &stored)
 {
-    if (files.isEmpty())
-        return writeEmptyArchive(path);
     // The library writes beside the target and renames when it closes the archive.
     ZipArchive archive = openArchive(path, ZIP_CREATE | ZIP_TRUNCATE);
     if (!archive)
@@ -87,7 +92,8 @@ bool writeArchive(const QString &path, const QMap<QString, QString> &files, cons
     QSet<QString> keys;
     for (auto file = files.cbegin(); file != files.cend(); ++file) {
         keys.insert(entryNameKey(file.key()));
-        if (!addEntry(archive.get(), file.key(), file.value(), password.toUtf8()))
+        const zip_int32_t method = stored.contains(file.key()) ? ZIP_CM_STORE : ZIP_CM_DEFLATE;
+        if (!addEntry(archive.get(), file.key(), file.value(), password.toUtf8(), method))
             return false;
     }
     if (KVX_FAIL_POINT("pack/entries added"))
@@ -96,6 +102,34 @@ bool writeArchive(const QString &path, const QMap<QString, QString> &files, cons
         return false;
     static_cast<void>(archive.release()); // closed and freed
     return true;
+}
+
+/// False: the archive just written cannot be read.
+bool findOverpacked(const QString &path, QSet<QString> &names)
+{
+    const ZipArchive archive = openArchive(path, ZIP_RDONLY);
+    if (!archive)
+        return false;
+    const zip_int64_t count = zip_get_num_entries(archive.get(), 0);
+    for (zip_int64_t i = 0; i < count; ++i) {
+        zip_stat_t stat;
+        if (zip_stat_index(archive.get(), static_cast<zip_uint64_t>(i), 0, &stat) != 0)
+            return false;
+        if (isOverpacked(static_cast<qint64>(stat.size), static_cast<qint64>(stat.comp_size)))
+            names.insert(QString::fromUtf8(stat.name));
+    }
+    return true;
+}
+
+bool writeArchive(const QString &path, const QMap<QString, QString> &files, const QString &password)
+{
+    if (files.isEmpty())
+        return writeEmptyArchive(path);
+    // What everybody refuses to unpack must not be packed. How far an entry shrinks shows only
+    // afterwards; one that shrinks too far is rare, and then stored in a second go.
+    QSet<QString> overpacked;
+    return writeEntries(path, files, password, {}) && findOverpacked(path, overpacked)
+        && (overpacked.isEmpty() || writeEntries(path, files, password, overpacked));
 }
 
 bool isPlainFile(const ZipEntry &entry)
@@ -171,7 +205,7 @@ bool Extraction::checkSizes(qint64 archiveSize) const
     qint64 total = 0;
     for (const ZipEntry &entry : m_entries) {
         const bool known = entry.size <= MostBytes && entry.packedSize <= archiveSize;
-        if (!known || !isPlainFile(entry) || entry.size > HighestRatio * entry.packedSize)
+        if (!known || !isPlainFile(entry) || isOverpacked(entry.size, entry.packedSize))
             return false;
         total += entry.size;
     }

@@ -96,6 +96,17 @@ TEST_F(SharedProject, BothSavingAtOnceGetVersionsOneAfterTheOther)
     EXPECT_EQ(version(anna()), 19);
 }
 
+// Such a log shrinks to less than a 200th, which nobody would unpack.
+TEST_F(SharedProject, ATextOfOneRepeatedLetterReachesTheColleague)
+{
+    const QString edited = QStringLiteral("edit %1 01.1 longtext=").arg(guid);
+    const QJsonObject result = anna().run(edited + QString(1024 * 1024, QLatin1Char('a')));
+    ASSERT_EQ(exitOf(result), 0) << errorOf(result).toStdString();
+    save(anna());
+    expectEqualCopies();
+    EXPECT_EQ(version(ben()), 0);
+}
+
 TEST_F(SharedProject, WithoutABrokerWorkOverHttpGoesOn)
 {
     kvx::test::Watchdog::allow(120);

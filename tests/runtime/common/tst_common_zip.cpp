@@ -44,6 +44,16 @@ protected:
         zip_discard(zip);
         return stat.encryption_method;
     }
+    static QMap<QString, int> methodsOf(const QString &archive)
+    {
+        QMap<QString, int> methods;
+        zip_t *zip = zip_open(archive.toLocal8Bit().constData(), ZIP_RDONLY, nullptr);
+        zip_stat_t stat {};
+        for (zip_uint64_t i = 0; zip_stat_index(zip, i, 0, &stat) == 0; ++i)
+            methods.insert(QString::fromUtf8(stat.name), stat.comp_method);
+        zip_discard(zip);
+        return methods;
+    }
     QMap<QString, QString> files;
 
 private:
@@ -54,7 +64,6 @@ const char LogName[] = "{4b1d0b52-9d4e-4b5c-8a67-0d2b6a3f1c11}_log7";
 
 TEST_F(Zip, WhatIsPackedIsUnpacked)
 {
-    const QByteArray big = QByteArray(300'000, 'a') + "end";
     QByteArray mixed;
     for (unsigned i = 0; i < 200'000; ++i)
         mixed.append(static_cast<char>(i * i >> 7));
@@ -71,6 +80,39 @@ TEST_F(Zip, WhatIsPackedIsUnpacked)
     EXPECT_EQ(QFile::permissions(path("out")) & 0x7777,
         QFile::Permissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser
             | QFile::WriteUser | QFile::ExeUser));
+}
+
+TEST_F(Zip, WhatShrinksTooFarIsStoredAndUnpacked)
+{
+    const QByteArray zeros(4 * 1024 * 1024, '\0');
+    const QByteArray text = QByteArray(300'000, 'a') + "end";
+    const QByteArray usual("a log that shrinks as usual, as usual, as usual, as usual");
+    const QMap<QString, QString> packed { { LogName, writeFile("log", zeros) },
+        { QString::fromUtf8("Höhe"), writeFile("t", text) }, { "usual", writeFile("u", usual) } };
+    for (const QString &password : { QString(), QStringLiteral("word") }) {
+        SCOPED_TRACE(password.toStdString());
+        ASSERT_TRUE(KVXZipFile::compressFiles(path("a.zip"), packed, password));
+        ASSERT_TRUE(extract(password));
+        EXPECT_EQ(files.keys(), packed.keys());
+        EXPECT_TRUE(readFile(files[LogName]) == zeros);
+        EXPECT_TRUE(readFile(files[QString::fromUtf8("Höhe")]) == text);
+        EXPECT_EQ(readFile(files["usual"]), usual);
+        ASSERT_TRUE(QDir(path("out")).removeRecursively());
+        EXPECT_EQ(methodsOf(path("a.zip")),
+            (QMap<QString, int> { { LogName, ZIP_CM_STORE },
+                { QString::fromUtf8("Höhe"), ZIP_CM_STORE }, { "usual", ZIP_CM_DEFLATE } }));
+    }
+}
+
+TEST_F(Zip, EveryLengthOfARepeatedByteIsUnpacked)
+{
+    for (int length = 1; length < 300'000; length += 1 + length / 3) {
+        ASSERT_TRUE(KVXZipFile::compressFiles(
+            path("a.zip"), { { "f", writeFile("f", QByteArray(length, 'a')) } }, QString()));
+        ASSERT_TRUE(extract()) << length;
+        EXPECT_EQ(readFile(files["f"]).size(), length);
+        ASSERT_TRUE(QDir(path("out")).removeRecursively());
+    }
 }
 
 TEST_F(Zip, AnArchiveWithoutEntriesGivesAnEmptyMap)
