@@ -277,6 +277,43 @@ TEST_F(KVXCWFileServiceImplTest, nothingIsSentOrLoggedWithoutAServerConfigured)
     expectLog(QString());
 }
 
+TEST_F(KVXCWFileServiceImplTest, aFailedExchangeFailsAndIsLoggedWithResultZero)
+{
+    for (const char *name : { "upload", "download", "hasupload" })
+        host.network.failPost(QLatin1String(name));
+
+    EXPECT_FALSE(service->download(QStringLiteral("n"), QStringLiteral("g"), QStringLiteral("l")));
+    expectLog(QStringLiteral("Download file. result=0, projectName=n, guid=g, localFileName=l"));
+
+    QJsonObject request;
+    EXPECT_FALSE(uploadRequest(request, false));
+    expectLog(
+        QStringLiteral("Upload file. result=0, localFileName=%1, serverFileName=a.dat").arg(local));
+
+    EXPECT_FALSE(uploadProject());
+    expectLog(
+        QStringLiteral("Upload file. result=0, projectName=House %2, guid={g1}, projectFileName=")
+        + local);
+
+    EXPECT_FALSE(service->hasUpload(local, QStringLiteral("s"), true));
+    expectLog(QString());
+    EXPECT_EQ(host.network.postCount(), 4);
+}
+
+TEST_F(KVXCWFileServiceImplTest, aFailedDownloadLeavesTheFileThatWasThere)
+{
+    host.network.transferResult = false;
+    host.network.failPost(QStringLiteral("download"));
+    EXPECT_FALSE(
+        service->download(QStringLiteral("http://x"), QStringLiteral("s"), local, &progress));
+    EXPECT_FALSE(service->download(QStringLiteral("n"), QStringLiteral("g"), local));
+    EXPECT_FALSE(service->download(QStringLiteral("s"), local, &progress));
+
+    QFile file(local);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.readAll(), QByteArray("content"));
+}
+
 TEST_F(KVXCWFileServiceImplTest, theStatusTruncates)
 {
     const struct {
