@@ -146,6 +146,15 @@ TEST_F(Save, theUploadLineShowsTheStatusAsItCame)
     EXPECT_TRUE(host.logged(20000, QStringLiteral("uploadLogFile: %1-604").arg(commandFile)));
 }
 
+TEST_F(Save, theUploadLineShowsZeroWithoutAnAnswer)
+{
+    open(6);
+    host.network.failPost(QStringLiteral("upload"));
+    EXPECT_EQ(save(), KVXCWProjectData::UploadFailed);
+    EXPECT_TRUE(host.logged(20000, QStringLiteral("uploadLogFile: %1-0").arg(commandFile)));
+    EXPECT_EQ(server.locksReleased, 1);
+}
+
 TEST_F(Save, placeholdersInNamesStayWhatTheyAre)
 {
     open(6);
@@ -214,6 +223,7 @@ TEST_F(Save, anUnreadyHostReleasesTheLock)
     EXPECT_EQ(save(), KVXCWProjectData::AdditionalInfoNotReady);
     EXPECT_EQ(info.infoCalls, 0);
     EXPECT_EQ(takeSteps().last(), QStringLiteral("loglock-"));
+    EXPECT_TRUE(host.logged(20000, QStringLiteral("KVXCWProjectDataImpl.saveProject, Result=10")));
     EXPECT_EQ(project->saveProject(nullptr), KVXCWProjectData::AdditionalInfoNotReady);
     EXPECT_EQ(server.locksReleased, 2);
 }
@@ -282,6 +292,21 @@ TEST_F(Save, anArchiveThatCannotBePackedFailsAtTheUpload)
     EXPECT_TRUE(host.logged(20000, QStringLiteral("uploadLogFile: -603")));
 }
 
+TEST_F(Save, anAbsentProjectFileFailsAtItsUpload)
+{
+    open(6);
+    info.map.remove(QStringLiteral("ProjectFile"));
+    EXPECT_EQ(save(), KVXCWProjectData::UploadFailed);
+    EXPECT_TRUE(host.logged(20000, QStringLiteral("KVXCWProjectDataImpl.saveProject, Result=6")));
+    const QList<QJsonObject> requests = host.network.takeRequests();
+    ASSERT_EQ(requests.size(), 5); // version, lock, log, file, release
+    EXPECT_EQ(requests.at(3).value(QLatin1String("FileName")).toString(), server.projectFileName());
+    EXPECT_EQ(requests.at(3).value(QLatin1String("LocalFileName")), QJsonValue(QString()));
+    EXPECT_TRUE(requests.at(4).value(QLatin1String("ReleaseLock")).toBool());
+    EXPECT_EQ(server.locksReleased, 1);
+    EXPECT_EQ(project->logVersion(), 6);
+}
+
 TEST_F(Save, aRefusedMergeLeavesTheVersion)
 {
     open(6);
@@ -346,6 +371,7 @@ TEST_F(Save, failsAfterTheMergeWithoutAnIdManager)
     open(6);
     KVXCollaborator::getInstance()->setIdManager(guid, nullptr);
     EXPECT_EQ(save(), KVXCWProjectData::CheckOutFailed);
+    EXPECT_TRUE(host.logged(20000, QStringLiteral("KVXCWProjectDataImpl.saveProject, Result=5")));
     EXPECT_EQ(server.merges, 1);
     EXPECT_EQ(project->logVersion(), 7);
     const QJsonObject release = host.network.takeRequests().last();

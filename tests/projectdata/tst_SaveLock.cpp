@@ -69,6 +69,21 @@ TEST_F(Save, aStaleVersionSynchronisesAndAsksAgainAtOnce)
             QStringLiteral("getlogversion"), QStringLiteral("loglock+") }));
 }
 
+TEST_F(Save, everyRetryWritesItsFirstLineAgain)
+{
+    const QString first = QStringLiteral("INFO KVXCWProjectDataImpl.doSaveProject");
+    const QString synced = QStringLiteral("INFO KVXCWProjectDataImpl::syncLogs");
+    const QString answered
+        = QStringLiteral("INFO KVXCWProjectDataImpl.doSaveProject.logLock, Result=%1");
+    open(6);
+    answerLockOnce(0);
+    answerLockOnce(2);
+    ASSERT_EQ(save(), KVXCWProjectData::Success);
+    EXPECT_EQ(takeLog("KVXCWProjectDataImpl.cpp").mid(0, 9),
+        (QStringList { first, synced, answered.arg(0), first, synced, answered.arg(2), first,
+            synced, answered.arg(1) }));
+}
+
 TEST_F(Save, aStaleVersionIsNotCountedAsAWait)
 {
     open(6);

@@ -303,6 +303,9 @@ TEST_F(Sync, somethingElseThanAnArchiveFailsTheMerge)
     EXPECT_EQ(sync(), KVXCWProjectData::MergeLogsFailed);
     EXPECT_TRUE(host.logged(20000, QStringLiteral("extractFiles failed")));
     EXPECT_EQ(database.executions, 0);
+    const QStringList left = archives(); // what was downloaded, and nothing unpacked
+    ASSERT_EQ(left.size(), 1);
+    EXPECT_EQ(readFile(left.first()), QByteArray("this is no archive"));
 }
 
 TEST_F(Sync, anAnsweredDownloadWithoutAFileFailsTheMerge)
@@ -325,6 +328,11 @@ TEST_F(Sync, anArchiveWithoutEntriesFailsTheMergeWithoutALine)
     ASSERT_GE(started, 0);
     ASSERT_EQ(lines.size(), started + 2);
     EXPECT_TRUE(lines.last().startsWith(QStringLiteral("WARN Merge log file failed: no=1, ")));
+    int folders = 0;
+    for (const QString &path : archives())
+        folders += QFileInfo(path).isDir() ? 1 : 0;
+    EXPECT_EQ(folders, 1); // the unpacked one
+    EXPECT_EQ(archives().size(), 1 + 1);
 }
 
 TEST_F(Sync, aLogThatCannotBeLoadedFailsTheMerge)
