@@ -26,9 +26,10 @@ LogRecord onlyRecord(FakeHost &host)
 
 } // namespace
 
-TEST(Log, recordsCarryLevelFileNameAndFunction)
+TEST(Log, recordsCarryLevelFileNameLineAndFunction)
 {
     FakeHost host;
+    const int line = __LINE__;
     KVX_INFO("a");
     KVX_WARN("b");
     KVX_ERROR("c");
@@ -39,6 +40,7 @@ TEST(Log, recordsCarryLevelFileNameAndFunction)
         EXPECT_EQ(records[i].level, (i + 2) * 10000);
         EXPECT_EQ(records[i].text, QString(QLatin1Char(char('a' + i))));
         EXPECT_EQ(records[i].source, QStringLiteral("tst_Log.cpp"));
+        EXPECT_EQ(records[i].line, line + 1 + i);
         EXPECT_TRUE(records[i].function.contains(QLatin1String("TestBody")))
             << records[i].function.toStdString();
     }

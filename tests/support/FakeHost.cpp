@@ -47,7 +47,7 @@ protected:
         m_store->records.append(
             { event.getLogLevel(), QString::fromLocal8Bit(event.getMessage().c_str()),
                 QString::fromLocal8Bit(event.getFile().c_str()),
-                QString::fromLocal8Bit(event.getFunction().c_str()) });
+                QString::fromLocal8Bit(event.getFunction().c_str()), event.getLine() });
     }
 
 private:

@@ -38,6 +38,7 @@ struct LogRecord {
     QString text;
     QString source; ///< file name as logged
     QString function;
+    int line; ///< of the source file
 };
 
 /// A host for one manager under test: endpoint set ("127.0.0.1", "8090"), user "Anna Weiss"
