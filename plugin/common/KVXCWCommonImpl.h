@@ -10,8 +10,8 @@
 
 /// Shared tables, working time and the common resource package. Host thread, but for tick().
 /// Tables are judged by the exchange alone, the package by "statuscode".
+/// The meta-object is the interface's.
 class KVXCWCommonImpl : public KVXCWCommon {
-    Q_OBJECT
 public:
     using Clock = std::function<QTime()>;
 

@@ -1,8 +1,11 @@
+#include "common/KVXCWCommonImpl.h"
 #include "login/KVXCWLoginImpl.h"
 #include "messaging/KVXCWMessageImpl.h"
 #include "projectdata/KVXCWIDManagerImpl.h"
 #include "projectdata/KVXCWProjectDataImpl.h"
 #include "projectlist/KVXCWProjectListImpl.h"
+#include "resources/KVXCWOCRImpl.h"
+#include "resources/KVXGlobalLockMgrImpl.h"
 #include "resources/KVXReportTemplateMgrImpl.h"
 #include "users/KVXCWUserImpl.h"
 
@@ -30,13 +33,24 @@ void expectNothingElse(const QMetaObject &type)
 
 } // namespace
 
-TEST(MetaObjects, theLoginManagerHasOneWithoutMembers)
+TEST(MetaObjects, threeManagersHaveOneWithoutMembers)
 {
-    const QMetaObject &type = KVXCWLoginImpl::staticMetaObject;
-    EXPECT_STREQ(type.className(), "KVXCWLoginImpl");
-    EXPECT_EQ(type.superClass(), &KVXCWLogin::staticMetaObject);
-    EXPECT_EQ(ownMethods(type), QStringList());
-    expectNothingElse(type);
+    const struct {
+        const QMetaObject &type;
+        const char *name;
+        const QMetaObject &base;
+    } managers[] = {
+        { KVXCWLoginImpl::staticMetaObject, "KVXCWLoginImpl", KVXCWLogin::staticMetaObject },
+        { KVXCWOCRImpl::staticMetaObject, "KVXCWOCRImpl", KVXCWOCR::staticMetaObject },
+        { KVXGlobalLockMgrImpl::staticMetaObject, "KVXGlobalLockMgrImpl",
+            KVXGlobalLockMgr::staticMetaObject },
+    };
+    for (const auto &manager : managers) {
+        EXPECT_STREQ(manager.type.className(), manager.name);
+        EXPECT_EQ(manager.type.superClass(), &manager.base) << manager.name;
+        EXPECT_EQ(ownMethods(manager.type), QStringList()) << manager.name;
+        expectNothingElse(manager.type);
+    }
 }
 
 TEST(MetaObjects, receiversHaveExactlyTheNotificationSlot)
@@ -69,6 +83,9 @@ TEST(MetaObjects, theOthersUseTheirInterfaces)
 {
     EXPECT_EQ(&KVXCWMessageImpl::staticMetaObject, &KVXCWMessage::staticMetaObject);
     EXPECT_EQ(&KVXCWProjectDataImpl::staticMetaObject, &KVXCWProjectData::staticMetaObject);
+    EXPECT_EQ(&KVXCWCommonImpl::staticMetaObject, &KVXCWCommon::staticMetaObject);
     const KVXCWMessageImpl messager;
     EXPECT_STREQ(messager.metaObject()->className(), "KVXCWMessage");
+    const KVXCWCommonImpl common;
+    EXPECT_STREQ(common.metaObject()->className(), "KVXCWCommon");
 }
