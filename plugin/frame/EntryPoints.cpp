@@ -1,6 +1,7 @@
 #include "frame/EntryPoints.h"
 
 #include "common/KVXCWCommonImpl.h"
+#include "frame/NewManager.h"
 #include "login/KVXCWLoginImpl.h"
 #include "messaging/KVXCWMessageImpl.h"
 #include "projectdata/KVXCWIDManagerImpl.h"
@@ -13,75 +14,64 @@
 #include "resources/KVXReportTemplateMgrImpl.h"
 #include "users/KVXCWUserImpl.h"
 
-#include <new>
-
-namespace {
-
-template <class Manager, class Interface> void create(Interface **slot)
-{
-    *slot = new (std::nothrow) Manager;
-}
-
-} // namespace
-
 void initLoginManager(KVXCWLogin **slot)
 {
-    create<KVXCWLoginImpl>(slot);
+    kvx::writeNewManager<KVXCWLoginImpl>(slot);
 }
 
 void initUserManager(KVXCWUser **slot)
 {
-    create<KVXCWUserImpl>(slot);
+    kvx::writeNewManager<KVXCWUserImpl>(slot);
 }
 
 void initReportTemplateMgr(KVXReportTemplateMgr **slot)
 {
-    create<KVXReportTemplateMgrImpl>(slot);
+    kvx::writeNewManager<KVXReportTemplateMgrImpl>(slot);
 }
 
 void initGlobalLockMgr(KVXGlobalLockMgr **slot)
 {
-    create<KVXGlobalLockMgrImpl>(slot);
+    kvx::writeNewManager<KVXGlobalLockMgrImpl>(slot);
 }
 
 void initProjectListManager(KVXCWProjectList **slot)
 {
-    create<KVXCWProjectListImpl>(slot);
+    kvx::writeNewManager<KVXCWProjectListImpl>(slot);
 }
 
 void initProjectPermissionManager(KVXCWProjectPermission **slot)
 {
-    create<KVXCWProjectPermissionImpl>(slot);
+    kvx::writeNewManager<KVXCWProjectPermissionImpl>(slot);
 }
 
 void initProjectDataSynchronizer(KVXCWProjectData **slot)
 {
-    create<KVXCWProjectDataImpl>(slot);
+    kvx::writeNewManager<KVXCWProjectDataImpl>(slot);
 }
 
 void initIdManager(KVXCWIDManager **slot)
 {
-    create<KVXCWIDManagerImpl>(slot);
+    kvx::writeNewManager<KVXCWIDManagerImpl>(slot);
 }
 
 void initOcr(KVXCWOCR **slot)
 {
-    create<KVXCWOCRImpl>(slot);
+    kvx::writeNewManager<KVXCWOCRImpl>(slot);
 }
 
 void initFileService(KVXCWFileService **slot)
 {
-    create<KVXCWFileServiceImpl>(slot);
+    kvx::writeNewManager<KVXCWFileServiceImpl>(slot);
 }
 
 void initMessage(KVXCWMessage **slot)
 {
-    create<KVXCWMessageImpl>(slot);
+    kvx::writeNewManager<KVXCWMessageImpl>(slot);
 }
 
 void initCommon(KVXCWCommon **slot)
 {
-    create<KVXCWCommonImpl>(slot);
+    kvx::writeNewManager<KVXCWCommonImpl>(slot);
 }
 
 void initServerStatusChecker(void **) { }

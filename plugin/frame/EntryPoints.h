@@ -16,7 +16,7 @@ class KVXGlobalLockMgr;
 class KVXReportTemplateMgr;
 
 /// All that the plug-in exports. Each writes a new manager, owned by the caller, into the slot;
-/// null where there is none. Host thread.
+/// null when it could not be made. Host thread.
 /// The messager comes first and is registered before the user, project list, ID and report
 /// template managers are created, which connect to it; the login manager before the user manager;
 /// the server address is set before the user, project list and OCR managers.

@@ -1,6 +1,7 @@
 #include "frame/EntryPoints.h"
 
 #include "common/KVXCWCommonImpl.h"
+#include "frame/NewManager.h"
 #include "login/KVXCWLoginImpl.h"
 #include "messaging/KVXCWMessageImpl.h"
 #include "projectdata/KVXCWIDManagerImpl.h"
@@ -16,6 +17,7 @@
 
 #include <gtest/gtest.h>
 #include <memory>
+#include <stdexcept>
 
 namespace kvx::test {
 
@@ -36,6 +38,24 @@ template <class Implementation, class Interface> void expectCreates(void (*init)
     EXPECT_NE(first, second);
 }
 
+template <class Failure> class Unfinished : public KVXCWMessageImpl {
+public:
+    Unfinished() { throw Failure(); }
+};
+
+/// No memory for the object itself.
+class Unallocated : public KVXCWMessageImpl {
+public:
+    static void *operator new(std::size_t, const std::nothrow_t &) noexcept { return nullptr; }
+};
+
+struct OutOfThreads : std::runtime_error {
+    OutOfThreads()
+        : runtime_error("no thread")
+    {
+    }
+};
+
 } // namespace
 
 TEST(EntryPoints, eachCreatesANewManagerOfItsClass)
@@ -53,6 +73,18 @@ TEST(EntryPoints, eachCreatesANewManagerOfItsClass)
     expectCreates<KVXGlobalLockMgrImpl>(initGlobalLockMgr);
     expectCreates<KVXCWCommonImpl>(initCommon);
     expectCreates<KVXCWUserImpl>(initUserManager);
+}
+
+TEST(EntryPoints, aManagerThatCannotBeMadeLeavesNullInTheSlot)
+{
+    KVXCWMessageImpl earlier;
+    for (void (*write)(KVXCWMessage **) : { &writeNewManager<Unallocated, KVXCWMessage>,
+             &writeNewManager<Unfinished<std::bad_alloc>, KVXCWMessage>,
+             &writeNewManager<Unfinished<OutOfThreads>, KVXCWMessage> }) {
+        KVXCWMessage *slot = &earlier;
+        EXPECT_NO_THROW(write(&slot));
+        EXPECT_EQ(slot, nullptr);
+    }
 }
 
 TEST(EntryPoints, theServerStatusCheckerLeavesItsSlotUntouched)
