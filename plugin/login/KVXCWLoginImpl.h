@@ -35,6 +35,9 @@ public:
         const QString &productType, const QString &version,
         const QString &serverApiVersion) override;
 
+    /// The e-mail of the last successful login as it was typed; empty before it.
+    const QString &loginEmail() const { return m_loginEmail; }
+
 private:
     void acceptUser(const ServiceReply &reply, const QString &email, const QString &password);
     KVXErrorCode startMessager();
@@ -42,7 +45,7 @@ private:
     KVXUser *m_currentUser = nullptr;
     int m_leftCount = 0;
     QString m_companyAccount;
-    QString m_loginEmail; ///< as typed
+    QString m_loginEmail;
     /// The users of all logins: hosts may still hold an earlier one.
     std::vector<std::unique_ptr<KVXUser>> m_users;
 };

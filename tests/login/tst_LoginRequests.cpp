@@ -35,6 +35,23 @@ TEST_F(LoginRequests, logoutSendsTheEmailUnchanged)
         json(R"({"service": "logout", "Email": "Anna.WEISS@Example.com"})"));
 }
 
+TEST_F(LoginRequests, theEmailIsKeptAsTyped)
+{
+    EXPECT_EQ(manager->loginEmail(), QString());
+    ASSERT_EQ(login(QStringLiteral("Anna.WEISS@Example.com")), KVXOk);
+    EXPECT_EQ(manager->loginEmail(), QStringLiteral("Anna.WEISS@Example.com"));
+}
+
+TEST_F(LoginRequests, aRefusedLoginLeavesTheEmailOfTheEarlierOne)
+{
+    ASSERT_EQ(login(QStringLiteral("Anna@Example.com")), KVXOk);
+    host.network.answer(QStringLiteral("login"), json(R"({"statuscode": 235, "leftcount": 2})"));
+    ASSERT_EQ(login(QStringLiteral("Ben@Example.com")), KVXLoginRefused);
+    host.network.failPost(QStringLiteral("login"));
+    ASSERT_EQ(login(QStringLiteral("Eva@Example.com")), KVXFailed);
+    EXPECT_EQ(manager->loginEmail(), QStringLiteral("Anna@Example.com"));
+}
+
 TEST_F(LoginRequests, logoutBeforeAnyLoginPostsTheRequest)
 {
     EXPECT_TRUE(manager->logout(QStringLiteral("anna@example.com")));
