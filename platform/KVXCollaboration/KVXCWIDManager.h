@@ -8,8 +8,8 @@
 
 class IKVXProjectDatabase;
 
-/// Check-out of items and item numbers of one opened project. Host thread; newItemId from any.
-/// The order of the virtual operations is binding.
+/// Check-out of items and item numbers of one opened project. Host thread. The order of the virtual
+/// operations is binding.
 class KVXCOLLABORATION_API KVXCWIDManager : public QObject {
     Q_OBJECT
 public:
@@ -18,10 +18,11 @@ public:
     virtual void setProjectGuid(const QString &guid) = 0;
     /// Makes sure that a range of numbers is held and where it continues.
     virtual bool attachDatabase(IKVXProjectDatabase *database) = 0;
-    /// The next free number of the user's range; -1 when none is to be had.
+    /// The next free number of the user's range; -1 when none is to be had. May look into the
+    /// database and ask the server.
     virtual int newItemId(IKVXProjectDatabase *database) = 0;
     /// All items or none. Synchronises the project first. In the second form a refusal hands back
-    /// who holds the item.
+    /// who holds the item; without an answer of the server `state` stays as it is.
     KVX_OVERLOADS2(virtual bool checkOut(int moduleType, const QList<int> &ids) = 0,
         virtual bool checkOut(int moduleType, int id, KVXItemCheckState &state) = 0)
     KVX_OVERLOADS2(virtual bool checkIn(int moduleType, const QList<int> &ids) = 0,

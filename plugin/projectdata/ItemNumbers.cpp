@@ -56,7 +56,7 @@ int ItemNumbers::take()
         m_scanned = true;
         ++m_last;
         m_highestUsed = std::max(m_highestUsed, m_last);
-        // A scan sees what is stored; a number may be handed out and not stored yet.
+        // Kept as is: passes over numbers that are handed out; a scan sees only what is stored.
         if (!m_handedOut.contains(m_last)) {
             m_handedOut.insert(m_last);
             return m_last;

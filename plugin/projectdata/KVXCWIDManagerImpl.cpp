@@ -20,8 +20,8 @@
 
 namespace {
 
-/// A server may answer a request for a new block with one that is of no use; it is asked again,
-/// but not for ever.
+// Kept as is: a server may answer a request for a new block with one that is of no use; it is asked
+// again, but not for ever.
 constexpr int MostBlockRequests = 100;
 
 /// Each number is followed by ";".
@@ -122,10 +122,11 @@ bool KVXCWIDManagerImpl::checkOut(int moduleType, int id, KVXItemCheckState &sta
     const QPointer<KVXCWIDManagerImpl> self(this);
     if (syncProjectLogs() == 0 || !self)
         return false;
-    CheckStates states;
+    std::optional<CheckStates> states;
     if (requestCheckOut(moduleType, { id }, true, &states))
         return true;
-    state = states.value(id);
+    if (states)
+        state = states->value(id);
     return false;
 }
 
@@ -226,7 +227,7 @@ bool KVXCWIDManagerImpl::registerCreatedItems(int moduleType, const QList<int> &
     if (ids.isEmpty())
         return true;
     m_numbers.addHandedOut(ids);
-    ensureRange();
+    ensureRange(); // Kept as is: asks once a call, not once an item.
     m_numbers.addNewItems(moduleType, ids);
     return true;
 }
@@ -239,7 +240,7 @@ void KVXCWIDManagerImpl::rescan()
 bool KVXCWIDManagerImpl::checkOutNewItems()
 {
     const QPointer<KVXCWIDManagerImpl> self(this);
-    // What is created while the requests run belongs to the next save.
+    // Kept as is: what is created while the requests run belongs to the next save.
     const QMap<int, QSet<int>> items = m_numbers.newItems();
     const QSet<int> handedOut = m_numbers.handedOut();
 
@@ -324,9 +325,10 @@ int KVXCWIDManagerImpl::syncProjectLogs()
 }
 
 /// Whatever the status, the picture takes over what the reply tells about holders. `states`
-/// receives the module's whole picture. The manager may be gone on return.
+/// receives the module's whole picture, and nothing when no reply came. The manager may be gone on
+/// return.
 bool KVXCWIDManagerImpl::requestCheckOut(
-    int moduleType, const QList<int> &ids, bool notifyOther, CheckStates *states)
+    int moduleType, const QList<int> &ids, bool notifyOther, std::optional<CheckStates> *states)
 {
     const QPointer<KVXCWIDManagerImpl> self(this);
     const ServiceReply reply = ServiceRequest("checkout")
@@ -353,7 +355,7 @@ void KVXCWIDManagerImpl::enterCheckStates(CheckStates &states, const QJsonArray 
         const QJsonObject info = value.toObject();
         int id = -1;
         if (!readItemNumber(info.value(QLatin1String("ID")), id))
-            continue;
+            continue; // Kept as is: an entry of no item says nothing about one.
         KVXItemCheckState state;
         state.email = info.value(QLatin1String("Email")).toString();
         state.name = info.value(QLatin1String("Name")).toString();

@@ -8,10 +8,11 @@
 #include <QJsonObject>
 #include <QMap>
 #include <mutex>
+#include <optional>
 
 /// Check-out of items and item numbers of one project, kept on the server. The local picture only
-/// follows what the server answers. Host thread, except newItemId. A receiver of changed() may
-/// close the project; the operation under way then returns at once.
+/// follows what the server answers. Host thread. A receiver of changed() may close the project; the
+/// operation under way then returns at once.
 class KVXCWIDManagerImpl : public KVXCWIDManager {
     Q_OBJECT
 public:
@@ -50,8 +51,8 @@ private:
     using CheckStates = QHash<int, KVXItemCheckState>; // by item
 
     int syncProjectLogs();
-    bool requestCheckOut(
-        int moduleType, const QList<int> &ids, bool notifyOther, CheckStates *states = nullptr);
+    bool requestCheckOut(int moduleType, const QList<int> &ids, bool notifyOther,
+        std::optional<CheckStates> *states = nullptr);
     void enterCheckStates(CheckStates &states, const QJsonArray &infos) const;
     bool requestRange(bool newRange, ItemNumberRange &range) const;
     void ensureRange();

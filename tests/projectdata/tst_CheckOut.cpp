@@ -91,7 +91,9 @@ TEST_F(CheckOut, nothingIsSentWithoutAServer)
 {
     host.unconfigure();
     EXPECT_FALSE(items->checkOut(module, { 1 }));
+    holder.email = QStringLiteral("untouched");
     EXPECT_FALSE(items->checkOut(module, 1, holder));
+    EXPECT_EQ(holder.email, QStringLiteral("untouched"));
     EXPECT_FALSE(items->checkIn(module, { 1 }));
     EXPECT_FALSE(items->checkInAll());
     EXPECT_FALSE(items->attachDatabase(&database));
@@ -118,6 +120,28 @@ TEST_F(CheckOut, ofOneItemHandsBackItsHolderOnRefusal)
     holder.email = QStringLiteral("untouched");
     EXPECT_TRUE(items->checkOut(module, 1, holder));
     EXPECT_EQ(holder.email, QStringLiteral("untouched"));
+}
+
+TEST_F(CheckOut, ofOneItemLeavesTheCallersHolderWithoutAnAnswer)
+{
+    answer(620, { info(1, other, 1) });
+    ASSERT_FALSE(items->checkOut(module, 1, holder));
+    ASSERT_EQ(holder.email, other);
+    host.network.failPost(QStringLiteral("checkout"));
+    EXPECT_FALSE(items->checkOut(module, 1, holder));
+    EXPECT_EQ(holder.state, 2);
+    EXPECT_EQ(holder.email, other);
+    EXPECT_EQ(holder.name, QStringLiteral("Name of ben@example.com"));
+}
+
+TEST_F(CheckOut, ofOneItemHandsBackNobodyWhereARefusalNamesNone)
+{
+    answer(620, { info(2, other, 1) });
+    holder.state = 2;
+    holder.email = other;
+    EXPECT_FALSE(items->checkOut(module, 1, holder));
+    EXPECT_EQ(holder.state, 0);
+    EXPECT_EQ(holder.email, QString());
 }
 
 TEST_F(CheckOut, goesOnWhateverTheSynchronisationReturned)

@@ -23,6 +23,32 @@ TEST_F(CheckOut, theUsersOwnNewItemIsHisWithoutAsking)
     EXPECT_EQ(items->checkState(module, id, holder), 0); // the scripted reply named no holder
 }
 
+TEST_F(CheckOut, anItemCreatedWithoutARangeIsCheckedOutOnceOneIsHeld)
+{
+    items->checkState(module, 1, holder);
+    host.network.answerOnce(QStringLiteral("allocateidrange"), status(622));
+    items->registerCreatedItems(module, { 1001 });
+    host.network.takeRequests();
+    EXPECT_EQ(items->checkState(module, 1001, holder), 1); // and now there is a range
+    EXPECT_EQ(takeSteps(), QStringList { QStringLiteral("allocateidrange") });
+
+    EXPECT_TRUE(items->checkOutNewItems());
+    const QList<QJsonObject> requests = takeRequests("checkout");
+    ASSERT_EQ(requests.size(), 1);
+    EXPECT_EQ(requests.first().value(QLatin1String("IDs")).toString(), QStringLiteral("1001;"));
+}
+
+TEST_F(CheckOut, anItemCreatedWithoutARangeIsTheUsersOwnAndNeverCheckedOut)
+{
+    items->checkState(module, 1, holder);
+    host.network.answer(QStringLiteral("allocateidrange"), status(622));
+    items->registerCreatedItems(module, { 1001 });
+    EXPECT_EQ(items->checkState(module, 1001, holder), 1);
+    host.network.takeRequests();
+    EXPECT_TRUE(items->checkOutNewItems());
+    EXPECT_EQ(takeRequests("checkout").first().value(QLatin1String("IDs")).toString(), QString());
+}
+
 TEST_F(CheckOut, aStoredStateGoesBeforeTheOwnCreation)
 {
     items->registerCreatedItems(module, { 1001 });
