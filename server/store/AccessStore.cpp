@@ -56,15 +56,14 @@ std::optional<ProjectAccess> findProject(Db &db, const Config &config, Time now,
     access.owner = rights.administrator || (access.creatorId == userId && access.canWrite());
 
     if (lockSession) {
-        const auto holder = db.row<std::int64_t, std::string, std::string, Time, Time,
-            std::optional<std::int64_t>>(
+        const auto holder = db.row<std::int64_t, std::string, std::string, Time, Time, bool>(
             "SELECT u.id, u.name, u.email, s.last_seen, s.ends, "
-            "(SELECT id FROM project WHERE lock_session = s.id LIMIT 1) "
+            "EXISTS (SELECT 1 FROM log_lock_at_work l WHERE l.lock_session = s.id) "
             "FROM session s JOIN users u ON u.id = s.user_id WHERE s.id = :session",
             { { "session", *lockSession } });
         if (holder && std::get<0>(*holder) != userId
-            && isSessionLive(config, now, std::get<3>(*holder), std::get<4>(*holder),
-                std::get<5>(*holder).has_value())) {
+            && isSessionLive(
+                config, now, std::get<3>(*holder), std::get<4>(*holder), std::get<5>(*holder))) {
             access.lockedBy = std::get<1>(*holder);
             access.lockedByEmail = std::get<2>(*holder);
         }

@@ -13,7 +13,9 @@ std::optional<std::int64_t> LogStore::take(
     const auto generation = m_db.value<I>(
         "UPDATE project SET lock_session = :session, lock_user = :user, lock_gen = lock_gen + 1,"
         " lock_since = :since, lock_until = :until WHERE id = :id AND removed_at IS NULL"
-        " AND (lock_session IS NULL OR lock_until < :now) RETURNING lock_gen",
+        " AND (lock_session IS NULL OR lock_until < :now OR (lock_session = :session"
+        " AND NOT EXISTS (SELECT 1 FROM log_lock_at_work l WHERE l.id = project.id)))"
+        " RETURNING lock_gen",
         { { "session", sessionId }, { "user", userId }, { "since", wallTime() }, { "until", until },
             { "id", projectId }, { "now", now } });
     if (generation)
@@ -24,7 +26,8 @@ std::optional<std::int64_t> LogStore::take(
 bool LogStore::renew(std::int64_t projectId, std::int64_t sessionId, Time until)
 {
     return m_db.run(
-               "UPDATE project SET lock_until = :until WHERE id = :id AND lock_session = :session",
+               "UPDATE project SET lock_until = :until WHERE id = :id AND EXISTS (SELECT 1"
+               " FROM log_lock_at_work l WHERE l.id = project.id AND l.lock_session = :session)",
                { { "until", until }, { "id", projectId }, { "session", sessionId } })
         == 1;
 }

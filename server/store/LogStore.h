@@ -33,13 +33,14 @@ public:
     {
     }
 
-    /// Takes the lock when it is free or its lease is over; the generation rises and what was
-    /// staged under the former one is dropped. The new generation, or nothing when somebody holds
-    /// it.
+    /// Takes the lock when it is free, its lease is over, or it is the session's own and its save
+    /// is published: the generation rises and what was staged under the former one is dropped. The
+    /// new generation, or nothing when somebody holds it.
     std::optional<std::int64_t> take(
         std::int64_t projectId, std::int64_t sessionId, std::int64_t userId, Time now, Time until);
     /// A new lease for the session that holds the lock, also when the former one ran out and nobody
-    /// has taken it since.
+    /// has taken it since. False once its save is published: a release that was lost leaves no lock
+    /// for the next save.
     bool renew(std::int64_t projectId, std::int64_t sessionId, Time until);
     /// Frees the session's lock and drops its stage. False when it did not hold it.
     bool release(std::int64_t projectId, std::int64_t sessionId);

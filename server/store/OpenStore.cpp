@@ -13,7 +13,7 @@ std::optional<OpenStore::Open> OpenStore::of(std::int64_t projectId, std::int64_
     std::optional<Open> found;
     m_db.each<I, std::string, I, I, bool>(
         "SELECT s.id, s.device, s.last_seen, s.ends,"
-        " EXISTS (SELECT 1 FROM project p WHERE p.lock_session = s.id)"
+        " EXISTS (SELECT 1 FROM log_lock_at_work l WHERE l.lock_session = s.id)"
         " FROM project_open o JOIN session s ON s.id = o.session_id"
         " WHERE o.project_id = :project AND o.user_id = :user",
         { { "project", projectId }, { "user", userId } },
@@ -28,7 +28,7 @@ std::vector<OpenStore::Editor> OpenStore::opened(std::int64_t projectId)
     std::vector<Editor> editors;
     m_db.each<I, std::string, std::string, I, I, I, bool>(
         "SELECT u.id, u.name, u.email, o.since, s.last_seen, s.ends,"
-        " EXISTS (SELECT 1 FROM project p WHERE p.lock_session = s.id) FROM project_open o"
+        " EXISTS (SELECT 1 FROM log_lock_at_work l WHERE l.lock_session = s.id) FROM project_open o"
         " JOIN session s ON s.id = o.session_id JOIN users u ON u.id = o.user_id"
         " WHERE o.project_id = :project ORDER BY o.since, u.id",
         { { "project", projectId } },

@@ -33,7 +33,7 @@ std::optional<SessionRow> findSession(
     const auto row = db.row<std::int64_t, std::int64_t, std::string, std::string, std::string, Time,
         Time, std::optional<Time>>(
         "SELECT s.id, u.id, u.email, u.name, s.device, s.last_seen, s.ends, "
-        "(SELECT min(p.lock_until) FROM project p WHERE p.lock_session = s.id) "
+        "(SELECT min(l.lock_until) FROM log_lock_at_work l WHERE l.lock_session = s.id) "
         "FROM session s JOIN users u ON u.id = s.user_id WHERE s.token = :token AND u.disabled = 0",
         { { "token", sha256(token) } });
     if (!row)
@@ -72,11 +72,8 @@ void touchSession(Db &db, const Config &config, Time now, std::int64_t sessionId
     db.run("UPDATE session SET last_seen = :now WHERE id = :id AND last_seen < :before",
         { { "now", now }, { "id", sessionId }, { "before", now } });
     // Also a lease that has run out: nobody has taken the lock meanwhile, or it would be his.
-    // Not once it has done its work: a release that was lost must not keep everybody else out.
-    db.run("UPDATE project SET lock_until = :until WHERE lock_session = :id AND lock_until < :soon"
-           " AND NOT EXISTS (SELECT 1 FROM project_log WHERE project_id = project.id"
-           " AND version = project.log_version AND session_id = :id"
-           " AND lock_gen = project.lock_gen)",
+    db.run("UPDATE project SET lock_until = :until WHERE lock_until < :soon AND id IN"
+           " (SELECT l.id FROM log_lock_at_work l WHERE l.lock_session = :id)",
         { { "until", now + config.lockLease }, { "id", sessionId },
             { "soon", now + config.lockLease * 3 / 4 } });
 }
@@ -117,7 +114,7 @@ std::vector<std::int64_t> expiredSessions(Db &db, const Config &config, Time now
     std::vector<std::int64_t> found;
     db.each<std::int64_t>(
         "SELECT s.id FROM session s WHERE s.last_seen <= :idle OR (s.ends <= :now AND NOT EXISTS "
-        "(SELECT 1 FROM project p WHERE p.lock_session = s.id)) LIMIT :maximum",
+        "(SELECT 1 FROM log_lock_at_work l WHERE l.lock_session = s.id)) LIMIT :maximum",
         { { "idle", now - config.sessionIdle }, { "now", now }, { "maximum", maximum } },
         [&found](std::int64_t id) { found.push_back(id); });
     return found;
@@ -128,7 +125,7 @@ std::vector<LiveSession> liveSessions(Db &db, const Config &config, Time now)
     std::vector<LiveSession> found;
     db.each<std::string, std::string, Time, Time, bool>(
         "SELECT u.email, s.address, s.last_seen, s.ends, CASE WHEN s.ends > :now THEN 0 ELSE "
-        "EXISTS (SELECT 1 FROM project p WHERE p.lock_session = s.id) END "
+        "EXISTS (SELECT 1 FROM log_lock_at_work l WHERE l.lock_session = s.id) END "
         "FROM session s JOIN users u ON u.id = s.user_id WHERE u.disabled = 0",
         { { "now", now } },
         [&](std::string email, std::string address, Time lastSeen, Time ends, bool holdsLock) {
@@ -142,19 +139,20 @@ std::optional<std::int64_t> longestIdleSession(Db &db, std::int64_t userId)
 {
     return db.value<std::int64_t>(
         "SELECT s.id FROM session s WHERE s.user_id = :user AND NOT EXISTS "
-        "(SELECT 1 FROM project p WHERE p.lock_session = s.id) ORDER BY s.last_seen, s.id LIMIT 1",
+        "(SELECT 1 FROM log_lock_at_work l WHERE l.lock_session = s.id) ORDER BY s.last_seen, s.id "
+        "LIMIT 1",
         { { "user", userId } });
 }
 
 std::int64_t countLiveSessions(Db &db, const Config &config, Time now, std::int64_t userId)
 {
     std::int64_t count = 0;
-    db.each<Time, Time, std::optional<std::int64_t>>(
-        "SELECT s.last_seen, s.ends, (SELECT p.id FROM project p WHERE p.lock_session = s.id LIMIT "
-        "1) "
+    db.each<Time, Time, bool>(
+        "SELECT s.last_seen, s.ends, "
+        "EXISTS (SELECT 1 FROM log_lock_at_work l WHERE l.lock_session = s.id) "
         "FROM session s WHERE s.user_id = :user",
-        { { "user", userId } }, [&](Time lastSeen, Time ends, std::optional<std::int64_t> lock) {
-            count += isSessionLive(config, now, lastSeen, ends, lock.has_value());
+        { { "user", userId } }, [&](Time lastSeen, Time ends, bool holdsLock) {
+            count += isSessionLive(config, now, lastSeen, ends, holdsLock);
         });
     return count;
 }

@@ -21,7 +21,7 @@ struct SessionRow {
     std::string device;
     Time lastSeen = 0;
     Time ends = 0;
-    std::optional<Time> lockUntil; ///< earliest end of lease of the log locks it holds
+    std::optional<Time> lockUntil; ///< earliest end of lease of its saves under way
 };
 
 struct NewSession {
@@ -39,8 +39,8 @@ std::optional<SessionRow> findSession(
 
 std::int64_t addSession(Db &db, const Config &config, Time now, const NewSession &session);
 
-/// Idle time and absolute end judged with the clock. A session that holds a log lock outlives its
-/// absolute end.
+/// Idle time and absolute end judged with the clock. A session outlives its absolute end as long as
+/// it holds a log lock whose save is not published (log_lock_at_work in the schema).
 bool isSessionLive(const Config &config, Time now, Time lastSeen, Time ends, bool holdsLock);
 
 /// A session with a request within `session.presence`.
@@ -49,7 +49,7 @@ bool isSessionPresent(const Config &config, Time now, Time lastSeen);
 /// Whether `touchSession` has something to write.
 bool isTouchDue(const Config &config, Time now, const SessionRow &session);
 
-/// Notes that the session was heard of, and renews the leases of its log locks.
+/// Notes that the session was heard of, and renews the leases of its saves under way.
 void touchSession(Db &db, const Config &config, Time now, std::int64_t sessionId);
 
 /// The projects that a session's end has freed, so that those who wait can be woken.
@@ -75,7 +75,7 @@ struct LiveSession {
 };
 std::vector<LiveSession> liveSessions(Db &db, const Config &config, Time now);
 
-/// The session without log lock that was idle longest.
+/// The session without a save under way that was idle longest.
 std::optional<std::int64_t> longestIdleSession(Db &db, std::int64_t userId);
 std::int64_t countLiveSessions(Db &db, const Config &config, Time now, std::int64_t userId);
 

@@ -1,6 +1,7 @@
 #include "ServiceHarness.h"
 #include "store/LogStore.h"
 #include "store/SessionStore.h"
+#include "support/WaitFor.h"
 #include "support/Watchdog.h"
 
 #include <algorithm>
@@ -70,6 +71,21 @@ struct LogLock : testing::Test {
     {
         const std::string log = guid + "_log" + std::to_string(version);
         ASSERT_EQ(session.upload(log, logArchive(log, "x")).status(), 1);
+    }
+    /// Anna's save up to the version, whose release never arrives.
+    void saveWithoutRelease(std::int64_t version)
+    {
+        ASSERT_EQ(lock(anna, version - 1), 1);
+        stageLog(anna, version);
+        ASSERT_EQ(anna.upload(guid + ".KVX", "file").status(), 1);
+        ASSERT_EQ(merge(version).status(), 1);
+    }
+    Answer merge(std::int64_t version)
+    {
+        return anna.ask(on("sendservertomerge")
+                            .set("LogVersion", version - 1)
+                            .set("LogFilename", guid + "_log" + std::to_string(version))
+                            .set("Amount", ""));
     }
     static bool isReady(std::future<Answer> &answer, Steady::duration limit = 0ms)
     {
@@ -389,15 +405,7 @@ TEST_F(RenewedLease, AnyRequestOfTheHolderRenewsIt)
 
 TEST_F(LogLock, ALostReleaseOfAPublishedSaveKeepsNobodyOutBeyondTheLease)
 {
-    ASSERT_EQ(lock(anna, -1), 1);
-    stageLog(anna, 0);
-    ASSERT_EQ(anna.upload(guid + ".KVX", "file").status(), 1);
-    ASSERT_EQ(anna.ask(on("sendservertomerge")
-                           .set("LogVersion", -1)
-                           .set("LogFilename", guid + "_log0")
-                           .set("Amount", ""))
-                  .status(),
-        1);
+    saveWithoutRelease(0);
     for (int minute = 0; minute < 3; ++minute) {
         EXPECT_TRUE(isTaken());
         harness.pass(60'000); // she stays at work
@@ -407,6 +415,43 @@ TEST_F(LogLock, ALostReleaseOfAPublishedSaveKeepsNobodyOutBeyondTheLease)
     EXPECT_EQ(lock(ben, 0), 1);
     EXPECT_LT(Steady::now() - begin, 4s) << "without being held back";
     EXPECT_EQ(generation(), 2);
+}
+
+TEST_F(LogLock, ASecondSaveAfterALostReleaseHasALockOfItsOwn)
+{
+    saveWithoutRelease(0);
+    ASSERT_EQ(lock(anna, 0), 1);
+    EXPECT_EQ(generation(), 2);
+    for (int minute = 0; minute < 3; ++minute) { // her host writes its file
+        harness.pass(60'000);
+        ASSERT_EQ(anna.ask(Message("keepactive")).status(), 1);
+        ASSERT_TRUE(waitFor([this] {
+            return number("SELECT lock_until FROM project")
+                > harness.environment().clock.now() + 100'000;
+        })) << "the lease is renewed as that of any save";
+    }
+    EXPECT_EQ(lock(anna, 0), 1);
+    EXPECT_EQ(generation(), 2) << "a request that is repeated takes it once";
+    stageLog(anna, 1);
+    ASSERT_EQ(anna.upload(guid + ".KVX", "next").status(), 1);
+    EXPECT_EQ(merge(1).status(), 1);
+}
+
+TEST_F(LogLock, ASecondSaveUnderTheSameLockKeepsItsLease)
+{
+    saveWithoutRelease(0);
+    stageLog(anna, 1);
+    for (int minute = 0; minute < 3; ++minute) {
+        harness.pass(60'000);
+        ASSERT_EQ(anna.ask(Message("keepactive")).status(), 1);
+        ASSERT_TRUE(waitFor([this] {
+            return number("SELECT lock_until FROM project")
+                > harness.environment().clock.now() + 100'000;
+        }));
+    }
+    ASSERT_EQ(anna.upload(guid + ".KVX", "next").status(), 1);
+    EXPECT_EQ(merge(1).status(), 1);
+    EXPECT_EQ(generation(), 1);
 }
 
 TEST_F(LogLock, ManyWaitersAllGetItOnce)

@@ -6,6 +6,8 @@
 #include "store/UserStore.h"
 #include "support/WaitFor.h"
 
+#include <algorithm>
+
 using namespace kvx::test;
 using namespace kvx::server;
 
@@ -85,6 +87,21 @@ struct Sessions : testing::Test {
             exchange, [&promise](Reply reply) { promise.set_value(std::move(reply)); });
         const Reply reply = promise.get_future().get();
         return reply.cookie() ? *reply.cookie() : std::to_string(static_cast<int>(reply.status()));
+    }
+    /// A save whose release never arrives.
+    void saveWithoutRelease(const Session &session)
+    {
+        const std::string log = guid + "_log0";
+        ASSERT_EQ(lockLog(session).integer("Lock"), 1);
+        ASSERT_EQ(session.upload(log, logArchive(log, "x")).status(), 1);
+        ASSERT_EQ(session.upload(guid + ".KVX", "file").status(), 1);
+        ASSERT_EQ(session
+                      .ask(on("sendservertomerge")
+                               .set("LogVersion", -1)
+                               .set("LogFilename", log)
+                               .set("Amount", ""))
+                      .status(),
+            1);
     }
     void givePassword(const Session &session)
     {
@@ -229,6 +246,44 @@ TEST_F(Sessions, AreHeardOfAtMostOnceAMinute)
     EXPECT_GT(lastSeen(anna), before);
 }
 
+TEST_F(Sessions, AreHeardOfAtMostOnceAMinuteAlsoAfterALostRelease)
+{
+    saveWithoutRelease(anna);
+    harness.pass(3 * minute); // the lease is over, and nobody else has asked for the lock
+    ASSERT_EQ(anna.ask(on("openproject")).status(), 1);
+    const Time before = lastSeen(anna);
+    harness.pass(30 * second);
+    ASSERT_EQ(anna.ask(on("openproject")).status(), 1);
+    EXPECT_EQ(lastSeen(anna), before);
+    harness.pass(31 * second);
+    ASSERT_EQ(anna.ask(on("openproject")).status(), 1);
+    EXPECT_GT(lastSeen(anna), before);
+}
+
+TEST_F(Sessions, EndAfterTwelveHoursAlsoAfterALostRelease)
+{
+    ASSERT_EQ(anna.ask(on("openproject")).status(), 1);
+    ASSERT_EQ(anna.ask(on("projectlock").set("ReleaseLock", false)).status(), 1);
+    saveWithoutRelease(anna);
+    for (Time passed = 0; passed < 12 * hour - 20 * minute; passed += 20 * minute) {
+        harness.pass(20 * minute);
+        ASSERT_EQ(alive(anna), 1) << passed / minute;
+    }
+    EXPECT_EQ(editors(), "Anna");
+    harness.pass(20 * minute);
+    EXPECT_EQ(editors(), "");
+    EXPECT_EQ(alive(anna), 2);
+    const Session later = harness.login("root@example.com");
+    EXPECT_EQ(later.ask(on("openproject")).status(), 1) << "nor does its project lock hold";
+    const auto over
+        = expiredSessions(harness.db(), harness.config(), harness.environment().clock.now(), 100);
+    EXPECT_NE(std::find(over.begin(), over.end(), anna.id), over.end());
+    const auto live
+        = liveSessions(harness.db(), harness.config(), harness.environment().clock.now());
+    EXPECT_TRUE(std::none_of(live.begin(), live.end(),
+        [](const LiveSession &session) { return session.email == "anna@example.com"; }));
+}
+
 TEST_F(Sessions, ArePresentForFiveMinutes)
 {
     ASSERT_EQ(anna.ask(on("openproject")).status(), 1);
@@ -324,6 +379,19 @@ TEST_F(Sessions, WithALogLockDoNotMakeRoom)
     }
     EXPECT_EQ(login("anna@example.com", "5"), "202") << "all three of them save";
     EXPECT_EQ(roles(anna), 1);
+}
+
+TEST_F(Sessions, WithALostReleaseMakeRoom)
+{
+    givePassword(anna);
+    saveWithoutRelease(anna);
+    harness.pass(minute);
+    const Session second = with(anna, login("anna@example.com", "2"));
+    const Session third = with(anna, login("anna@example.com", "3"));
+    ASSERT_EQ(login("anna@example.com", "4").size(), 43u);
+    EXPECT_EQ(roles(anna), 2) << "idle longest";
+    EXPECT_EQ(roles(second), 1);
+    EXPECT_EQ(roles(third), 1);
 }
 
 TEST_F(SessionEnd, ByLogoutFreesWhatItHeldOnce)

@@ -189,6 +189,15 @@ CREATE TABLE stage (
 CREATE INDEX stage_session ON stage (session_id);
 CREATE INDEX stage_blob ON stage (blob);
 
+-- The log locks of saves that are under way. One whose save is published, and under which nothing was
+-- uploaded since, only waits for its release, and that may have been lost.
+CREATE VIEW log_lock_at_work AS
+SELECT p.id, p.lock_session, p.lock_until FROM project p
+WHERE p.lock_session IS NOT NULL
+AND (NOT EXISTS (SELECT 1 FROM project_log l WHERE l.project_id = p.id
+    AND l.version = p.log_version AND l.session_id = p.lock_session AND l.lock_gen = p.lock_gen)
+    OR EXISTS (SELECT 1 FROM stage g WHERE g.project_id = p.id AND g.generation = p.lock_gen));
+
 CREATE TABLE file (
     owner_kind TEXT NOT NULL,
     owner_id BIGINT NOT NULL,
