@@ -41,8 +41,12 @@ KVXCWMessageImpl::~KVXCWMessageImpl()
     // A thread that is still inside notify after this waits for a receiver, where it does not
     // touch the sender; nobody enters any more.
     const auto deadline = closeDeadline();
-    if (m_link)
-        releaseLink(deadline);
+    try {
+        if (m_link)
+            releaseLink(deadline);
+    } catch (const std::exception &) {
+        kvx::LinkCloser::closeHere(std::move(m_link), deadline);
+    }
     m_notifier.leave(deadline);
 }
 
@@ -78,7 +82,12 @@ bool KVXCWMessageImpl::stop()
 {
     if (!m_link)
         return true;
-    beginClosing();
+    try {
+        beginClosing();
+    } catch (const std::exception &error) {
+        onException(cms::CMSException(error.what()));
+        return false;
+    }
     if (!m_closer->waitUntilClosed(closeDeadline()))
         return true; // it goes on by itself
     if (const auto failure = m_closer->failure()) {

@@ -32,6 +32,7 @@ public:
     /// The connection of an earlier start is closed once a new one stands; an attempt that does
     /// not get that far leaves it alone.
     bool start() override;
+    /// False also when no thread can be started for the close; the connection goes on then.
     bool stop() override;
     /// Text of the last broker failure, kept over later successes. Any thread.
     QString errorString() const override;

@@ -5,6 +5,9 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
 
 namespace kvx {
 
@@ -26,9 +29,12 @@ struct LinkCloser::State {
 LinkCloser::LinkCloser(std::shared_ptr<BrokerLink> link)
     : m_state(std::make_shared<State>())
 {
-    link->listener.gate().close();
-    m_thread = std::thread(
-        [state = m_state, held = std::move(link)]() mutable { run(state, std::move(held)); });
+    try {
+        m_thread = std::thread([state = m_state, link]() mutable { run(state, std::move(link)); });
+    } catch (const std::system_error &error) {
+        throw std::runtime_error("No thread could be started: " + error.code().message());
+    }
+    link->listener.gate().close(); // the thread may not have come to it yet
 }
 
 LinkCloser::~LinkCloser()
@@ -62,6 +68,7 @@ void takeListenersAway(const BrokerLink &link)
 
 void LinkCloser::run(const std::shared_ptr<State> &state, std::shared_ptr<BrokerLink> link)
 {
+    link->listener.gate().close();
     try {
         link->connection->close();
     } catch (const std::exception &error) {
@@ -97,6 +104,21 @@ std::optional<std::string> LinkCloser::failure() const
 {
     const std::lock_guard<std::mutex> lock(m_state->mutex);
     return m_state->failure;
+}
+
+void LinkCloser::closeHere(std::shared_ptr<BrokerLink> link, Deadline deadline)
+{
+    CallGate &gate = link->listener.gate();
+    gate.close();
+    const bool empty = dropCallsUntil(
+        deadline, [&gate](std::chrono::milliseconds limit) { return gate.waitUntilEmpty(limit); });
+    if (empty) {
+        run(std::make_shared<State>(), std::move(link));
+        return;
+    }
+    static std::vector<std::shared_ptr<BrokerLink>> &leftBehind
+        = *new std::vector<std::shared_ptr<BrokerLink>>; // until the process ends
+    leftBehind.push_back(std::move(link));
 }
 
 } // namespace kvx

@@ -19,7 +19,8 @@ class LinkCloser {
 public:
     using Deadline = std::chrono::steady_clock::time_point;
 
-    /// Takes the calls of the link's listener away and begins to close.
+    /// Takes the calls of the link's listener away and begins to close. Throws std::runtime_error
+    /// when the system refuses a thread; the link goes on then as if nothing had happened.
     explicit LinkCloser(std::shared_ptr<BrokerLink> link);
     ~LinkCloser();
     LinkCloser(const LinkCloser &) = delete;
@@ -32,6 +33,11 @@ public:
     bool waitUntilFinished(Deadline deadline);
     /// The library's text when the close failed.
     std::optional<std::string> failure() const;
+
+    /// Closes and releases the link on the calling thread, for when there is no other. A link whose
+    /// listener has a call inside at the deadline stays behind unclosed: that call may be waiting
+    /// for this thread.
+    static void closeHere(std::shared_ptr<BrokerLink> link, Deadline deadline);
 
 private:
     struct State;

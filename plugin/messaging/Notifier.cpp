@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <system_error>
 
 namespace kvx {
 
@@ -42,8 +43,13 @@ void Notifier::post(const QJsonObject &message)
         m_state->waiting.push_back(message);
     }
     m_state->changed.notify_one();
-    if (!m_thread.joinable())
+    if (m_thread.joinable())
+        return;
+    try {
         m_thread = std::thread([state = m_state] { run(*state); });
+    } catch (const std::system_error &) {
+        // Nobody is there to tell: this is how failures are told. The next one tries again.
+    }
 }
 
 bool Notifier::leave(LinkCloser::Deadline deadline)

@@ -20,7 +20,8 @@ public:
     Notifier(const Notifier &) = delete;
     Notifier &operator=(const Notifier &) = delete;
 
-    /// The thread is created with the first one.
+    /// The thread is created with the first one. As long as the system refuses a thread, messages
+    /// wait for the next call.
     void post(const QJsonObject &message);
     /// Drops what waits, begins no further emission and waits for the one under way, as the closer
     /// of a link does. False at the deadline: then the emission is waiting for a receiver.
