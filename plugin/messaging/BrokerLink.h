@@ -13,7 +13,8 @@
 namespace kvx {
 
 /// What one start of the messager creates. The members are released from the last to the first:
-/// destination, producer, consumer, session, connection, listener; the library goes last.
+/// destination, producer, consumer, session, connection, listener. The library is shut down after
+/// them: their destructors still use what the shutdown takes away.
 struct BrokerLink {
     BrokerLink(cms::MessageListener &messages, cms::ExceptionListener &exceptions,
         std::unique_ptr<cms::Connection> opened)
