@@ -1,5 +1,7 @@
 #include "MessagingFixture.h"
 
+#include <QJsonDocument>
+
 namespace kvx::test {
 
 class BrokerLoss : public MessagingFixture {
@@ -35,7 +37,13 @@ TEST_F(BrokerLoss, aKilledBrokerIsAnnouncedOnce)
         messager->errorString());
     EXPECT_FALSE(messager->errorString().isEmpty());
     EXPECT_EQ(blocking.size(), 1);
-    EXPECT_EQ(host.takeLog().size(), 1);
+    const QList<LogRecord> records = host.takeLog();
+    ASSERT_EQ(records.size(), 1);
+    EXPECT_EQ(records[0].level, 40000);
+    EXPECT_EQ(records[0].source, QStringLiteral("KVXNetworkLog.cpp"));
+    EXPECT_EQ(records[0].text,
+        QStringLiteral("ActiveMQ run error: message=")
+            + QString::fromUtf8(QJsonDocument(recorder.at(0)).toJson(QJsonDocument::Compact)));
 
     EXPECT_LT(elapsedMs([this] { messager->stop(); }), SecondMs);
     EXPECT_EQ(recorder.count(), 1);

@@ -90,6 +90,7 @@ TEST_F(ScriptedMessages, aBrokerErrorIsEmittedOnTheLibrarysThread)
         textWasSet = messager->errorString() == QLatin1String("gone");
     });
     QThread *broker = nullptr;
+    host.takeLog();
     onBrokerThread([&] {
         broker = QThread::currentThread();
         library.exceptionListener()->onException(cms::CMSException("gone"));
@@ -97,6 +98,13 @@ TEST_F(ScriptedMessages, aBrokerErrorIsEmittedOnTheLibrarysThread)
     EXPECT_TRUE(announced("gone"));
     EXPECT_EQ(thread, broker);
     EXPECT_TRUE(textWasSet);
+    const QList<LogRecord> records = host.takeLog();
+    ASSERT_EQ(records.size(), 1);
+    EXPECT_EQ(records[0].level, 40000);
+    EXPECT_EQ(records[0].source, QStringLiteral("KVXNetworkLog.cpp"));
+    EXPECT_EQ(records[0].text,
+        QStringLiteral("ActiveMQ run error: message={\"notifymsg_content\":\"gone\","
+                       "\"notifymsg_type\":\"notifymsg_connection\"}"));
 }
 
 TEST_F(ScriptedMessages, aBrokerErrorOnTheHostThreadIsLeftToAnotherThread)
