@@ -1,4 +1,5 @@
 #include "UsersFixture.h"
+#include "support/WaitFor.h"
 
 #include <QCoreApplication>
 #include <QJsonArray>
@@ -48,6 +49,15 @@ private:
 class RoleThreads : public UsersTest {
 protected:
     RoleThreads() { makeUsers({ role("Estimator", {}, { "anna@example.com" }) }); }
+
+    /// No further table is asked for within a moment, which is long for a thread that need not
+    /// wait.
+    bool noTableIsAskedFor(int asked) const
+    {
+        const QString service = text("getroles");
+        return !waitFor([&] { return host.network.postCount(service) > asked; },
+            std::chrono::milliseconds(200));
+    }
 };
 
 } // namespace
@@ -65,7 +75,10 @@ TEST_F(RoleThreads, ANotificationWaitsForAnUpdateUnderWay)
         [&] { updatedFirst = host.network.postCount(text("getroles")) == 2; });
     std::thread broker([this] { emit host.messager->notify(roleMessage()); });
     broker.join();
-    std::thread server([&] { update.letGo(); });
+    std::thread server([&] {
+        EXPECT_TRUE(noTableIsAskedFor(1)) << "while the update is under way";
+        update.letGo();
+    });
     QCoreApplication::processEvents();
     server.join();
     worker.join();
@@ -113,12 +126,8 @@ TEST_F(RoleThreads, TwoSynchronisationsFollowEachOther)
     Held first(host.network, "getroles", table({ role("A"), role("B") }));
     std::thread one([this] { users->syncToLocal(); });
     first.awaitArrival();
-    std::atomic<bool> ended { false };
-    std::thread two([&] {
-        users->syncToLocal();
-        ended = true;
-    });
-    EXPECT_FALSE(ended);
+    std::thread two([this] { users->syncToLocal(); });
+    EXPECT_TRUE(noTableIsAskedFor(2)) << "while the first one is under way";
     first.letGo();
     one.join();
     two.join();
