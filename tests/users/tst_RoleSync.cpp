@@ -35,6 +35,29 @@ TEST_F(UsersTest, TheManagerIsMadeWithoutAServerAndWithAnEmptyTable)
     EXPECT_EQ(takeInfos(), QStringList({ text("syncRolesToLocal: Result=0") }));
 }
 
+TEST_F(UsersTest, TheManagerIsMadeWithAnEmptyTableWhenTheServerRefusesOrFails)
+{
+    for (const bool refuses : { true, false }) {
+        SCOPED_TRACE(refuses);
+        if (refuses)
+            host.network.answer(text("getroles"), json(R"({"statuscode":2})"));
+        else
+            host.network.failPost(text("getroles"));
+        users = new KVXCWUserImpl;
+        KVXCollaborator::getInstance()->setUserManager(users);
+        EXPECT_EQ(host.network.takeServices(), QStringList { text("getroles") });
+        EXPECT_TRUE(users->roles().isEmpty());
+        EXPECT_TRUE(users->users().isEmpty());
+        EXPECT_EQ(takeInfos(), QStringList { text("syncRolesToLocal: Result=0") });
+
+        answerRoles({ role("Chief", {}, { "anna@example.com" }) });
+        host.notifyFromBroker(roleMessage());
+        EXPECT_EQ(roleTexts(), QStringList { text("Chief: anna@example.com") })
+            << "it listens all the same";
+        forget();
+    }
+}
+
 TEST_F(UsersTest, TheManagerIsMadeWithoutAMessagerAndWithoutAUser)
 {
     KVXCollaborator::getInstance()->setMessager(nullptr);
