@@ -81,6 +81,16 @@ void Connection::start()
     asio::post(m_socket.get_executor(), [self = shared_from_this()] { self->readHead(); });
 }
 
+void Connection::turnAway(int httpStatus)
+{
+    asio::post(m_socket.get_executor(), [self = shared_from_this(), httpStatus] {
+        self->m_exchange = std::make_shared<Exchange>();
+        self->m_exchange->address = self->m_peer;
+        self->m_exchange->connectionId = self->m_id;
+        self->refuse(StatusCode::Busy, httpStatus, {});
+    });
+}
+
 void Connection::stop()
 {
     asio::post(m_socket.get_executor(), [self = shared_from_this()] {

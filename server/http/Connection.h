@@ -47,6 +47,9 @@ public:
     ~Connection();
 
     void start();
+    /// In place of `start`: answers "Busy" with this status, whatever is asked, and closes. Takes a
+    /// few seconds at most.
+    void turnAway(int httpStatus);
     /// Closes at once when idle, else after the reply that is due.
     void stop();
 

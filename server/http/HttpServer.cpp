@@ -2,14 +2,15 @@
 #include "base/Config.h"
 #include "base/Log.h"
 #include "http/Connection.h"
+#include "http/ConnectionLimits.h"
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/write.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <map>
 #include <mutex>
@@ -38,21 +39,13 @@ struct Loop {
     asio::executor_work_guard<asio::io_context::executor_type> kept { io.get_executor() };
 };
 
-std::string tooManyConnections(const char *status)
-{
-    const std::string body = "{\"statuscode\":103,\"error\":\"Busy\",\"message\":\"Too many "
-                             "connections. Please try again in a moment.\"}";
-    return std::string("HTTP/1.1 ") + status
-        + "\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size())
-        + "\r\nConnection: close\r\n\r\n" + body;
-}
-
 } // namespace
 
 class HttpServer::Impl {
 public:
     Impl(const Environment &environment, Dispatcher &dispatcher, ReadyCheck ready)
         : m_config(environment.config)
+        , m_limits(environment.config)
         , m_loops(static_cast<std::size_t>(loopCount(environment.config)))
         , m_files(4)
         , m_digests(2)
@@ -119,6 +112,8 @@ public:
     Tcp::acceptor &admin() { return m_admin; }
 
 private:
+    using Verdict = ConnectionLimits::Verdict;
+
     void accept(Tcp::acceptor &acceptor, Connection::Kind kind)
     {
         m_nextLoop = (m_nextLoop + 1) % m_loops.size();
@@ -155,49 +150,31 @@ private:
             return;
         const std::string peer = remote.address().to_string();
         socket.set_option(Tcp::no_delay(true), error);
-        if (const char *refusal = kind == Connection::Kind::Services ? admit(peer) : nullptr) {
-            const auto kept = std::make_shared<Tcp::socket>(std::move(socket));
-            const auto text = std::make_shared<std::string>(tooManyConnections(refusal));
-            asio::async_write(*kept, asio::buffer(*text),
-                [kept, text](boost::system::error_code, std::size_t) {});
+        const bool isCounted = kind == Connection::Kind::Services;
+        const Verdict verdict = isCounted ? m_limits.admit(peer) : Verdict::Admitted;
+        if (verdict == Verdict::Dropped)
             return;
-        }
         const std::uint64_t id = ++m_lastId;
-        auto connection = std::make_shared<Connection>(std::move(socket), m_context, kind, peer, id,
-            [this, kind, peer, id] { forget(kind, peer, id); });
+        auto connection = std::make_shared<Connection>(
+            std::move(socket), m_context, kind, peer, id, [this, isCounted, peer, verdict, id] {
+                forget(id);
+                if (isCounted)
+                    m_limits.leave(peer, verdict);
+            });
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
             m_connections[id] = connection;
         }
-        connection->start();
+        if (verdict == Verdict::Admitted)
+            connection->start();
+        else
+            connection->turnAway(verdict == Verdict::ServerFull ? 503 : 429);
     }
 
-    /// Null, or the status with which the connection is refused.
-    const char *admit(const std::string &peer)
-    {
-        const auto &proxies = m_config.trustedProxies;
-        const bool proxy = std::find(proxies.begin(), proxies.end(), peer) != proxies.end();
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_total >= m_config.connectionLimit)
-            return "503 Service Unavailable";
-        int &ofPeer = m_perAddress[peer];
-        if (!proxy && ofPeer >= m_config.perAddressLimit)
-            return "429 Too Many Requests";
-        ++ofPeer;
-        ++m_total;
-        return nullptr;
-    }
-
-    void forget(Connection::Kind kind, const std::string &peer, std::uint64_t id)
+    void forget(std::uint64_t id)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_connections.erase(id);
-        if (kind != Connection::Kind::Services)
-            return;
-        --m_total;
-        const auto ofPeer = m_perAddress.find(peer);
-        if (--ofPeer->second == 0)
-            m_perAddress.erase(ofPeer);
     }
 
     void stop()
@@ -242,8 +219,7 @@ private:
     std::atomic<bool> m_stopping { false };
     std::mutex m_mutex;
     std::map<std::uint64_t, std::weak_ptr<Connection>> m_connections;
-    std::map<std::string, int> m_perAddress;
-    int m_total = 0;
+    ConnectionLimits m_limits;
     std::atomic<std::uint64_t> m_lastId { 0 };
     std::chrono::steady_clock::time_point m_stopEnd;
 

@@ -1,8 +1,12 @@
 #include "support/HttpClient.h"
 #include "support/ServerProcess.h"
+#include "support/WaitFor.h"
 
+#include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <iterator>
 
 using kvx::test::HttpClient;
 using kvx::test::HttpReply;
@@ -10,6 +14,7 @@ using kvx::test::jsonObject;
 using kvx::test::jsonQuoted;
 using kvx::test::RawConnection;
 using kvx::test::ServerProcess;
+using kvx::test::waitFor;
 
 namespace {
 
@@ -446,23 +451,139 @@ TEST_F(ServerHttp, TheLogNamesUserServiceAndStatusAndNoSecret)
     EXPECT_EQ(log.find(client.cookie()), std::string::npos);
 }
 
+/// A connection that the server has taken: it was answered there.
+std::unique_ptr<RawConnection> served(const ServerProcess &server)
+{
+    auto connection = std::make_unique<RawConnection>(server.host(), server.port());
+    connection->send("POST /kvx/service HTTP/1.1\r\nHost: a\r\nContent-Type: "
+                     "application/json\r\nContent-Length: 22\r\n\r\n"
+        + getRoles);
+    EXPECT_NE(connection->readUntil("}").find("\"statuscode\":2"), std::string::npos);
+    return connection;
+}
+
+std::size_t countIn(const std::string &text, const std::string &part)
+{
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+std::size_t openFilesOf(pid_t process)
+{
+    const std::filesystem::directory_iterator files("/proc/" + std::to_string(process) + "/fd");
+    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+}
+
+struct ServerHttpFull : testing::Test {
+    static ServerProcess::Options twoConnections()
+    {
+        ServerProcess::Options options;
+        options.settings = { { "limits.connections", "2" } };
+        return options;
+    }
+    ServerProcess server { twoConnections() };
+    std::vector<std::unique_ptr<RawConnection>> kept;
+
+    void fill()
+    {
+        while (kept.size() < 2)
+            kept.push_back(served(server));
+    }
+    std::size_t warnings()
+    {
+        return countIn(server.logText(), " warning connections refused limit=limits.connections ");
+    }
+};
+
+TEST_F(ServerHttpFull, OneConnectionTooManyIsToldSoAsInAnyRefusal)
+{
+    fill();
+    RawConnection extra(server.host(), server.port());
+    const std::string reply = extra.readAll();
+    EXPECT_EQ(reply.rfind("HTTP/1.1 503 Service Unavailable\r\n", 0), 0u) << reply;
+    for (const char *part : { "\r\nContent-Type: application/json\r\n",
+             "\r\nCache-Control: no-store\r\n", "\r\nConnection: close\r\n",
+             "{\"statuscode\":103,\"error\":\"Busy\",\"message\":\"The server is busy. Please try "
+             "again in a moment.\",\"requestId\":\"" })
+        EXPECT_NE(reply.find(part), std::string::npos) << part << " in " << reply;
+    const auto value = [&reply](const std::string &name) {
+        const std::size_t at = reply.find(name) + name.size();
+        return reply.substr(at, reply.find_first_of("\r\"", at) - at);
+    };
+    EXPECT_EQ(value("Kvx-Epoch: ").size(), 36u);
+    const std::string id = value("Kvx-Request: ");
+    EXPECT_EQ(id, value("\"requestId\":\""));
+    EXPECT_NE(server.logText().find(" info request id=" + id), std::string::npos);
+
+    HttpClient health(server.adminUrl());
+    EXPECT_EQ(health.get("/livez").status, 200) << "whoever watches it is not shut out";
+    EXPECT_EQ(health.get("/readyz").status, 200);
+}
+
+TEST_F(ServerHttpFull, WhatIsSentToARefusalIsReadSoThatTheReplyIsNotLost)
+{
+    fill();
+    RawConnection extra(server.host(), server.port());
+    EXPECT_NE(extra.readUntil("requestId").find("HTTP/1.1 503"), std::string::npos);
+    for (int i = 0; i < 8; ++i)
+        EXPECT_TRUE(extra.send(std::string(60'000, 'x'))) << i;
+    extra.send(std::string(2'000'000, 'x'));
+    EXPECT_TRUE(extra.waitForClose()) << "not for ever";
+}
+
+TEST_F(ServerHttpFull, TheLogTellsItOnceUntilHalfIsFreeAgain)
+{
+    fill();
+    EXPECT_EQ(warnings(), 0u);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_NE(RawConnection(server.host(), server.port()).readAll(), "");
+    EXPECT_EQ(warnings(), 1u);
+    EXPECT_NE(server.logText().find("limit=limits.connections number=2 address=127.0.0.1\n"),
+        std::string::npos);
+    kept.clear();
+    EXPECT_TRUE(waitFor([this] {
+        HttpClient client(server.url());
+        return client.post(getRoles).status == 200;
+    })) << "room again";
+    fill();
+    EXPECT_NE(RawConnection(server.host(), server.port()).readAll(), "");
+    EXPECT_EQ(warnings(), 2u);
+}
+
+TEST_F(ServerHttpFull, RefusalsHoldFewSocketsHoweverManyCome)
+{
+    fill();
+    const std::size_t before = openFilesOf(server.pid());
+    std::vector<std::unique_ptr<RawConnection>> extra;
+    std::size_t most = 0;
+    for (int i = 0; i < 120; ++i) {
+        extra.push_back(std::make_unique<RawConnection>(server.host(), server.port()));
+        most = std::max(most, openFilesOf(server.pid()));
+    }
+    EXPECT_LE(most, before + 32 + 8) << "a few are just being accepted";
+    EXPECT_TRUE(waitFor([&] { return openFilesOf(server.pid()) <= before; }))
+        << "none waits for its client to go";
+    EXPECT_NE(RawConnection(server.host(), server.port()).readAll(), "") << "the next one is told";
+}
+
 TEST(ServerHttpLimits, ConnectionsOfOneAddressAreCounted)
 {
     ServerProcess::Options options;
     options.settings = { { "limits.perAddress", "3" } };
     ServerProcess server(options);
     std::vector<std::unique_ptr<RawConnection>> kept;
-    for (int i = 0; i < 3; ++i) {
-        kept.push_back(std::make_unique<RawConnection>(server.host(), server.port()));
-        kept.back()->send("POST /kvx/service HTTP/1.1\r\nHost: a\r\nContent-Type: "
-                          "application/json\r\nContent-Length: 22\r\n\r\n"
-            + getRoles);
-        EXPECT_NE(kept.back()->readUntil("}").find("\"statuscode\":2"), std::string::npos);
-    }
+    for (int i = 0; i < 3; ++i)
+        kept.push_back(served(server));
     RawConnection extra(server.host(), server.port());
     const std::string reply = extra.readAll();
     EXPECT_NE(reply.find("HTTP/1.1 429"), std::string::npos) << reply;
     EXPECT_NE(reply.find("\"statuscode\":103"), std::string::npos);
+    EXPECT_NE(
+        server.logText().find(
+            " warning connections refused limit=limits.perAddress number=3 address=127.0.0.1\n"),
+        std::string::npos);
     kept.clear();
     HttpClient client(server.url());
     HttpReply later;
