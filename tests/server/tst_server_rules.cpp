@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 #include <memory>
@@ -141,6 +142,49 @@ TEST(ServerRules, BelowTheReserveNothingIsUploaded)
     const HttpReply ready = health.get("/readyz");
     EXPECT_EQ(ready.status, 503);
     EXPECT_NE(ready.body.find("store: below the reserve"), std::string::npos) << ready.body;
+}
+
+TEST(ServerRules, HealthSays503AndWhyWhenDatabaseStoreOrSchemaFail)
+{
+    ServerProcess server;
+    HttpClient health(server.adminUrl());
+    const auto expect = [&](int status, const std::string &line) {
+        const HttpReply ready = health.get("/readyz");
+        EXPECT_EQ(ready.status, status) << ready.body;
+        EXPECT_NE(ready.body.find(line), std::string::npos) << ready.body;
+    };
+    const auto change = [&](const std::string &sql) { Db(databaseOf(server)).execute(sql); };
+    struct Row {
+        const char *spoil, *mend, *line;
+    };
+    for (const Row &row : {
+             Row { "UPDATE meta SET value = 'x' || value WHERE name = 'epoch'",
+                 "UPDATE meta SET value = substr(value, 2) WHERE name = 'epoch'",
+                 "database: not the one this server was started with\n" },
+             Row { "ALTER TABLE meta RENAME TO meta_hidden",
+                 "ALTER TABLE meta_hidden RENAME TO meta", "no such table: meta" },
+             Row { "INSERT INTO migration (number, name, digest, at) VALUES (99, 'later', '', 0)",
+                 "DELETE FROM migration WHERE number = 99",
+                 "schema: the database has the schema of a newer program (step 99 \"later\")" },
+             Row { "UPDATE migration SET digest = 'x' || digest",
+                 "UPDATE migration SET digest = substr(digest, 2)",
+                 "of the database's schema is not the one this program was built with\n" },
+             Row { "ALTER TABLE migration RENAME TO migration_hidden",
+                 "DROP TABLE IF EXISTS migration; ALTER TABLE migration_hidden RENAME TO migration",
+                 "schema: older than this program\n" },
+         }) {
+        change(row.spoil);
+        expect(503, row.line);
+        std::istringstream statements(row.mend);
+        for (std::string statement; std::getline(statements, statement, ';');)
+            change(statement);
+        expect(200, "database: ok\nstore: ok\nschema: ok\n");
+    }
+    const std::string blobs = server.dataFolder() + "/blobs";
+    std::filesystem::rename(blobs, blobs + ".away");
+    expect(503, "store: not writable\n");
+    std::filesystem::rename(blobs + ".away", blobs);
+    expect(200, "store: ok\n");
 }
 
 TEST(ServerRules, TheJanitorClearsWhatIsOver)
