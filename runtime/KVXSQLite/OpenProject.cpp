@@ -203,6 +203,8 @@ Status OpenProject::checkpoint()
     if (sqlite3_txn_state(host.handle(), "main") != SQLITE_TXN_NONE)
         return { Failure::Busy,
             "a query of the host is still running on the project's connection" };
+    // Not TRUNCATE: nothing of the log is needed after FULL, and the next change would only grow it
+    // again, with the disk waited for once more.
     const int code = sqlite3_wal_checkpoint_v2(
         host.handle(), "main", SQLITE_CHECKPOINT_FULL, nullptr, nullptr);
     return code == SQLITE_OK ? Status() : host.error("completing the project file");
