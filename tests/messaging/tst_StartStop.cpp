@@ -1,5 +1,7 @@
 #include "MessagingFixture.h"
 
+#include "ThreadLimit.h"
+
 #include <QThread>
 #include <cms/ConnectionFactory.h>
 
@@ -199,6 +201,31 @@ TEST_F(StartStop, twoMessagersUseTheLibraryIndependently)
     Recorder recorder(&other);
     publisher.send(message(1));
     EXPECT_TRUE(recorder.waitFor(1));
+}
+
+TEST_F(StartStop, aStartFailsAtWhicheverThreadIsRefusedAndTheNextOneWorks)
+{
+    int allowed = 0;
+    bool refused = true;
+    for (; refused; ++allowed) {
+        ASSERT_LT(allowed, 50);
+        bool started = false;
+        {
+            const ThreadLimit limit(allowed);
+            EXPECT_LT(elapsedMs([&] { started = start(); }), 2 * SecondMs);
+            refused = ThreadLimit::refused() > 0;
+        }
+        EXPECT_NE(started, refused) << allowed << " threads";
+        if (!refused)
+            break;
+        EXPECT_TRUE(messager->errorString().contains(QLatin1String("No thread could be started")))
+            << messager->errorString().toStdString();
+        ASSERT_TRUE(start()) << messager->errorString().toStdString();
+        Recorder recorder(messager.get());
+        publisher.send(message(allowed));
+        EXPECT_TRUE(recorder.waitFor(1));
+    }
+    EXPECT_GE(allowed, 3) << "reading, writing and failures have a thread each";
 }
 
 } // namespace kvx::test
