@@ -1,5 +1,6 @@
 #include "cli/Commands.h"
 #include "client/Client.h"
+#include "client/ListedProjects.h"
 
 #include <CLI/CLI.hpp>
 #include <KVXCollaboration/KVXCWProjectList.h>
@@ -52,13 +53,11 @@ int showProjects(Context &context)
 {
     QVector<QStringList> rows;
     QJsonArray array;
-    for (const QList<KVXProjectInfo *> &kind : list()->projects()) {
-        for (const KVXProjectInfo *info : kind) {
-            rows.append({ info->name(), info->type(), QString::number(info->logVersion()),
-                info->amount(), info->lastEditor().name(),
-                info->modifiedTime().toString(QStringLiteral("yyyy-MM-dd hh:mm")) });
-            array.append(info->toJson());
-        }
+    for (const KVXProjectInfo *info : host::listedProjects(*list())) {
+        rows.append({ info->name(), info->type(), QString::number(info->logVersion()),
+            info->amount(), info->lastEditor().name(),
+            info->modifiedTime().toString(QStringLiteral("yyyy-MM-dd hh:mm")) });
+        array.append(info->toJson());
     }
     if (!rows.isEmpty())
         context.output.table({ QStringLiteral("PROJECT"), QStringLiteral("KIND"),

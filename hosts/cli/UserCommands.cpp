@@ -1,5 +1,6 @@
 #include "cli/Commands.h"
 #include "client/Client.h"
+#include "client/ListedProjects.h"
 
 #include <CLI/CLI.hpp>
 #include <KVXCollaboration/KVXCWProjectList.h>
@@ -107,8 +108,7 @@ int showOnline(Context &context, const Arguments &arguments)
                     .arg(text(arguments.project)));
         projects.append(info);
     } else {
-        for (const QList<KVXProjectInfo *> &kind : list->projects())
-            std::copy(kind.begin(), kind.end(), std::back_inserter(projects));
+        projects = host::listedProjects(*list);
     }
     if (projects.size() > mostProjects)
         return context.output.failed(Usage,
