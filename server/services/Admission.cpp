@@ -2,11 +2,10 @@
 #include "base/Text.h"
 #include "services/Access.h"
 #include "services/Dispatcher.h"
+#include "services/FileNames.h"
 #include "services/RateLimiter.h"
 #include "store/Db.h"
 #include "store/MetaStore.h"
-
-#include <cstring>
 
 // The checks that stand before every handler: who asks, whether he may, whether now.
 
@@ -17,8 +16,10 @@ namespace {
 bool asksForLog(const Request &request)
 {
     const Json *name = request.find("FileName");
-    return request.service() == "download" && name && name->IsString()
-        && std::strstr(name->GetString(), "}_log");
+    if (request.service() != "download" || !name || !name->IsString())
+        return false;
+    const auto file = parseFileName({ name->GetString(), name->GetStringLength() });
+    return file && file->kind == FileName::Kind::ChangeLog;
 }
 
 /// What the caller's role alone decides.

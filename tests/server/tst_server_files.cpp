@@ -432,6 +432,21 @@ TEST_F(Files, NoRowNamesABlobBeforeItIsSyncedWithEveryFolderAbove)
     EXPECT_EQ(download(anna, "a.txt").fileBytes(), "bytes");
 }
 
+TEST_F(Files, DownloadsOfChangeLogsDoNotCountAgainstTheRate)
+{
+    ASSERT_EQ(save(anna, guid, -1).status(), 1);
+    ASSERT_EQ(anna.upload(guid + "_logo.png", "x").status(), 1);
+    const Session fresh = harness.login("anna@example.com", "laptop");
+    harness.stopClock();
+    for (int i = 0; i < 5500; ++i)
+        ASSERT_EQ(download(fresh, guid + "_log0").status(), 1) << i;
+    EXPECT_EQ(fresh.ask(Message("keepactive")).status(), 1) << "as if there had been none";
+    int taken = 0;
+    while (taken < 6000 && download(fresh, guid + "_logo.png").status() == 1)
+        ++taken;
+    EXPECT_EQ(taken, 4999) << "an attachment whose name begins alike is no change log";
+}
+
 TEST_F(Files, WithoutSpaceUploadsAreRefusedBeforeTheirBytes)
 {
     harness.config().diskReserve = std::int64_t { 1 } << 60;
