@@ -21,6 +21,7 @@ void measureReceive(Stand &stand, Report &report);
 void measureNotify(Stand &stand, Report &report);
 void measureProjectList(Stand &stand, Report &report);
 void measureServerMemory(Stand &stand, Report &report);
+void measureRestart(Stand &stand, Report &report);
 
 /// The same work done by other products in this run; nginx is the path of its program.
 void measurePeers(Stand &stand, Report &report, const QString &nginx);

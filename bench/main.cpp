@@ -34,6 +34,7 @@ constexpr Workload workloads[] = {
     { "notify", measureNotify },
     { "list", measureProjectList },
     { "memory", measureServerMemory },
+    { "restart", measureRestart },
 };
 
 /// Takes in what the broker has sent meanwhile.
