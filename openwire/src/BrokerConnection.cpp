@@ -1,8 +1,19 @@
 #include "Handles.h"
 
+#include "Refusal.h"
+
+#include <chrono>
 #include <cms/UnsupportedOperationException.h>
+#include <thread>
 
 namespace kvx::openwire {
+
+namespace {
+
+/// It takes a busy broker a few milliseconds.
+constexpr std::chrono::milliseconds brokersOwnStart { 100 };
+
+} // namespace
 
 BrokerConnection::BrokerConnection(std::shared_ptr<ConnectionState> state)
     : m_state(std::move(state))
@@ -12,7 +23,7 @@ BrokerConnection::BrokerConnection(std::shared_ptr<ConnectionState> state)
 BrokerConnection::~BrokerConnection()
 {
     try {
-        m_state->close();
+        BrokerConnection::close();
     } catch (...) {
         // A destructor has nobody to tell.
     }
@@ -20,19 +31,46 @@ BrokerConnection::~BrokerConnection()
 
 void BrokerConnection::start()
 {
-    m_state->start();
+    state()->start();
 }
 
 void BrokerConnection::stop()
 {
-    m_state->stop();
+    state()->stop();
 }
 
 void BrokerConnection::close()
 {
     // A listener that deletes this handle while it is being closed must not take the state along.
-    const std::shared_ptr<ConnectionState> state = m_state;
-    state->close();
+    std::shared_ptr<ConnectionState> closing;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_closed = true;
+        closing = m_state;
+    }
+    closing->close();
+}
+
+std::shared_ptr<ConnectionState> BrokerConnection::state() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_state;
+}
+
+std::shared_ptr<ConnectionState> BrokerConnection::openAnew(
+    const std::shared_ptr<ConnectionState> &lost)
+{
+    const auto opened = ConnectionState::open(lost->uri(), lost->credentials());
+    opened->setExceptionListener(lost->exceptionListener());
+    bool wasClosed = false;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        wasClosed = m_closed;
+        if (!wasClosed)
+            m_state = opened;
+    }
+    (wasClosed ? opened : lost)->close();
+    return opened;
 }
 
 cms::Session *BrokerConnection::createSession()
@@ -45,27 +83,38 @@ cms::Session *BrokerConnection::createSession(cms::Session::AcknowledgeMode ackM
     if (ackMode != cms::Session::AUTO_ACKNOWLEDGE && ackMode != cms::Session::DUPS_OK_ACKNOWLEDGE)
         throw cms::UnsupportedOperationException(
             "Only sessions that acknowledge by themselves are supported.");
-    return new BrokerSession(m_state->openSession(), ackMode);
+    return new BrokerSession(state()->openSession(), ackMode);
 }
 
 std::string BrokerConnection::getClientID() const
 {
-    return m_state->clientId();
+    return state()->clientId();
 }
 
 void BrokerConnection::setClientID(const std::string &clientID)
 {
-    m_state->setClientId(clientID);
+    const std::shared_ptr<ConnectionState> first = state();
+    try {
+        first->setClientId(clientID);
+        return;
+    } catch (const ConnectionClosed &) {
+        // A broker that refuses a client before it has finished its own side of the connection
+        // closes it at once, and its words are never sent. It gets the time it needs and is asked
+        // once more.
+    }
+    const std::shared_ptr<ConnectionState> second = openAnew(first);
+    std::this_thread::sleep_for(brokersOwnStart);
+    second->setClientId(clientID);
 }
 
 cms::ExceptionListener *BrokerConnection::getExceptionListener() const
 {
-    return m_state->exceptionListener();
+    return state()->exceptionListener();
 }
 
 void BrokerConnection::setExceptionListener(cms::ExceptionListener *listener)
 {
-    m_state->setExceptionListener(listener);
+    state()->setExceptionListener(listener);
 }
 
 } // namespace kvx::openwire

@@ -38,6 +38,7 @@ public:
     ConnectionState(const BrokerUri &uri, Credentials credentials);
 
     const BrokerUri &uri() const { return m_uri; }
+    const Credentials &credentials() const { return m_credentials; }
     Transport &transport() { return m_transport; }
 
     void setClientId(const std::string &clientId);

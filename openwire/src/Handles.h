@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 namespace kvx::openwire {
@@ -31,7 +32,12 @@ public:
     void setExceptionListener(cms::ExceptionListener *listener) override;
 
 private:
-    const std::shared_ptr<ConnectionState> m_state;
+    std::shared_ptr<ConnectionState> state() const;
+    std::shared_ptr<ConnectionState> openAnew(const std::shared_ptr<ConnectionState> &lost);
+
+    mutable std::mutex m_mutex; // guards everything below
+    std::shared_ptr<ConnectionState> m_state;
+    bool m_closed = false;
 };
 
 class BrokerSession : public cms::Session {

@@ -2,12 +2,20 @@
 
 #include "Commands.h"
 
+#include <cms/CMSException.h>
 #include <cms/ExceptionListener.h>
 
 #include <exception>
 #include <string>
 
 namespace kvx::openwire {
+
+/// The broker's end of the connection was closed without a word.
+class ConnectionClosed : public cms::CMSException {
+public:
+    using CMSException::CMSException;
+    CMSException *clone() override { return new ConnectionClosed(*this); }
+};
 
 /// The exception for something the broker refused, by the last part of its class name; the text is
 /// the broker's. A client ID in use is plain cms::CMSException.

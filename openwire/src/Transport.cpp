@@ -215,13 +215,15 @@ void Transport::runReader(TransportListener &listener)
                 throw ProtocolError("Channel was inactive for too long: " + addressText(m_uri));
             }
             if (*count == 0)
-                throw ProtocolError(
+                throw ConnectionClosed(
                     "The broker at " + addressText(m_uri) + " closed the connection");
             lastRead = Clock::now();
             m_input.append({ buffer.data(), *count });
             while (const std::optional<std::string_view> frame = m_input.next())
                 handleFrame(*frame, listener);
         }
+    } catch (const ConnectionClosed &) {
+        fail(std::current_exception(), &listener);
     } catch (const std::system_error &ex) {
         fail(toException("Connection to " + addressText(m_uri) + " lost: " + ex.code().message()),
             &listener);

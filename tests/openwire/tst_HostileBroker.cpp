@@ -146,6 +146,62 @@ TEST(HostileBroker, closedAtEveryStepOfTheHandshakeIsAnErrorAtOnce)
     }
 }
 
+TEST(HostileBroker, aLoginThatIsClosedWithoutAWordIsTriedOnceMore)
+{
+    // What the broker sends in answer to the login of each connection; empty: it closes.
+    const std::string refusal
+        = framed(fromHex("1f 00000000 00 00000001 01"
+                         "01 0001 61 01 0011 616c726561647920636f6e6e6563746564"));
+    for (const bool answersTheSecond : { true, false }) {
+        std::atomic<int> connections { 0 };
+        {
+            FakeBroker broker([&](FakePeer &peer) {
+                peer.serveUntil(ConnectionInfoType);
+                if (++connections == 1 || !answersTheSecond)
+                    return;
+                peer.send(refusal);
+                peer.freeze();
+            });
+            EXPECT_THAT(failureOf([&] { Client client(broker.uri(), "anna"); }),
+                HasSubstr(answersTheSecond ? "already connected" : "closed the connection"));
+        }
+        EXPECT_EQ(connections, 2);
+    }
+}
+
+TEST(HostileBroker, aConnectionThatIsClosedDuringItsLoginStaysClosed)
+{
+    std::atomic<int> connections { 0 };
+    std::atomic<cms::Connection *> connection { nullptr };
+    FakeBroker broker([&](FakePeer &peer) {
+        peer.serveUntil(ConnectionInfoType);
+        if (++connections == 1)
+            connection.load()->close();
+    });
+    Client client(broker.uri(), {});
+    connection = client.connection.get();
+    EXPECT_NE(failureOf([&] { client.connection->setClientID("anna"); }), std::string());
+    EXPECT_EQ(connections, 1);
+    EXPECT_NE(failureOf([&] { client.connection->start(); }), std::string());
+}
+
+TEST(HostileBroker, aSecondLoginKeepsTheListenerForFailures)
+{
+    std::atomic<int> connections { 0 };
+    FakeBroker broker([&](FakePeer &peer) {
+        peer.serveUntil(++connections == 1 ? ConnectionInfoType : SessionInfoType);
+    });
+    Client client(broker.uri(), {});
+    Failures failures;
+    client.connection->setExceptionListener(&failures);
+    EXPECT_EQ(failureOf([&] { client.connection->setClientID("anna"); }), std::string());
+    EXPECT_EQ(client.connection->getClientID(), "anna");
+    EXPECT_EQ(client.connection->getExceptionListener(), &failures);
+    const std::size_t before = failures.texts().size();
+    EXPECT_NE(failureOf([&] { delete client.connection->createSession(); }), std::string());
+    EXPECT_TRUE(failures.waitFor(before + 1));
+}
+
 TEST(HostileBroker, offersThatAreNoneEndTheConnection)
 {
     const std::string offer = encodeWireFormatInfo({});
