@@ -58,13 +58,15 @@ TEST(LoadMemory, WhoIsIdleKeepsNothingOfWhatWasSent)
         ASSERT_EQ(clients[0]->post(created).statusCode(), 1);
     }
     const std::string bytes(1 << 20, 'x');
-    const std::string upload
-        = request("upload", email, { { "FileName", jsonQuoted(guidOf(0) + "_log1") } });
+    const std::string kept = request("upload", email, { { "FileName", "\"plan.pdf\"" } });
+    const std::string refused
+        = request("upload", email, { { "FileName", jsonQuoted(guidOf(0) + "_log0") } });
     const auto use = [&](HttpClient &client) {
         const HttpReply list = client.post(request("projectlistsynctolocal", email));
         EXPECT_EQ(list.statusCode(), 1);
         EXPECT_GT(list.body.size(), 200'000u);
-        client.upload(upload, bytes); // refused or taken: it has come through the connection
+        EXPECT_EQ(client.upload(kept, bytes).statusCode(), 1);
+        EXPECT_EQ(client.upload(refused, bytes).statusCode(), 600) << "without a save lock";
     };
     for (int i = 0; i < 6; ++i)
         use(*clients[i]);
