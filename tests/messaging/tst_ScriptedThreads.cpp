@@ -154,6 +154,7 @@ TEST_F(ScriptedThreads, destructionWithoutAThreadDropsWhatABlockingReceiverWould
 TEST_F(ScriptedThreads, destructionWithoutAThreadLeavesAConnectionBehindWhoseReceiverIsBusy)
 {
     // In a process of its own: the connection keeps the library for the rest of the process.
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
     const auto outcome = [this] {
         if (!messager->start())
             return "not started";
