@@ -173,10 +173,12 @@ TEST_F(KVXCWFileServiceImplTest, extraKeysOfAProjectUploadReplaceTheOperationsOw
     EXPECT_TRUE(uploadProject({ { QStringLiteral("FileName"), QStringLiteral("other") },
         { QStringLiteral("service"), QStringLiteral("upload") }, { QStringLiteral("md5"), 5 },
         { QStringLiteral("LogVersion"), 7 }, { QStringLiteral("größe"), 1.5 },
+        { QStringLiteral("Email"), QStringLiteral("ben@example.com") },
         { QStringLiteral("Final"), true } }));
 
     const QJsonObject request = host.network.takeRequest();
     EXPECT_EQ(request.value(QStringLiteral("FileName")), QStringLiteral("other"));
+    EXPECT_EQ(request.value(QStringLiteral("Email")), QStringLiteral("ben@example.com"));
     EXPECT_EQ(request.value(QStringLiteral("md5")), QStringLiteral("5"));
     EXPECT_EQ(request.value(QStringLiteral("LogVersion")), QStringLiteral("7"));
     EXPECT_EQ(request.value(QStringLiteral("größe")), QStringLiteral("1.5"));
