@@ -2,6 +2,7 @@
 
 #include "frame/Log.h"
 #include "frame/ServiceRequest.h"
+#include "frame/ThrownBy.h"
 #include "login/CurrentUser.h"
 #include "messaging/BlockingReceivers.h"
 
@@ -16,6 +17,7 @@
 #include <QPointer>
 #include <QStringList>
 #include <algorithm>
+#include <exception>
 #include <limits>
 
 namespace {
@@ -208,11 +210,20 @@ bool KVXCWIDManagerImpl::syncCheckOutStates()
 {
     const QPointer<KVXCWIDManagerImpl> self(this);
     const QList<int> moduleTypes = m_checkStates.keys();
+    bool complete = true;
+    std::exception_ptr thrown; // by a receiver; the other modules are read all the same
     for (const int moduleType : moduleTypes) {
-        if (!requestCheckOut(moduleType, {}, false) || !self)
-            return false;
+        try {
+            complete = requestCheckOut(moduleType, {}, false);
+        } catch (...) {
+            thrown = std::current_exception();
+        }
+        if (!complete || !self)
+            break;
     }
-    return true;
+    if (thrown)
+        std::rethrow_exception(thrown);
+    return complete && self;
 }
 
 int KVXCWIDManagerImpl::itemState(int moduleType, int id) const
@@ -298,8 +309,11 @@ void KVXCWIDManagerImpl::onNotify(const QJsonObject &message)
     const QPointer<KVXCWIDManagerImpl> self(this);
     const QPointer<KVXCWProjectData> synchronizer(
         KVXCollaborator::getInstance()->projectDataSynchronizer(guid));
-    const int code = synchronizer ? synchronizer->syncLogs() : 0;
-    if (code == KVXCWProjectData::Success)
+    int code = 0;
+    auto failure = kvx::thrownBy([&] { code = synchronizer ? synchronizer->syncLogs() : 0; });
+    if (failure)
+        KVX_ERROR("Deal checkout message failed: exception=%1", *failure);
+    else if (code == KVXCWProjectData::Success)
         KVX_INFO("Synchronize project logs successed: projectGuid=%1", guid);
     else
         KVX_WARN("Synchronize project logs failed: errorCode=%1, projectGuid=%2", code, guid);
@@ -307,10 +321,16 @@ void KVXCWIDManagerImpl::onNotify(const QJsonObject &message)
         return; // the project was closed meanwhile
 
     // Kept as is: the second pass; a pass that found nothing new leaves the states to us.
-    synchronizer->syncLogs();
+    failure = kvx::thrownBy([&] { synchronizer->syncLogs(); });
+    if (failure)
+        KVX_ERROR("Deal checkout message failed: exception=%1", *failure);
     if (!self || !synchronizer || synchronizer->isSynced())
         return;
-    if (syncCheckOutStates())
+    bool statesRead = false;
+    failure = kvx::thrownBy([&] { statesRead = syncCheckOutStates(); });
+    if (failure)
+        KVX_ERROR("Deal checkout message failed: exception=%1", *failure);
+    else if (statesRead)
         KVX_INFO("Synchronize project checkout states successed.");
     else
         KVX_WARN("Synchronize project checkout states failed.");

@@ -71,7 +71,7 @@ private:
     void applyPermissions(const QJsonArray &records, Notified &notified);
     void applyPermissions(const QJsonObject &object, Notified &notified);
     void announce(Notified &notified);
-    void noteFailure(const char *what);
+    void noteFailure(const QString &what);
 
     kvx::ListLock m_lock;
     /// GUID to a record of the list; null while the list has none, so that closing the project

@@ -4,6 +4,7 @@
 #define KVX_LOG_FUNCTION "void KVXCWProjectListImpl::onNotify(const QJsonObject &)"
 
 #include "frame/Log.h"
+#include "frame/ThrownBy.h"
 #include "login/CurrentUser.h"
 #include "projectlist/KVXCWProjectListImpl.h"
 #include "projectlist/ProjectRecord.h"
@@ -13,7 +14,6 @@
 #include <KVXCollaboration/KVXPermissionControl.h>
 #include <KVXCollaboration/KVXRole.h>
 #include <QJsonArray>
-#include <exception>
 
 /// What one message brought about; told to the receivers when it has been applied.
 struct KVXCWProjectListImpl::Notified {
@@ -74,13 +74,8 @@ QString projectGuidOf(const QJsonObject &object)
 void KVXCWProjectListImpl::onNotify(const QJsonObject &message)
 {
     const auto step = [this](auto action) {
-        try {
-            action();
-        } catch (const std::exception &error) {
-            noteFailure(error.what());
-        } catch (...) {
-            noteFailure("unknown");
-        }
+        if (const auto failure = kvx::thrownBy(action))
+            noteFailure(*failure);
     };
     Notified notified;
     step([&] { emit beginUpdate(); });
@@ -88,9 +83,9 @@ void KVXCWProjectListImpl::onNotify(const QJsonObject &message)
     step([&] { announce(notified); });
 }
 
-void KVXCWProjectListImpl::noteFailure(const char *what)
+void KVXCWProjectListImpl::noteFailure(const QString &what)
 {
-    KVX_ERROR("Deal project list message failed: exception=%1", QString::fromLocal8Bit(what));
+    KVX_ERROR("Deal project list message failed: exception=%1", what);
 }
 
 void KVXCWProjectListImpl::applyNotification(const QJsonObject &message, Notified &notified)

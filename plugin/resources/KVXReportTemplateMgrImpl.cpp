@@ -1,7 +1,9 @@
 #include "resources/KVXReportTemplateMgrImpl.h"
 
 #include "frame/KVXServerInfo.h"
+#include "frame/Log.h"
 #include "frame/ServiceRequest.h"
+#include "frame/ThrownBy.h"
 #include "login/CurrentUser.h"
 
 #include <KVXCollaboration/KVXCWMessage.h>
@@ -152,7 +154,8 @@ void KVXReportTemplateMgrImpl::onNotify(const QJsonObject &message)
         return;
     const QJsonObject content = message.value(QLatin1String("notifymsg_content")).toObject();
     QList<KVXTemplateInfo> infos = readInfos(content.value(QLatin1String("reportTemplateArray")));
-    emit templateInfoChanged(infos);
+    if (const auto failure = kvx::thrownBy([&] { emit templateInfoChanged(infos); }))
+        KVX_ERROR("Deal report template message failed: exception=%1", *failure);
 }
 
 bool KVXReportTemplateMgrImpl::judge(const ServiceReply &reply)

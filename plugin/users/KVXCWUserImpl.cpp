@@ -3,6 +3,7 @@
 #include "frame/KVXServerInfo.h"
 #include "frame/Log.h"
 #include "frame/ServiceRequest.h"
+#include "frame/ThrownBy.h"
 #include "login/CurrentUser.h"
 
 #include <KVXCollaboration/KVXCWMessage.h>
@@ -86,9 +87,12 @@ void KVXCWUserImpl::onNotify(const QJsonObject &message)
     if (message.value(QLatin1String("notifymsg_from")).toString() == email)
         return; // he knows what he changed
     const Permissions before = permissionsOf(email);
-    syncToLocal();
+    if (const auto failure = kvx::thrownBy([this] { syncToLocal(); }))
+        KVX_ERROR("Deal role message failed: exception=%1", *failure);
     // Kept as is: told also when nothing changed for him, or when the table could not be read.
-    emit currentUserPermissionChanged(before, permissionsOf(email));
+    const auto tell = [&] { emit currentUserPermissionChanged(before, permissionsOf(email)); };
+    if (const auto failure = kvx::thrownBy(tell))
+        KVX_ERROR("Deal role message failed: exception=%1", *failure);
 }
 
 /// Fills the emptied table. Under the mutex.

@@ -8,7 +8,9 @@
 #include <QDateTime>
 #include <QMetaMethod>
 #include <QThread>
+#include <algorithm>
 #include <atomic>
+#include <stdexcept>
 #include <thread>
 
 namespace kvx::test {
@@ -274,6 +276,101 @@ TEST_F(Notify, aSynchroniserThatGoesAwayEndsTheReaction)
     items->onNotify(message());
     EXPECT_FALSE(items.isNull());
     EXPECT_EQ(takeRequests("checkout").size(), 0);
+}
+
+TEST_F(Notify, anExceptionOfAReceiverStaysInside)
+{
+    KVXItemCheckState holder;
+    items->checkState(5, 1, holder); // a second module
+    host.takeLog();
+    publishLogs(4);
+    const auto throwing = QObject::connect(
+        items, &KVXCWIDManager::changed, [] { throw std::runtime_error("x%1"); });
+    host.network.takeRequests();
+    EXPECT_NO_THROW(items->onNotify(message()));
+    EXPECT_EQ(project->logVersion(), 4);
+    // By the pass that fetched the log, and again because that pass did not come to its end.
+    EXPECT_EQ(takeRequests("checkout").size(), 4) << "no module is left out";
+    int errors = 0;
+    for (const LogRecord &record : host.takeLog()) {
+        if (record.level != 40000)
+            continue;
+        ++errors;
+        EXPECT_EQ(record.text, QStringLiteral("Deal checkout message failed: exception=x%1"));
+        EXPECT_TRUE(record.function.contains(QLatin1String("KVXCWIDManagerImpl::onNotify(")));
+    }
+    EXPECT_EQ(errors, 2);
+
+    QObject::disconnect(throwing);
+    items->onNotify(message());
+    EXPECT_EQ(takeLog("KVXCWIDManagerImpl.cpp").size(), 3) << "the next one is as ever";
+}
+
+TEST_F(Notify, anExceptionOfTheDatabaseStaysInsideAndTheSecondPassMakesItGood)
+{
+    publishLogs(4);
+    database.onExecute = [this] {
+        if (database.executions == 1)
+            throw 5;
+    };
+    EXPECT_NO_THROW(items->onNotify(message()));
+    EXPECT_EQ(database.executions, 2);
+    EXPECT_EQ(project->logVersion(), 4);
+    EXPECT_TRUE(
+        host.logged(40000, QStringLiteral("Deal checkout message failed: exception=unknown")));
+}
+
+TEST_F(Notify, aDatabaseThatThrowsInBothPassesLeavesTheVersionAndTheStatesAreRead)
+{
+    publishLogs(4);
+    database.onExecute = [] { throw std::runtime_error("disk"); };
+    EXPECT_NO_THROW(items->onNotify(message()));
+    EXPECT_EQ(project->logVersion(), 3);
+    EXPECT_EQ(takeSteps().last(), QStringLiteral("checkout"));
+    EXPECT_TRUE(host.logged(40000, QStringLiteral("Deal checkout message failed: exception=disk")));
+    EXPECT_TRUE(
+        host.logged(20000, QStringLiteral("Synchronize project checkout states successed.")));
+}
+
+TEST_F(Notify, aReceiverMayCloseTheProjectAndThrow)
+{
+    QObject::connect(items, &KVXCWIDManager::changed, [this] {
+        close();
+        throw std::runtime_error("closed");
+    });
+    EXPECT_NO_THROW(items->onNotify(message()));
+    EXPECT_TRUE(items.isNull());
+    EXPECT_TRUE(
+        host.logged(40000, QStringLiteral("Deal checkout message failed: exception=closed")));
+}
+
+// Three broker threads, each waiting for its message, and three slots on one stack.
+TEST_F(Notify, aReceiverMayRunALoopInWhichMoreMessagesArrive)
+{
+    publishLogs(4);
+    int toCome = 2;
+    int depth = 0;
+    int deepest = 0;
+    QObject::connect(items, &KVXCWIDManager::changed, items, [&] {
+        if (toCome == 0)
+            return;
+        --toCome;
+        deepest = std::max(deepest, ++depth);
+        publishLogs(server.version + 1);
+        EXPECT_TRUE(host.notifyFromBroker(message()));
+        --depth;
+    });
+    EXPECT_TRUE(host.notifyFromBroker(message()));
+    EXPECT_EQ(deepest, 2);
+    EXPECT_EQ(project->logVersion(), 6);
+    EXPECT_EQ(database.executions, 3) << "each log once";
+    const QStringList lines = takeLog("KVXCWIDManagerImpl.cpp");
+    for (const QString &each : { line("INFO Synchronize project data: projectGuid="),
+             line("INFO Synchronize project logs successed: projectGuid="),
+             QStringLiteral("INFO Synchronize project checkout states successed.") })
+        EXPECT_EQ(lines.count(each), 3) << each.toStdString();
+    EXPECT_EQ(lines.size(), 9);
+    EXPECT_TRUE(host.notifyFromBroker(message())) << "nothing is left behind";
 }
 
 TEST_F(Notify, withoutASynchroniserTheFailureIsLogged)

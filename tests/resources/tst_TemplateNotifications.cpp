@@ -4,6 +4,7 @@
 #include <QJsonArray>
 #include <QThread>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 
 using namespace kvx::test;
@@ -117,6 +118,27 @@ TEST_F(TemplateNotifications, aReceiverMayQueryTheTemplatesAndDestroyTheManager)
         });
     host.notifyFromBroker(update({ infoObject() }));
     EXPECT_TRUE(queried);
+}
+
+TEST_F(TemplateNotifications, anExceptionOfAReceiverStaysInside)
+{
+    bool named = true;
+    QObject::connect(&templates, &KVXReportTemplateMgr::templateInfoChanged, &templates, [&named] {
+        if (named)
+            throw std::runtime_error("x%1");
+        throw 5;
+    });
+    EXPECT_NO_THROW(templates.onNotify(update({ infoObject() })));
+    EXPECT_TRUE(
+        host.logged(40000, QStringLiteral("Deal report template message failed: exception=x%1")));
+    const QList<LogRecord> lines = host.takeLog();
+    ASSERT_EQ(lines.size(), 1);
+    EXPECT_TRUE(lines[0].function.contains(QLatin1String("KVXReportTemplateMgrImpl::onNotify(")));
+    named = false;
+    EXPECT_NO_THROW(templates.onNotify(update({})));
+    EXPECT_TRUE(host.logged(
+        40000, QStringLiteral("Deal report template message failed: exception=unknown")));
+    EXPECT_EQ(changes.size(), 2);
 }
 
 TEST_F(TemplateNotifications, aMessageForAManagerThatIsGoneIsDropped)

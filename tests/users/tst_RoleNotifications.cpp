@@ -3,6 +3,7 @@
 #include <KVXCollaboration/KVXCollaborator.h>
 #include <KVXCollaboration/KVXPermissionControl.h>
 #include <QCoreApplication>
+#include <stdexcept>
 #include <thread>
 
 using namespace kvx::test;
@@ -230,6 +231,38 @@ TEST_F(RoleNotifications, AReceiverMayLogOut)
     EXPECT_EQ(loggedOut, 1);
     EXPECT_EQ(host.messager->stops, 1);
     EXPECT_EQ(notify(roleMessage()).size(), 1) << "what was on its way is still harmless";
+}
+
+TEST_F(RoleNotifications, AnExceptionOfAReceiverStaysInside)
+{
+    answerRoles({ role("New", {}, { "anna@example.com" }) });
+    const auto connection = QObject::connect(
+        users, &KVXCWUser::currentUserPermissionChanged, [] { throw std::runtime_error("x%1"); });
+    EXPECT_NO_THROW(users->onNotify(roleMessage()));
+    EXPECT_EQ(roleTexts(), QStringList({ text("New: anna@example.com") }));
+    EXPECT_TRUE(host.logged(40000, text("Deal role message failed: exception=x%1")));
+    for (const LogRecord &line : host.takeLog()) {
+        if (line.level == 40000) {
+            EXPECT_TRUE(line.function.contains(text("KVXCWUserImpl::onNotify(")));
+        }
+    }
+    QObject::disconnect(connection);
+    EXPECT_EQ(notify(roleMessage()).size(), 1) << "the next one is as ever";
+}
+
+TEST_F(RoleNotifications, AnExceptionOfTheSynchronisationStaysInsideAndTheUserIsTold)
+{
+    class Throwing : public KVXCWUserImpl {
+    public:
+        bool syncToLocal() override { throw 5; }
+    };
+    auto *throwing = new Throwing;
+    KVXCollaborator::getInstance()->setUserManager(throwing);
+    int told = 0;
+    QObject::connect(throwing, &KVXCWUser::currentUserPermissionChanged, [&told] { ++told; });
+    EXPECT_NO_THROW(throwing->onNotify(roleMessage()));
+    EXPECT_EQ(told, 1);
+    EXPECT_TRUE(host.logged(40000, text("Deal role message failed: exception=unknown")));
 }
 
 TEST_F(RoleNotifications, AReceiverMayEndTheManager)
