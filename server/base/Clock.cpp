@@ -37,6 +37,15 @@ Time Clock::now() const
     return m_start + duration_cast<milliseconds>(steady_clock::now() - m_steadyStart).count();
 }
 
+Time Clock::forFiles() const
+{
+    const Time time = now();
+    const Time behind = time - wall();
+    Time furthest = m_behind;
+    while (behind > furthest && !m_behind.compare_exchange_weak(furthest, behind)) { }
+    return time - std::max(behind, furthest);
+}
+
 std::string minuteText(Time time)
 {
     return formatted(time, "%Y-%m-%d %H:%M");

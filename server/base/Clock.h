@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -20,10 +21,18 @@ public:
     explicit Clock(Time highest = 0);
     virtual ~Clock() = default;
     virtual Time now() const;
+    /// What the age of files is counted from: the wall clock, which dates them, less any stretch
+    /// that it jumped ahead of this clock or was found behind it. So no jump makes a file old that
+    /// was written in this run; one set back and righted again only keeps files for longer.
+    Time forFiles() const;
+
+protected:
+    virtual Time wall() const { return wallTime(); }
 
 private:
     const Time m_start;
     const std::chrono::steady_clock::time_point m_steadyStart;
+    mutable std::atomic<Time> m_behind { 0 }; ///< the furthest the wall clock was behind this one
 };
 
 /// "yyyy-MM-dd hh:mm" in the time zone of the process.

@@ -74,7 +74,7 @@ void Janitor::round()
 {
     const Environment &environment = m_environment;
     const Time now = environment.clock.now();
-    sweepFolder(environment.config.temporaryFolder(), wallTime() - day);
+    sweepFolder(environment.config.temporaryFolder(), environment.clock.forFiles() - day);
 
     // The chores may still stand in the queue when this object has gone: they hold no part of it.
     std::vector<Chore> chores = {

@@ -22,7 +22,7 @@ void sweepBlobs(const Environment &environment, Db &db)
     const Time before = environment.clock.now() - day;
     BlobSweep &sweep = environment.memory->blobSweep;
     sweep.last = blobs.dropUnused(db, sweep.last, before, blobsAtOnce);
-    blobs.dropStray(db, sweep.folder, wallTime() - day);
+    blobs.dropStray(db, sweep.folder, environment.clock.forFiles() - day);
     sweep.folder = (sweep.folder + 1) % BlobStore::folderCount;
 }
 

@@ -84,8 +84,14 @@ public:
     }
     void advance(server::Time milliseconds) { m_ahead += milliseconds; }
     void stop() { m_stopped = Clock::now(); }
+    /// Sets the wall clock by as much off the right time; leases and time-outs go on.
+    void setWallOff(server::Time milliseconds) { m_wallOff = milliseconds; }
+
+protected:
+    server::Time wall() const override { return Clock::wall() + m_wallOff; }
 
 private:
+    std::atomic<server::Time> m_wallOff { 0 };
     std::atomic<server::Time> m_ahead { 0 };
     std::atomic<server::Time> m_stopped { 0 }; ///< 0: it runs
 };
@@ -138,6 +144,7 @@ public:
     void pass(server::Time milliseconds) { m_clock->advance(milliseconds); }
     /// No time passes but by `pass`.
     void stopClock() { m_clock->stop(); }
+    void setWallOff(server::Time milliseconds) { m_clock->setWallOff(milliseconds); }
     const server::Environment &environment() const { return *m_environment; }
     server::Dispatcher &dispatcher() { return *m_dispatcher; }
     server::DbPool &pool() { return *m_pool; }

@@ -1,7 +1,9 @@
 #include "ServiceHarness.h"
 #include "base/Digest.h"
+#include "notify/Janitor.h"
 #include "services/Tidying.h"
 #include "store/BlobStore.h"
+#include "support/WaitFor.h"
 
 #include <fcntl.h>
 #include <fstream>
@@ -82,6 +84,52 @@ TEST_F(Tidying, AFileThatNeverGotARowGoesAfterADay)
     age("stray");
     tidy(sweepBlobs, 256);
     EXPECT_FALSE(isThere("stray"));
+}
+
+// Files are dated by the wall clock, and the janitor asks on its rounds.
+TEST_F(Tidying, AJumpOfTheWallClockSweepsNoFileOfThisRun)
+{
+    const std::string upload = harness.folder() + "/tmp/upload";
+    const std::string old = harness.folder() + "/tmp/old";
+    std::ofstream(harness.folder() + "/tmp/x") << "stray";
+    blobs.place(harness.folder() + "/tmp/x", sha256("stray"));
+    std::ofstream(upload) << "on its way";
+    const auto date = [](const std::string &path, Time off) {
+        const time_t at = time(nullptr) + static_cast<time_t>(off / 1000);
+        const timespec times[2] = { { at, 0 }, { at, 0 } };
+        ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    };
+    const auto round = [&] {
+        tidy(sweepBlobs, 256);
+        const std::string ancient = harness.folder() + "/tmp/ancient";
+        std::ofstream(ancient) << "forgotten";
+        date(ancient, -1000 * day);
+        {
+            const Janitor janitor(
+                harness.environment(), harness.pool(), [](const std::string &) {});
+            ASSERT_TRUE(waitFor([&] { return !std::filesystem::exists(ancient); }));
+        }
+        EXPECT_TRUE(std::filesystem::exists(upload));
+        EXPECT_TRUE(isThere("stray"));
+    };
+    const Time hour = 3'600'000;
+    for (const Time jump : { hour, day, 365 * day }) {
+        SCOPED_TRACE(jump);
+        harness.setWallOff(jump);
+        round();
+        harness.setWallOff(-jump);
+        round();
+        date(upload, -jump); // written under the wrong date
+        date(blobs.path(sha256("stray")), -jump);
+        round();
+        harness.setWallOff(0);
+        round();
+        // Still a file that is older than all that goes.
+        std::ofstream(old) << "forgotten";
+        date(old, -jump - 25 * hour);
+        round();
+        EXPECT_FALSE(std::filesystem::exists(old));
+    }
 }
 
 TEST_F(Tidying, EverythingThatASaveNamesStays)
