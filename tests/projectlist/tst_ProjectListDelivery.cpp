@@ -4,6 +4,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QThread>
+#include <algorithm>
 #include <atomic>
 #include <stdexcept>
 #include <thread>
@@ -90,6 +91,58 @@ TEST_F(ProjectListDelivery, MessagesAreAppliedInTheirOrder)
         list, &KVXCWProjectList::changed, list, [&] { seen.append(record("{a}")->name()); });
     EXPECT_TRUE(host.notifyFromBroker(messages));
     EXPECT_EQ(seen, names);
+}
+
+// Three broker threads, each waiting for its message, and three slots on one stack.
+TEST_F(ProjectListDelivery, AReceiverMayRunALoopInWhichMoreMessagesArrive)
+{
+    using List = KVXCWProjectList;
+    const auto rename = [](const char *name) { return message("Rename", project("{a}", name)); };
+    for (const auto signal :
+        { &List::beginUpdate, &List::endUpdate, &List::beginChanged, &List::changed }) {
+        QList<QJsonObject> toCome { rename("R2"), rename("R3") };
+        int depth = 0;
+        int deepest = 0;
+        const auto connection = QObject::connect(list, signal, list, [&] {
+            if (toCome.isEmpty())
+                return;
+            deepest = std::max(deepest, ++depth);
+            EXPECT_TRUE(host.notifyFromBroker(toCome.takeFirst()));
+            --depth;
+        });
+        EXPECT_TRUE(host.notifyFromBroker(rename("R1")));
+        QObject::disconnect(connection);
+        EXPECT_EQ(deepest, 2);
+        EXPECT_FALSE(list->isUpdating());
+        const QStringList seen = takeSignals();
+        EXPECT_EQ(seen.count(text("beginUpdate")), 3);
+        EXPECT_EQ(seen.count(text("endUpdate")), 3);
+        EXPECT_GE(seen.count(text("changed")), 1);
+        const QStringList lines = takeInfos();
+        for (const char *name : { "R1", "R2", "R3" })
+            EXPECT_EQ(lines.count(
+                          text("rename project successed: projectGUID={a}, newName=") + text(name)),
+                1)
+                << name;
+    }
+}
+
+TEST_F(ProjectListDelivery, ASynchronisationMayRunALoopInWhichMoreMessagesArrive)
+{
+    open("{a}");
+    int toCome = 2;
+    FakeSynchronizer::duringSync = [&] {
+        if (toCome-- > 0) {
+            EXPECT_TRUE(host.notifyFromBroker(message("Save", project("{a}", "A"))));
+        }
+    };
+    EXPECT_TRUE(host.notifyFromBroker(message("Save", project("{a}", "A"))));
+    EXPECT_EQ(FakeSynchronizer::synced, texts({ "{a}", "{a}", "{a}" }));
+    EXPECT_FALSE(list->isUpdating());
+    const QStringList seen = takeSignals();
+    EXPECT_EQ(seen.count(text("beginUpdate")), 3);
+    EXPECT_EQ(seen.count(text("endUpdate")), 3);
+    EXPECT_EQ(seen.last(), text("changed"));
 }
 
 // The end of the list must free a broker thread that waits for it, and nothing may be called on
