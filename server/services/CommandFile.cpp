@@ -208,11 +208,15 @@ private:
             if (m_isKey[i] && (type == Absent || type == Null))
                 refuse("has an update without the row's key");
         }
+        bool changes = false;
         for (std::size_t i = 0; i < m_isKey.size(); ++i) {
             const bool after = readValue() != Absent;
             if (m_isKey[i] ? after : after != before[i])
                 refuse("has an update whose two rows do not agree");
+            changes = changes || after;
         }
+        if (!changes)
+            refuse("has an update that changes nothing");
     }
 
     ValueType readValue()

@@ -176,6 +176,8 @@ TEST(CommandFile, WithAChangesetThatStopsClientsIsRefused)
         of + "has an update whose two rows do not agree");
     EXPECT_EQ(faultOfPayload(table + "\x17\0"s + key1 + "\0\0\0\0"s + real),
         of + "has an update whose two rows do not agree");
+    EXPECT_EQ(faultOfPayload(table + "\x17\0"s + key1 + "\0\0\0\0\0"s),
+        of + "has an update that changes nothing");
 }
 
 TEST(CommandFile, IsReadOnlyWhereTheSettingAsksForIt)

@@ -1,9 +1,13 @@
+#include "../Require.h"
 #include "RandomChangeset.h"
 
 #include "KVXSQLite/ApplyChangeset.h"
 #include "KVXSQLite/ChangesetValidator.h"
+#include "KVXSQLite/CommandFile.h"
 #include "KVXSQLite/Schema.h"
+#include "services/CommandFile.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -31,6 +35,23 @@ struct Target {
     Schema schema;
 };
 
+/// Whether the server that reads changesets takes this one.
+bool serverAccepts(const Bytes &changeset)
+{
+    CommandHeader header;
+    header.version = 1;
+    header.projectGuid = "{00000000-0000-0000-0000-000000000001}";
+    const Bytes file = CommandFile::encode(header, changeset);
+    std::size_t at = 0;
+    const auto read = [&](char *buffer, std::size_t size) {
+        const std::size_t count = std::min(size, file.size() - at);
+        std::copy_n(file.data() + at, count, buffer);
+        at += count;
+        return count;
+    };
+    return !kvx::server::faultOfCommandFile(read, header.projectGuid, header.version);
+}
+
 } // namespace
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, std::size_t maxSize);
@@ -50,20 +71,25 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(
 }
 
 /// What the validator accepts SQLite must be able to apply: no crash, no hang, and either every
-/// change is accounted for or nothing is left of it.
+/// change is accounted for or nothing is left of it. The server accepts what a project can apply,
+/// and nothing that every client refuses.
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, std::size_t size)
 {
     static Target target;
     ChangesetValidator validator;
-    static_cast<void>(validator.check(data, size));
+    const Bytes changeset(data, data + size);
+    const bool server = serverAccepts(changeset);
+    kvx::test::require(
+        validator.check(data, size) || !server, "clients accept what the server accepts");
     if (!validator.check(data, size, target.schema))
         return 0;
+    kvx::test::require(server, "the server accepts what a project accepts");
     if (!target.connection.begin().ok())
         std::abort();
     const sqlite3_int64 before = sqlite3_total_changes64(target.connection.handle());
     Applied applied;
-    const Status status = applyChangeset(
-        target.connection, Bytes(data, data + size), validator.records(), {}, &applied);
+    const Status status
+        = applyChangeset(target.connection, changeset, validator.records(), {}, &applied);
     const auto made
         = static_cast<std::size_t>(sqlite3_total_changes64(target.connection.handle()) - before);
     if (status.ok()
