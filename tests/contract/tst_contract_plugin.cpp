@@ -1,9 +1,13 @@
 #include "ContractFile.h"
+#include "JsonPlaces.h"
 #include "PluginCalls.h"
+#include "support/Watchdog.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <cstdio>
 #include <gtest/gtest.h>
+#include <rapidjson/pointer.h>
 
 // Every recorded exchange against the plug-in's managers: the call must send the recorded request,
 // and make of the recorded reply what the file says.
@@ -60,6 +64,20 @@ TEST_P(PluginContract, SendsAndUnderstands)
         ADD_FAILURE() << "result " << line;
 }
 
+/// The exchange with another value at a place of its reply.
+kvx::test::Exchange answeredWith(
+    const kvx::test::Exchange &exchange, const std::string &place, const char *value)
+{
+    auto json = std::make_shared<rapidjson::Document>();
+    json->CopyFrom(*exchange.json, json->GetAllocator());
+    rapidjson::Value other(parsedJson(value), json->GetAllocator());
+    rapidjson::Pointer(("/reply" + place).c_str()).Set(*json, other);
+    kvx::test::Exchange changed = exchange;
+    changed.file = json;
+    changed.json = json.get();
+    return changed;
+}
+
 INSTANTIATE_TEST_SUITE_P(Exchanges, PluginContract, testing::ValuesIn(callsOfThePlugin()),
     [](const auto &info) { return info.param.fullTestName(); });
 
@@ -71,4 +89,38 @@ TEST(PluginCalls, EveryOperationIsCalledByAnExchange)
     for (const kvx::test::Exchange &exchange : callsOfThePlugin())
         unused.removeAll(QString::fromStdString(textOf(exchange["call"]["operation"])));
     EXPECT_TRUE(unused.isEmpty()) << unused.join(QLatin1Char(' ')).toStdString();
+}
+
+/// By default each ninth value, another ninth with each key.
+TEST(PluginCalls, AnyTypeInAnyKeyOfAReplyHasAnOrdinaryResult)
+{
+    Watchdog::allow(600);
+    const bool everything = qEnvironmentVariableIsSet("KVX_TEST_LONG");
+    std::size_t turn = 0;
+    int cases = 0;
+    int keys = 0;
+    for (const kvx::test::Exchange &exchange : callsOfThePlugin()) {
+        if (exchange.httpStatus() != 200)
+            continue;
+        const QJsonValue ordinary = performCall(exchange).result;
+        for (const std::string &place : placesIn(exchange["reply"])) {
+            ++keys;
+            for (const char *value : valuesOfEachType()) {
+                if (turn++ % 9 != 0 && !everything)
+                    continue;
+                SCOPED_TRACE(exchange.fullTestName() + place + " = " + value);
+                ++cases;
+                const QJsonValue result = performCall(answeredWith(exchange, place, value)).result;
+                EXPECT_EQ(result.type(), ordinary.type());
+                const std::string text = value;
+                // What is no whole number is no status, and so no success.
+                if (place == "/statuscode" && text != "0" && text != "-1") {
+                    EXPECT_EQ(result, performCall(answeredWith(exchange, place, "0")).result);
+                }
+            }
+        }
+    }
+    std::printf("%d cases in %d keys\n", cases, keys);
+    EXPECT_GT(keys, 300);
+    EXPECT_GE(cases, keys);
 }

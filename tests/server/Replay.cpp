@@ -1,28 +1,12 @@
 #include "Replay.h"
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
-#include <functional>
-#include <rapidjson/pointer.h>
 #include <set>
 
 namespace kvx::test {
 
 namespace {
-
-using Visit = std::function<void(const rapidjson::Value &, const std::string &)>;
-
-void walk(const rapidjson::Value &value, const std::string &place, const Visit &visit)
-{
-    visit(value, place);
-    if (value.IsObject()) {
-        for (const auto &member : value.GetObject())
-            walk(member.value, place + '/' + member.name.GetString(), visit);
-    }
-    for (rapidjson::SizeType i = 0; value.IsArray() && i < value.Size(); ++i)
-        walk(value[i], place + '/' + std::to_string(i), visit);
-}
 
 bool succeeds(const Exchange &exchange)
 {
@@ -103,9 +87,10 @@ std::vector<Exchange> exchangesForReplay()
         std::set<std::string> known;
         for (const Exchange &exchange : all) {
             const std::size_t before = known.size();
-            walk(exchange["request"], "", [&](const rapidjson::Value &, const std::string &place) {
-                known.insert(anyElement(place));
-            });
+            forEachValue(
+                exchange["request"], [&](const rapidjson::Value &, const std::string &place) {
+                    known.insert(anyElement(place));
+                });
             if (known.size() > before)
                 chosen.push_back(exchange);
         }
@@ -124,7 +109,7 @@ std::vector<Exchange> exchangesForReplay()
 std::vector<std::string> textsIn(const rapidjson::Value &request)
 {
     std::vector<std::string> places;
-    walk(request, "", [&](const rapidjson::Value &value, const std::string &place) {
+    forEachValue(request, [&](const rapidjson::Value &value, const std::string &place) {
         if (value.IsString() && place != "/service")
             places.push_back(place);
     });
@@ -134,26 +119,11 @@ std::vector<std::string> textsIn(const rapidjson::Value &request)
 std::vector<std::string> objectsIn(const rapidjson::Value &request)
 {
     std::vector<std::string> places;
-    walk(request, "", [&](const rapidjson::Value &value, const std::string &place) {
+    forEachValue(request, [&](const rapidjson::Value &value, const std::string &place) {
         if (value.IsObject())
             places.push_back(place);
     });
     return places;
-}
-
-std::string anyElement(const std::string &pointer)
-{
-    std::string result;
-    for (std::size_t i = 0; i < pointer.size(); ++i) {
-        const bool digit = std::isdigit(static_cast<unsigned char>(pointer[i])) != 0;
-        if (digit && !result.empty() && (result.back() == '/' || result.back() == '*')) {
-            if (result.back() == '/')
-                result += '*';
-            continue;
-        }
-        result += pointer[i];
-    }
-    return result;
 }
 
 } // namespace kvx::test

@@ -2,6 +2,7 @@
 
 #include "StoreImage.h"
 
+#include "JsonPlaces.h"
 #include "ServerState.h"
 
 #include <memory>
@@ -38,7 +39,4 @@ std::vector<Exchange> exchangesForReplay();
 /// Places in a request as JSON pointers.
 std::vector<std::string> textsIn(const rapidjson::Value &request);
 std::vector<std::string> objectsIn(const rapidjson::Value &request);
-/// With "*" for the numbers of elements.
-std::string anyElement(const std::string &pointer);
-
 } // namespace kvx::test

@@ -5,12 +5,14 @@
 #include "support/Watchdog.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <rapidjson/pointer.h>
 #include <set>
 
 // Every text of every recorded request, in turn replaced by what would break out of a statement, a
 // path, a header or a log line: it is taken as the ordinary text that it is, or refused as such.
+// And every value replaced by one of each other type.
 
 using namespace kvx::test;
 using namespace std::string_literals;
@@ -95,11 +97,20 @@ protected:
 
     Effect send(Replay &replay, const std::string &place, const std::string &text)
     {
+        return send(replay, place,
+            rapidjson::Value(text.data(), static_cast<rapidjson::SizeType>(text.size())));
+    }
+
+    Effect send(Replay &replay, const std::string &place, const rapidjson::Value &value)
+    {
         rapidjson::Document request = replay.request();
         rapidjson::Pointer(place.c_str(), place.size())
-            .Set(request,
-                rapidjson::Value(text.data(), static_cast<rapidjson::SizeType>(text.size()),
-                    request.GetAllocator()));
+            .Set(request, rapidjson::Value(value, request.GetAllocator()));
+        return ask(replay, request);
+    }
+
+    Effect ask(Replay &replay, const rapidjson::Document &request)
+    {
         const Answer answer = replay.ask(request);
         Effect effect;
         effect.status = answer.status();
@@ -138,9 +149,35 @@ protected:
         }
     }
 
+    /// Each value; by default each third, another third with each key.
+    void replayWithEachType(Replay &replay, const std::string &place)
+    {
+        m_before = replay.store().contents();
+        const Effect ordinary = ask(replay, replay.request());
+        std::size_t turn = ++m_keys;
+        for (const char *value : valuesOfEachType()) {
+            if (turn++ % 3 != 0 && !std::getenv("KVX_TEST_LONG"))
+                continue;
+            SCOPED_TRACE(place + " = " + value);
+            const Effect effect = send(replay, place, parsedJson(value));
+            ++m_cases;
+            if (effect.status != 1) {
+                EXPECT_EQ(effect.tables, std::set<std::string> {}) << "refused, and yet changed";
+                continue;
+            }
+            ++m_taken;
+            // What the request as recorded leaves alone stays alone.
+            if (ordinary.status == 1) {
+                for (const std::string &table : effect.tables)
+                    EXPECT_EQ(ordinary.tables.count(table), 1u) << table;
+            }
+        }
+    }
+
     TemporaryFolder beside;
     const std::string secret = beside.path + "/secret";
     std::map<std::string, std::string> m_before;
+    std::size_t m_keys = 0;
     int m_cases = 0;
     int m_taken = 0;
 };
@@ -171,4 +208,26 @@ TEST_F(Payloads, InAnyTextAreTakenAsTextOrRefused)
         done.size(), services.size(), m_taken);
     EXPECT_GT(m_cases, 5000);
     EXPECT_GT(m_taken, 500);
+}
+
+TEST_F(Payloads, OfAnyTypeInAnyKeyAreRefusedOrTaken)
+{
+    Watchdog::allow(400);
+    std::set<std::string> done;
+    std::set<std::string> services;
+    for (const Exchange &exchange : exchangesForReplay()) {
+        SCOPED_TRACE(exchange.service + ": " + exchange.title);
+        Replay replay(exchange);
+        services.insert(exchange.service);
+        for (const std::string &place : placesIn(replay.request())) {
+            if (done.insert(exchange.service + anyElement(place)).second)
+                replayWithEachType(replay, place);
+        }
+        for (const std::string &file : replay.files())
+            EXPECT_TRUE(isOrdinaryFile(file)) << file;
+    }
+    std::printf("%d cases in %zu keys of %zu services, %d of them taken\n", m_cases, done.size(),
+        services.size(), m_taken);
+    EXPECT_GT(done.size(), 100u);
+    EXPECT_GE(m_cases, int(done.size()) * 3);
 }
