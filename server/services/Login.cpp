@@ -60,6 +60,13 @@ bool isApiServed(const Config &config, const std::string &version)
     return major == std::to_string(config.loginMinApi);
 }
 
+/// The live session whose cookie came with the login, whose ever it is.
+std::optional<std::int64_t> presentedSession(Call &call)
+{
+    const auto session = findSession(call.db(), call.config(), call.now(), call.token());
+    return session ? std::optional(session->id) : std::nullopt;
+}
+
 std::optional<Reply> refusedAccount(Call &call, const User &user, const LoginRequest &login)
 {
     const Config &config = call.config();
@@ -71,29 +78,28 @@ std::optional<Reply> refusedAccount(Call &call, const User &user, const LoginReq
     if (!products.empty()
         && std::find(products.begin(), products.end(), login.product) == products.end())
         return Reply::refused(StatusCode::ProductNotAllowed, { login.product });
+    // A refusal ends no session, so whether there will be room is judged before any is ended.
+    const auto presented = presentedSession(call);
+    if (countSessionsAtWork(call.db(), config, call.now(), user.id, presented.value_or(0))
+        >= config.sessionPerUser)
+        return Reply::refused(StatusCode::TooManySessions);
     return std::nullopt;
 }
 
-/// Makes room for one more session of the user; false when every one of them holds a log lock.
-bool makeRoom(Call &call, std::int64_t userId)
+/// Makes room for one more session of the user; those that publish a save are fewer than allowed.
+void makeRoom(Call &call, std::int64_t userId)
 {
     const Config &config = call.config();
-    while (countLiveSessions(call.db(), config, call.now(), userId) >= config.sessionPerUser) {
-        const auto idle = longestIdleSession(call.db(), userId);
-        if (!idle)
-            return false;
-        call.endSession(*idle);
-    }
-    return true;
+    while (countLiveSessions(call.db(), config, call.now(), userId) >= config.sessionPerUser)
+        call.endSession(longestIdleSession(call.db(), userId).value());
 }
 
 Reply openSession(Call &call, const User &user, const LoginRequest &login)
 {
     const Config &config = call.config();
-    if (const auto presented = findSession(call.db(), config, call.now(), call.token()))
-        call.endSession(presented->id);
-    if (!makeRoom(call, user.id))
-        return Reply::refused(StatusCode::TooManySessions);
+    if (const auto presented = presentedSession(call))
+        call.endSession(*presented);
+    makeRoom(call, user.id);
 
     NewSession session { user.id, newToken(), login.fingerPrint, call.address(), login.version,
         login.product };

@@ -15,6 +15,20 @@ Time touchInterval(const Config &config)
     return std::min({ Time { 60'000 }, config.sessionIdle / 4, config.sessionPresence / 4 });
 }
 
+/// Calls `act(session, whether it has a save under way)` for each live session of the user.
+template <class Act>
+void eachLiveSession(Db &db, const Config &config, Time now, std::int64_t userId, Act act)
+{
+    db.each<std::int64_t, Time, Time, bool>(
+        "SELECT s.id, s.last_seen, s.ends, "
+        "EXISTS (SELECT 1 FROM log_lock_at_work l WHERE l.lock_session = s.id) "
+        "FROM session s WHERE s.user_id = :user",
+        { { "user", userId } }, [&](std::int64_t id, Time lastSeen, Time ends, bool holdsLock) {
+            if (isSessionLive(config, now, lastSeen, ends, holdsLock))
+                act(id, holdsLock);
+        });
+}
+
 } // namespace
 
 bool isSessionLive(const Config &config, Time now, Time lastSeen, Time ends, bool holdsLock)
@@ -147,13 +161,16 @@ std::optional<std::int64_t> longestIdleSession(Db &db, std::int64_t userId)
 std::int64_t countLiveSessions(Db &db, const Config &config, Time now, std::int64_t userId)
 {
     std::int64_t count = 0;
-    db.each<Time, Time, bool>(
-        "SELECT s.last_seen, s.ends, "
-        "EXISTS (SELECT 1 FROM log_lock_at_work l WHERE l.lock_session = s.id) "
-        "FROM session s WHERE s.user_id = :user",
-        { { "user", userId } }, [&](Time lastSeen, Time ends, bool holdsLock) {
-            count += isSessionLive(config, now, lastSeen, ends, holdsLock);
-        });
+    eachLiveSession(db, config, now, userId, [&count](std::int64_t, bool) { ++count; });
+    return count;
+}
+
+std::int64_t countSessionsAtWork(
+    Db &db, const Config &config, Time now, std::int64_t userId, std::int64_t except)
+{
+    std::int64_t count = 0;
+    eachLiveSession(db, config, now, userId,
+        [&count, except](std::int64_t id, bool holdsLock) { count += holdsLock && id != except; });
     return count;
 }
 

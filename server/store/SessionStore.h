@@ -78,6 +78,9 @@ std::vector<LiveSession> liveSessions(Db &db, const Config &config, Time now);
 /// The session without a save under way that was idle longest.
 std::optional<std::int64_t> longestIdleSession(Db &db, std::int64_t userId);
 std::int64_t countLiveSessions(Db &db, const Config &config, Time now, std::int64_t userId);
+/// Those of the live sessions that have a save under way, but for one.
+std::int64_t countSessionsAtWork(
+    Db &db, const Config &config, Time now, std::int64_t userId, std::int64_t except);
 
 /// After a restart: staged uploads of a lock that is no longer held go.
 void dropUnheldStages(Db &db);

@@ -7,6 +7,7 @@
 #include "support/WaitFor.h"
 
 #include <algorithm>
+#include <sodium.h>
 
 using namespace kvx::test;
 using namespace kvx::server;
@@ -51,6 +52,18 @@ struct Sessions : testing::Test {
     Answer lockLog(const Session &session, bool release = false)
     {
         return session.ask(on("loglock").set("LogVersion", -1).set("ReleaseLock", release));
+    }
+    /// The log lock of a new project, the n-th.
+    void lockLogOfOwn(const Session &session, int n)
+    {
+        ASSERT_EQ(session.ask(newProject(session, guidOf(n), "P" + std::to_string(n))).status(), 1);
+        ASSERT_EQ(session
+                      .ask(Message("loglock")
+                               .set("ProjectGUID", guidOf(n))
+                               .set("LogVersion", -1)
+                               .set("ReleaseLock", false))
+                      .integer("Lock"),
+            1);
     }
     std::int64_t count(const std::string &sql)
     {
@@ -368,17 +381,78 @@ TEST_F(Sessions, WithALogLockDoNotMakeRoom)
 
     for (int i = 2; i <= 3; ++i) {
         const Session holder = with(anna, login("anna@example.com", std::to_string(i)));
-        ASSERT_EQ(holder.ask(newProject(holder, guidOf(i), "P" + std::to_string(i))).status(), 1);
-        ASSERT_EQ(holder
-                      .ask(Message("loglock")
-                               .set("ProjectGUID", guidOf(i))
-                               .set("LogVersion", -1)
-                               .set("ReleaseLock", false))
-                      .integer("Lock"),
-            1);
+        lockLogOfOwn(holder, i);
     }
     EXPECT_EQ(login("anna@example.com", "5"), "202") << "all three of them save";
     EXPECT_EQ(roles(anna), 1);
+}
+
+TEST_F(Sessions, AreNotEndedByALoginThatIsRefusedForTheirNumber)
+{
+    givePassword(anna);
+    const Session second = with(anna, login("anna@example.com", "2"));
+    const Session idle = with(anna, login("anna@example.com", "3"));
+    ASSERT_EQ(lockLog(anna).integer("Lock"), 1);
+    lockLogOfOwn(second, 2);
+    harness.config().sessionPerUser = 2;
+    EXPECT_EQ(login("anna@example.com", "4"), "202");
+    EXPECT_EQ(roles(idle), 1) << "the setting was lowered, but its end makes no room";
+    EXPECT_EQ(login("anna@example.com", "4", admin.token), "202");
+    EXPECT_EQ(roles(admin), 1) << "the cookie that was presented is still good";
+    EXPECT_EQ(roles(anna), 1);
+    EXPECT_EQ(roles(second), 1);
+
+    ASSERT_EQ(login("anna@example.com", "4", second.token).size(), 43u)
+        << "the one presented makes room, although it saves";
+    EXPECT_EQ(roles(second), 2);
+    EXPECT_EQ(roles(idle), 2);
+    EXPECT_EQ(roles(anna), 1);
+}
+
+TEST_F(Sessions, ALoginTakesTextsUpToTheirLimits)
+{
+    givePassword(anna);
+    const auto with = [&](const char *key, const std::string &text) {
+        Message message("login");
+        for (const auto &[name, usual] :
+            { std::pair("Email", "anna@example.com"), { "Password", "right" }, { "Version", "" },
+                { "FingerPrint", "" }, { "serverApiVersion", "" }, { "productType", "" } })
+            message.set(name, std::string(name) == key ? text : usual);
+        return anna.askAs(message).status();
+    };
+    EXPECT_EQ(with("Email", std::string(242, 'x') + "@example.com"), 235);
+    EXPECT_EQ(with("Email", std::string(243, 'x') + "@example.com"), 100);
+    std::string password;
+    for (int i = 0; i < 512; ++i)
+        password += "\xc3\xa4";
+    EXPECT_EQ(with("Password", password), 235);
+    EXPECT_EQ(with("Password", password + 'x'), 100) << "bytes count, not characters";
+    for (const char *key : { "Version", "FingerPrint", "productType" }) {
+        EXPECT_EQ(with(key, std::string(256, 'x')), 1) << key;
+        EXPECT_EQ(with(key, std::string(257, 'x')), 100) << key;
+    }
+    EXPECT_EQ(with("serverApiVersion", "1." + std::string(254, '0')), 1);
+    EXPECT_EQ(with("serverApiVersion", "1." + std::string(255, '0')), 100);
+}
+
+TEST_F(Sessions, ALoginRaisesAHashThatIsWeakerThanTheSetting)
+{
+    char weak[crypto_pwhash_STRBYTES];
+    ASSERT_EQ(crypto_pwhash_str_alg(
+                  weak, "right", 5, 1, crypto_pwhash_MEMLIMIT_MIN, crypto_pwhash_ALG_ARGON2ID13),
+        0);
+    Transaction transaction(harness.db(), Transaction::Kind::Write);
+    setPassword(harness.db(), anna.userId, weak);
+    transaction.commit();
+    const auto stored = [&] { return findUser(harness.db(), anna.userId)->password; };
+    EXPECT_EQ(login("anna@example.com", "2", {}, "wrong"), "235");
+    EXPECT_EQ(stored(), weak);
+    EXPECT_EQ(login("anna@example.com", "2").size(), 43u);
+    const std::string raised = stored();
+    EXPECT_NE(raised, weak);
+    EXPECT_FALSE(needsRehash(raised));
+    EXPECT_EQ(login("anna@example.com", "3").size(), 43u) << "the password is the same";
+    EXPECT_EQ(stored(), raised) << "once is enough";
 }
 
 TEST_F(Sessions, WithALostReleaseMakeRoom)
