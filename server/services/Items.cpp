@@ -9,6 +9,7 @@
 #include "store/UserStore.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <unordered_map>
@@ -117,7 +118,8 @@ Reply picture(Call &call, std::int64_t module, bool notify)
     const Time freedAfter = call.now() - call.config().freedDays * 24 * 3'600'000;
     const auto items
         = told ? store.picture(place, *told) : store.picture(place, freedAfter, mostFreed);
-    if (direct)
+    // With an announcement the request writes: it may fail yet, and then nothing is told.
+    if (direct && !call.request().flag("NotifyOther"))
         call.memory().itemsTold.note(listener, store.lastSequence());
 
     InfoList list(call.db());
@@ -250,16 +252,20 @@ Reply copyCheckState(Call &call)
         if (writers.contain(item.userId))
             wanted[item.module][item.userId].push_back(item.id);
     }
-    for (auto &[module, holders] : wanted) {
+    for (const auto &[module, holders] : wanted) {
         bool changed = false;
-        for (auto &[userId, ids] : holders) {
+        for (const auto &[userId, ids] : holders) {
+            Ids taken;
             for (const auto &item : store.of({ to.id, module }, ids)) {
                 if (item.checkedOut)
-                    ids.erase(std::lower_bound(ids.begin(), ids.end(), item.id));
+                    taken.push_back(item.id);
             }
-            if (!ids.empty())
-                store.checkOut({ to.id, module }, ids, userId, call.now());
-            changed = changed || !ids.empty();
+            Ids free;
+            std::set_difference(
+                ids.begin(), ids.end(), taken.begin(), taken.end(), std::back_inserter(free));
+            if (!free.empty())
+                store.checkOut({ to.id, module }, free, userId, call.now());
+            changed = changed || !free.empty();
         }
         if (changed)
             announceItems(call, to.id, to.guid, "CheckOut", module);

@@ -5,6 +5,7 @@
 #include "support/Watchdog.h"
 
 #include <algorithm>
+#include <chrono>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -259,6 +260,19 @@ TEST_F(Items, ThePictureTellsOnceWhatWasFreedOnEachConnection)
     EXPECT_EQ(picture(again), "2 anna 1, 3 anna 1") << "what was freed long ago is told no more";
 }
 
+TEST_F(Items, APictureThatCouldNotBeGivenWasNotTold)
+{
+    ASSERT_EQ(checkOut(anna, "1;2;").status(), 1);
+    EXPECT_EQ(picture(ben), "1 anna 1, 2 anna 1");
+    ASSERT_EQ(checkIn(anna, "2;").status(), 1);
+    harness.db().execute("CREATE TRIGGER full BEFORE INSERT ON outbox"
+                         " BEGIN SELECT RAISE(ABORT, 'the disk is full'); END");
+    EXPECT_EQ(checkOut(ben, "", true).status(), 0);
+    harness.db().execute("DROP TRIGGER full");
+    EXPECT_EQ(picture(ben), "1 anna 1, 2 anna 0") << "the refusal proves nothing";
+    EXPECT_EQ(picture(ben), "1 anna 1");
+}
+
 TEST_F(Items, AnyNumberOfItemsIsCheckedOutAndIn)
 {
     int module = 10;
@@ -361,6 +375,28 @@ TEST_F(Items, CheckStatesAreCopiedToWhoMayWriteThere)
     EXPECT_EQ(copy(anna, 1, 2).status(), 1);
     EXPECT_EQ(sent(), "") << "a repeat changes nothing";
     EXPECT_EQ(copy(admin, 1, 2).status(), 1);
+}
+
+TEST_F(Items, ARepeatedCopyOfManyItemsIsQuickerThanTheFirst)
+{
+    ASSERT_EQ(anna.ask(newProject(anna, guidOf(2), "Copy")).status(), 1);
+    std::string ids;
+    for (int i = 1; i <= 100'000; ++i)
+        ids += std::to_string(i) + ';';
+    ASSERT_EQ(checkOut(anna, ids).status(), 1);
+    const auto copy = [&] {
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_EQ(anna.askAs(Message("copycheckstate")
+                                 .set("oldProjectGuid", guidOf(1))
+                                 .set("newProjectGuid", guidOf(2)))
+                      .status(),
+            1);
+        return std::chrono::steady_clock::now() - begin;
+    };
+    const auto first = copy();
+    const auto repeated = copy();
+    EXPECT_EQ(number("SELECT count(*) FROM item WHERE state = 1"), 200'000);
+    EXPECT_LT(repeated, 2 * first) << "it only reads";
 }
 
 TEST_F(Items, SparseAndDenseListsGiveTheSameResult)
