@@ -84,7 +84,9 @@ std::vector<HeldProject> projectsHeldBy(Db &db, std::int64_t userId)
         "WHERE s.user_id = :user "
         "UNION SELECT l.id FROM session s JOIN project l ON l.plock_session = s.id "
         "WHERE s.user_id = :user "
-        "UNION SELECT project_id FROM item WHERE user_id = :user AND state = 1) ORDER BY p.id",
+        "UNION SELECT h.project_id FROM item_holder h WHERE h.user_id = :user AND EXISTS ("
+        "SELECT 1 FROM item i WHERE i.project_id = h.project_id AND i.user_id = :user "
+        "AND i.state = 1)) ORDER BY p.id",
         { { "user", userId } },
         [&held](std::int64_t id, std::string guid, std::string kind, int storedRw) {
             held.push_back({ id, std::move(guid), std::move(kind), storedRw });

@@ -196,6 +196,9 @@ void ItemStore::checkOut(
         " ON CONFLICT (project_id, module, item_id) DO UPDATE SET user_id = excluded.user_id,"
         " state = 1, at = excluded.at, seq = excluded.seq");
     statements.run(m_db, ids, { place, userId, now, nextSequence() });
+    m_db.run("INSERT INTO item_holder (project_id, user_id) VALUES (:project, :user)"
+             " ON CONFLICT (project_id, user_id) DO NOTHING",
+        { { "project", place.projectId }, { "user", userId } });
 }
 
 void ItemStore::checkIn(Place place, const std::vector<std::int64_t> &ids, Time now)
@@ -211,6 +214,8 @@ std::vector<std::int64_t> ItemStore::checkInAll(
     std::int64_t projectId, std::int64_t userId, Time now)
 {
     std::vector<I> modules;
+    if (!everHeld(projectId, userId))
+        return modules;
     m_db.each<I>("SELECT DISTINCT module FROM item WHERE project_id = :project AND user_id = :user"
                  " AND state = 1 ORDER BY module",
         { { "project", projectId }, { "user", userId } },
@@ -234,7 +239,7 @@ void ItemStore::checkInProject(std::int64_t projectId, Time now)
 bool ItemStore::everHeld(std::int64_t projectId, std::int64_t userId)
 {
     return m_db
-        .value<I>("SELECT 1 FROM item WHERE project_id = :project AND user_id = :user LIMIT 1",
+        .value<I>("SELECT 1 FROM item_holder WHERE project_id = :project AND user_id = :user",
             { { "project", projectId }, { "user", userId } })
         .has_value();
 }

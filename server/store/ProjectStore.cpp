@@ -227,6 +227,7 @@ void ProjectStore::purge(std::int64_t id)
 {
     m_db.run("DELETE FROM stage WHERE project_id = :id", { { "id", id } });
     m_db.run("DELETE FROM item WHERE project_id = :id", { { "id", id } });
+    m_db.run("DELETE FROM item_holder WHERE project_id = :id", { { "id", id } });
     m_db.run("DELETE FROM item_block WHERE project_id = :id", { { "id", id } });
     m_db.run("DELETE FROM project_open WHERE project_id = :id", { { "id", id } });
     m_db.run("DELETE FROM project_log WHERE project_id = :id", { { "id", id } });

@@ -8,9 +8,8 @@ namespace {
 
 constexpr std::int64_t versionsKept = 10;
 
-/// Those with that ID and with that folded name, where given.
-std::vector<Template> load(
-    Db &db, const std::optional<std::string> &id, const std::optional<std::string> &key)
+/// Those that are not removed and for which the condition on `t` holds.
+std::vector<Template> load(Db &db, const std::string &condition = {}, DbParams parameters = {})
 {
     std::vector<Template> found;
     using I = std::int64_t;
@@ -19,9 +18,9 @@ std::vector<Template> load(
         "SELECT t.id, t.name, t.type, t.author, t.author_email, t.author_id, t.project_version,"
         " t.version, v.blob, v.md5, t.created, t.modified FROM template t"
         " JOIN template_version v ON v.template_id = t.id AND v.version = t.version"
-        " WHERE t.deleted_at IS NULL AND t.id = COALESCE(:id, t.id)"
-        " AND t.live_name_key = COALESCE(:key, t.live_name_key) ORDER BY t.name_key",
-        { { "id", id }, { "key", key } },
+        " WHERE t.deleted_at IS NULL"
+            + condition + " ORDER BY t.name_key",
+        parameters,
         [&found](S own, S name, I type, S author, S authorEmail, I owner, S projectVersion,
             I version, S blob, S md5, I created, I modified) {
             found.push_back({ std::move(own), std::move(name), type, std::move(author),
@@ -40,12 +39,12 @@ std::optional<Template> first(std::vector<Template> found)
 
 std::optional<Template> TemplateStore::find(const std::string &id)
 {
-    return first(load(m_db, id, {}));
+    return first(load(m_db, " AND t.id = :id", { { "id", id } }));
 }
 
 std::optional<Template> TemplateStore::findByName(std::string_view name)
 {
-    return first(load(m_db, {}, foldedKey(name)));
+    return first(load(m_db, " AND t.live_name_key = :key", { { "key", foldedKey(name) } }));
 }
 
 bool TemplateStore::wasDeleted(const std::string &id)
@@ -59,7 +58,7 @@ bool TemplateStore::wasDeleted(const std::string &id)
 
 std::vector<Template> TemplateStore::all()
 {
-    return load(m_db, {}, {});
+    return load(m_db);
 }
 
 void TemplateStore::add(const Template &added)

@@ -226,6 +226,14 @@ CREATE TABLE item (
 CREATE INDEX item_held ON item (project_id, module, item_id) WHERE state = 1;
 CREATE INDEX item_freed ON item (project_id, module, seq) WHERE state = 0;
 
+-- Who ever held an item of a project, so that nobody's are looked for among all the others'.
+CREATE TABLE item_holder (
+    project_id BIGINT NOT NULL REFERENCES project (id),
+    user_id BIGINT NOT NULL REFERENCES users (id),
+    PRIMARY KEY (project_id, user_id)
+);
+CREATE INDEX item_holder_user ON item_holder (user_id, project_id);
+
 CREATE TABLE item_block (
     project_id BIGINT NOT NULL REFERENCES project (id),
     min_id BIGINT NOT NULL,
