@@ -14,11 +14,14 @@ Reply openProject(Call &call)
 {
     const ProjectAccess &project = call.project();
     const Caller &caller = call.caller();
-    if (const auto refusal = refuseOpenElsewhere(call, project.id))
-        return *refusal;
     OpenStore opens(call.db());
     const auto open = opens.of(project.id, caller.userId);
-    if (!open || open->sessionId != caller.sessionId)
+    const bool repeated = open && open->sessionId == caller.sessionId;
+    if (!repeated && !project.lockedBy.empty())
+        return Reply::refused(StatusCode::ProjectLocked, { project.lockedBy });
+    if (const auto refusal = refuseOpenElsewhere(call, project.id))
+        return *refusal;
+    if (!repeated)
         opens.set(project.id, caller.userId, caller.sessionId, wallTime());
     return Reply::ok().set("LogVersion", project.logVersion).set("Epoch", call.environment().epoch);
 }
@@ -93,7 +96,7 @@ Reply onlineEditors(Call &call)
 } // namespace
 
 const ServiceTable openCloseServices = {
-    { "openproject", openProject, ProjectReader | NamesCaller | Unlocked | Writes },
+    { "openproject", openProject, ProjectReader | NamesCaller | Writes },
     { "closeproject", closeProject, NeedsUser | NamesCaller | Writes | InMaintenance },
     { "projectlock", lockProject, ProjectWriter | NamesCaller | Writes, nullptr, rulesOfLock },
     { "onlineeditors", onlineEditors, ProjectReader | NamesCaller },

@@ -60,6 +60,8 @@ Reply renameProject(Call &call)
     const ProjectAccess &project = call.project();
     if (project.name == newName)
         return Reply::ok();
+    if (!project.lockedBy.empty())
+        return Reply::refused(StatusCode::ProjectLocked, { project.lockedBy });
     if (project.name != displayName(oldName, 200))
         return Reply::refused(StatusCode::NameChanged, { oldName });
     if (isInnerLibraryName(newName) || isInnerLibraryGuid(project.guid))
@@ -129,7 +131,7 @@ void removeProject(Call &call, std::int64_t projectId, const std::optional<std::
 const ServiceTable projectCommandServices = {
     { "removeproject", removeProjectOfCaller, ProjectOwner | MayBeGone | NamesCaller | Writes },
     { "updateproject", updateProject, ProjectWriter | NamesCaller | Unlocked | Writes },
-    { "renameproject", renameProject, ProjectWriter | NamesCaller | Unlocked | Writes },
+    { "renameproject", renameProject, ProjectWriter | NamesCaller | Writes },
     { "updateprojectadditionalinfo", updateAdditionalInfo,
         ProjectWriter | NamesCaller | Unlocked | Writes },
 };

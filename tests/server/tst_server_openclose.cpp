@@ -144,6 +144,17 @@ TEST_F(OpenClose, ALockedProjectIsTheHoldersAlone)
     EXPECT_EQ(lock(anna, true).status(), 1) << "releasing what is not locked";
 }
 
+TEST_F(OpenClose, WhoHasALockedProjectOpenMayAskToOpenItAgain)
+{
+    ASSERT_EQ(anna.ask(on("openproject")).status(), 1);
+    ASSERT_EQ(lock(admin, false).status(), 1);
+    EXPECT_EQ(anna.ask(on("openproject")).status(), 1) << "the first reply was lost";
+    EXPECT_EQ(ben.ask(on("openproject")).status(), 314);
+    EXPECT_EQ(annasLaptop.ask(on("openproject")).status(), 314);
+    ASSERT_EQ(anna.ask(on("closeproject")).status(), 1);
+    EXPECT_EQ(anna.ask(on("openproject")).status(), 314) << "that would be newly";
+}
+
 TEST_F(OpenClose, OnlyTheHolderAndAdministratorsReleaseAProjectLock)
 {
     ASSERT_EQ(permit(anna, guid, { { "ben@example.com", "1,1,1,1" } }).status(), 1);

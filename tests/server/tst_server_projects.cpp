@@ -274,6 +274,20 @@ TEST_F(Projects, ChangesNeedWriteAccessAndAnUnlockedProject)
     }
 }
 
+TEST_F(Projects, ARepeatedRenameIsDoneThoughTheProjectIsLockedMeanwhile)
+{
+    ASSERT_EQ(create(anna, 1, "School"), 1);
+    const auto rename = [&](const std::string &from, const std::string &to) {
+        return anna.ask(on("renameproject").set("OldName", from).set("NewName", to)).status();
+    };
+    ASSERT_EQ(rename("School", "School II"), 1);
+    ASSERT_EQ(admin.ask(on("projectlock").set("ReleaseLock", false)).status(), 1);
+    harness.takeSent();
+    EXPECT_EQ(rename("School", "School II"), 1) << "the first reply was lost";
+    EXPECT_TRUE(harness.takeSent().empty());
+    EXPECT_EQ(rename("School II", "School III"), 314);
+}
+
 TEST_F(Projects, RenameChecksTheOldNameAndIsQuietWhenRepeated)
 {
     ASSERT_EQ(create(anna, 1, "School"), 1);
