@@ -52,13 +52,14 @@ Reply sendServerToMerge(Call &call)
     const auto project = ProjectStore(call.db()).find(call.project().id);
     LogStore logs(call.db());
 
-    if (project->lockSession != caller.sessionId)
-        return Reply::refused(StatusCode::LockNotHeld);
+    // Also when it has released the lock since: the next holder begins a new generation.
     if (project->logVersion == before + 1) {
         const auto log = logs.log(project->id, project->logVersion);
         if (log && log->sessionId == caller.sessionId && log->generation == project->lockGeneration)
             return published(project->logVersion, log->chain); // the reply was lost
     }
+    if (project->lockSession != caller.sessionId)
+        return Reply::refused(StatusCode::LockNotHeld);
     if (!call.project().canWrite())
         return Reply::refused(StatusCode::NotAllowed);
     if (!call.project().lockedBy.empty())

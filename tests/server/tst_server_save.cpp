@@ -229,9 +229,56 @@ TEST_F(Save, ARepeatedMergeIsAnsweredOneAndPublishesOnce)
     EXPECT_EQ(version(anna), 0);
     EXPECT_EQ(harness.takeSent().size(), 1u);
     lock(anna, 0, true);
-    EXPECT_EQ(merge(anna, -1, guid + "_log0").status(), 600) << "the lock is gone";
+    EXPECT_EQ(merge(anna, -1, guid + "_log0").json(), first.json()) << "also without the lock";
+    EXPECT_EQ(merge(ben, -1, guid + "_log0").status(), 600) << "he published nothing";
+    EXPECT_EQ(merge(anna, 0, guid + "_log1").status(), 600) << "nor did she publish that";
+    const Session annasLaptop = harness.login("anna@example.com", "laptop");
+    EXPECT_EQ(merge(annasLaptop, -1, guid + "_log0").status(), 600) << "another session";
     ASSERT_EQ(lock(anna, 0), 1);
     EXPECT_EQ(merge(anna, -1, guid + "_log0").status(), 601) << "another generation";
+    EXPECT_EQ(version(anna), 0);
+    EXPECT_TRUE(harness.takeSent().empty());
+}
+
+TEST_F(Save, ARepeatedMergeIsNotAnsweredOneOnceAnotherTookTheLock)
+{
+    ASSERT_EQ(save(anna, guid, -1).status(), 1);
+    EXPECT_EQ(merge(anna, -1, guid + "_log0").status(), 1);
+    ASSERT_EQ(lock(ben, 0), 1);
+    EXPECT_EQ(merge(anna, -1, guid + "_log0").status(), 600);
+    lock(ben, 0, true);
+    EXPECT_EQ(merge(anna, -1, guid + "_log0").status(), 600);
+    ASSERT_EQ(save(ben, guid, 0).status(), 1);
+    EXPECT_EQ(merge(anna, -1, guid + "_log0").status(), 600);
+    EXPECT_EQ(merge(ben, 0, guid + "_log1").status(), 1) << "his own";
+    EXPECT_EQ(version(anna), 1);
+}
+
+TEST_F(Save, ALogIsJudgedByTheSizeThatItsArchiveStates)
+{
+    ASSERT_EQ(lock(anna, -1), 1);
+    const auto sayingSize = [](std::uint32_t size) {
+        std::string archive = logArchive(guid + "_log0", std::string(300, 'x'));
+        for (const auto &[header, place] : { std::pair("PK\1\2", 24u), { "PK\3\4", 22u } }) {
+            const std::size_t at = archive.find(header) + place;
+            for (unsigned i = 0; i < 4; ++i)
+                archive.at(at + i) = static_cast<char>(size >> (8 * i));
+        }
+        return archive;
+    };
+    constexpr std::uint32_t limit = 256u << 20;
+    const auto answer = [&](std::uint32_t size) {
+        const Answer refused = anna.upload(guid + "_log0", sayingSize(size));
+        EXPECT_EQ(refused.status(), 605);
+        return refused.text("message");
+    };
+    EXPECT_EQ(answer(limit + 1),
+        "The change log is not a valid archive: its entry is larger than 256 MiB.");
+    EXPECT_EQ(answer(0xfffffffe),
+        "The change log is not a valid archive: its entry is larger than 256 MiB.");
+    EXPECT_EQ(answer(limit),
+        "The change log is not a valid archive: its entry unpacks to more than 200 times its "
+        "size.");
 }
 
 TEST_F(Save, SeveralSavesUnderOneLockEachNeedTheirUploads)
