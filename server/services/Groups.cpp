@@ -26,20 +26,29 @@ Json *groupIn(rapidjson::Document &info, const std::string &groupKey)
     return foldedKey(name) == groupKey ? &member->value : nullptr;
 }
 
-/// Calls `act(project, document, value of "Group")` for each living project of the group.
-template <class Act> std::size_t eachMember(Db &db, const std::string &group, Act act)
+/// The living projects of the group.
+std::vector<std::int64_t> membersOf(Db &db, const std::string &group)
 {
     const std::string key = foldedKey(group);
-    std::size_t count = 0;
-    for (const auto &candidate : GroupStore(db).candidates("\"Group\"")) {
+    std::vector<std::int64_t> members;
+    GroupStore(db).eachCandidate("\"Group\"", [&](std::int64_t id, const std::string &text) {
         rapidjson::Document info;
-        info.Parse(candidate.info.data(), candidate.info.size());
-        if (Json *named = groupIn(info, key)) {
-            ++count;
-            act(candidate.projectId, info, *named);
-        }
-    }
-    return count;
+        info.Parse(text.data(), text.size());
+        if (groupIn(info, key))
+            members.push_back(id);
+    });
+    return members;
+}
+
+/// The project's additional information, naming the group by that name from now on.
+std::string renamedIn(const std::string &text, const std::string &oldKey, const std::string &name)
+{
+    rapidjson::Document info;
+    info.Parse(text.data(), text.size());
+    groupIn(info, oldKey)
+        ->SetString(
+            name.data(), static_cast<rapidjson::SizeType>(name.size()), info.GetAllocator());
+    return compactJson(info);
 }
 
 Reply newGroup(Call &call)
@@ -87,18 +96,18 @@ Reply renameGroup(Call &call)
         return Reply::refused(StatusCode::NameTaken, { newName });
     if (group->name == newName)
         return Reply::ok();
-    if (projectsInGroup(call.db(), oldName) > mostRenamed)
+    const std::vector<std::int64_t> members = membersOf(call.db(), oldName);
+    if (members.size() > mostRenamed)
         return Reply::refused(StatusCode::TooLarge, { "a group of 1,000 projects" });
 
     groups.rename(group->id, newName);
     ProjectStore projects(call.db());
-    eachMember(call.db(), oldName, [&](std::int64_t id, rapidjson::Document &info, Json &named) {
-        named.SetString(
-            newName.data(), static_cast<rapidjson::SizeType>(newName.size()), info.GetAllocator());
-        const std::string text = compactJson(info);
+    const std::string oldKey = foldedKey(oldName);
+    for (const std::int64_t id : members) {
+        const std::string text = renamedIn(projects.info(id), oldKey, newName);
         projects.setInfo(id, text);
         announceInfo(call, id, projects.find(id)->guid, text);
-    });
+    }
     return Reply::ok();
 }
 
@@ -112,7 +121,7 @@ Reply existsGroup(Call &call)
 
 std::size_t projectsInGroup(Db &db, const std::string &group)
 {
-    return eachMember(db, group, [](std::int64_t, rapidjson::Document &, Json &) {});
+    return membersOf(db, group).size();
 }
 
 const ServiceTable groupServices = {

@@ -46,9 +46,9 @@ void GroupStore::remove(std::int64_t id)
     m_db.run("DELETE FROM project_group WHERE id = :id", { { "id", id } });
 }
 
-std::vector<GroupStore::Member> GroupStore::candidates(std::string_view fragment)
+void GroupStore::eachCandidate(std::string_view fragment,
+    const std::function<void(std::int64_t projectId, const std::string &info)> &act)
 {
-    std::vector<Member> members;
     std::string pattern = "%";
     for (const char c : fragment) {
         if (c == '%' || c == '_' || c == '^')
@@ -59,10 +59,8 @@ std::vector<GroupStore::Member> GroupStore::candidates(std::string_view fragment
     m_db.each<std::int64_t, std::string>(
         "SELECT id, info FROM project WHERE removed_at IS NULL AND info LIKE :pattern ESCAPE '^'"
         " ORDER BY id",
-        { { "pattern", pattern } }, [&members](std::int64_t id, std::string info) {
-            members.push_back({ id, std::move(info) });
-        });
-    return members;
+        { { "pattern", pattern } },
+        [&act](std::int64_t id, const std::string &info) { act(id, info); });
 }
 
 } // namespace kvx::server

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,12 +36,10 @@ public:
     void rename(std::int64_t id, std::string_view name);
     void remove(std::int64_t id);
 
-    struct Member {
-        std::int64_t projectId;
-        std::string info;
-    };
-    /// Living projects whose additional information may name the group: its text holds `fragment`.
-    std::vector<Member> candidates(std::string_view fragment);
+    /// Living projects whose additional information may name a group, with that information: its
+    /// text holds `fragment`. One row at a time, since one may have 256 KiB.
+    void eachCandidate(std::string_view fragment,
+        const std::function<void(std::int64_t projectId, const std::string &info)> &act);
 
 private:
     Db &m_db;
