@@ -94,6 +94,21 @@ TEST_F(Permissions, AreRefused)
     EXPECT_EQ(permit(anna, guid, {}).status(), 314);
 }
 
+TEST_F(Permissions, AreGivenToTwoThousandUsersAtMost)
+{
+    Transaction transaction(harness.db(), Transaction::Kind::Write);
+    std::vector<std::pair<std::string, std::string>> levels { { "anna@example.com", "1,1,1,1" } };
+    for (int i = 1; i <= 2000; ++i) {
+        levels.emplace_back("u" + std::to_string(i) + "@example.com", "0,1,1,1");
+        addUser(harness.db(), 1, levels.back().first, "U", "no hash");
+    }
+    transaction.commit();
+    EXPECT_EQ(permit(anna, guid, levels).status(), 100);
+    levels.pop_back();
+    EXPECT_EQ(permit(anna, guid, levels).status(), 1);
+    EXPECT_EQ(count("SELECT count(*) FROM project_permission"), 2000);
+}
+
 TEST_F(Permissions, AnAdministratorMayTakeTheCreatorsAccess)
 {
     const Session admin = harness.join("root@example.com", "Administrator");

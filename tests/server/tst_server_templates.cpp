@@ -1,4 +1,5 @@
 #include "ServiceHarness.h"
+#include "base/Log.h"
 #include "services/TemplateDocument.h"
 #include "store/GlobalLockStore.h"
 #include "support/WaitFor.h"
@@ -278,6 +279,26 @@ TEST_F(GlobalLocks, EndWhenTheirTimeIsOver)
     ASSERT_EQ(lock(anna, 1).status(), 1);
     expire(1);
     EXPECT_EQ(lock(ben, 1).status(), 1);
+}
+
+TEST_F(GlobalLocks, EndWithOneLineInTheLog)
+{
+    ASSERT_EQ(lock(anna, 7).status(), 1);
+    ASSERT_EQ(lock(ben, 8).status(), 1);
+    expire(7);
+    harness.config().logLevel = "info";
+    openLog(harness.config());
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(unlock(anna, 7).status(), 651);
+    EXPECT_EQ(unlock(anna, 7).status(), 651);
+    EXPECT_EQ(lock(ben, 7).status(), 1);
+    const std::string log = testing::internal::GetCapturedStderr();
+    harness.config().logLevel = "error";
+    openLog(harness.config());
+    const std::string line = " info global lock expired type=7 user=anna@example.com\n";
+    const std::size_t at = log.find(line);
+    EXPECT_NE(at, std::string::npos) << log;
+    EXPECT_EQ(log.find("global lock expired", at + line.size()), std::string::npos) << log;
 }
 
 TEST_F(GlobalLocks, AreReleasedByTheirHolderOrAnAdministrator)
