@@ -1,4 +1,5 @@
 #include "SharedProject.h"
+#include "faults/network/FaultProxy.h"
 #include "support/HttpClient.h"
 
 #include <QDir>
@@ -219,6 +220,40 @@ TEST_F(BadInput, WithoutABrokerLoginSaysSoAndWorkGoesOn)
     ASSERT_TRUE(site().startBroker()) << site().error().toStdString();
     EXPECT_EQ(exitOf(ben().run(QStringLiteral("sync ") + guid)), 0);
     EXPECT_EQ(version(ben()), 0);
+}
+
+// For the plug-in such a save has succeeded; the host must not take it for one.
+TEST_F(BadInput, ASaveThatCannotAskForTheLockSaysThatNothingWasPublished)
+{
+    FaultProxy proxy(site().server().section(QLatin1Char(':'), 1).toInt());
+    ASSERT_TRUE(anna().stop());
+    const auto run = [&](const QStringList &command) {
+        QStringList arguments = as(team.account(0), command);
+        arguments[1] = QString::fromStdString(proxy.address());
+        return runKvx(arguments);
+    };
+    const Ended edited
+        = run({ QStringLiteral("edit"), guid, QStringLiteral("01.1"), QStringLiteral("rate=7") });
+    ASSERT_EQ(edited.exit, 0) << edited.err.toStdString();
+    const int before = version(ben());
+    proxy.set({ FaultProxy::Cut, FaultProxy::ToServer, 0, "loglock" });
+    const Ended refused = run({ QStringLiteral("save"), guid });
+    ASSERT_TRUE(proxy.struck());
+    EXPECT_EQ(refused.exit, 5);
+    EXPECT_TRUE(refused.err.contains(
+        QLatin1String("Nothing was published: the server could not be asked for the save lock. "
+                      "Your edits are kept; save again.")))
+        << refused.err.toStdString();
+    EXPECT_EQ(refused.out.toStdString(), "");
+    ASSERT_EQ(exitOf(ben().run(QStringLiteral("sync ") + guid)), 0);
+    EXPECT_EQ(version(ben()), before);
+
+    const Ended saved = run({ QStringLiteral("save"), guid });
+    EXPECT_EQ(saved.exit, 0) << saved.err.toStdString();
+    ASSERT_EQ(exitOf(ben().run(QStringLiteral("sync ") + guid)), 0);
+    EXPECT_EQ(version(ben()), before + 1);
+    ASSERT_TRUE(team.restart(0)) << anna().error().toStdString();
+    expectEqualCopies();
 }
 
 TEST_F(BadInput, ASaveSaysWhoHoldsTheLockAndSinceWhen)
