@@ -112,10 +112,11 @@ TEST(PluginCalls, AnyTypeInAnyKeyOfAReplyHasAnOrdinaryResult)
                 ++cases;
                 const QJsonValue result = performCall(answeredWith(exchange, place, value)).result;
                 EXPECT_EQ(result.type(), ordinary.type());
-                const std::string text = value;
-                // What is no whole number is no status, and so no success.
-                if (place == "/statuscode" && text != "0" && text != "-1") {
-                    EXPECT_EQ(result, performCall(answeredWith(exchange, place, "0")).result);
+                // What is no number is no status, and so no success.
+                if (place == "/statuscode" && !parsedJson(value).IsNumber()) {
+                    EXPECT_EQ(compactJson(converted(result)),
+                        compactJson(
+                            converted(performCall(answeredWith(exchange, place, "0")).result)));
                 }
             }
         }
