@@ -127,8 +127,12 @@ int save(Context &context, const Arguments &arguments)
     QElapsedTimer timer;
     timer.start();
     const host::OpenProject::SaveResult result = project->save();
-    const QJsonObject data { { QStringLiteral("code"), result.code },
+    QJsonObject data { { QStringLiteral("code"), result.code },
         { QStringLiteral("published"), result.published },
+    // Programs compare what was published with what the server keeps; it costs a reading of all.
+    if (result.published && context.output.json())
+        data.insert(QStringLiteral("digest"),
+            QString::fromLatin1(project->database().contentDigest().toHex()));
         { QStringLiteral("notice"), result.published ? result.text : QString() },
         { QStringLiteral("version"), result.version },
         { QStringLiteral("milliseconds"), static_cast<double>(timer.elapsed()) } };

@@ -54,6 +54,43 @@ void History::note(const char *event, QJsonObject fields)
     m_file.write(QJsonDocument(fields).toJson(QJsonDocument::Compact) + '\n');
 }
 
+void History::noteSaved(const QString &user, const QString &project, const QJsonObject &result)
+{
+    if (!result.value(QLatin1String("published")).toBool())
+        return;
+    QJsonObject fields { { QStringLiteral("user"), user }, { QStringLiteral("project"), project },
+        { QStringLiteral("version"), result.value(QLatin1String("version")) } };
+    const QJsonValue digest = result.value(QLatin1String("digest"));
+    if (!digest.toString().isEmpty())
+        fields.insert(QStringLiteral("digest"), digest);
+    note("saved", fields);
+}
+
+void History::noteSynced(const QString &user, const QString &project, const QJsonObject &status)
+{
+    QJsonObject fields { { QStringLiteral("user"), user }, { QStringLiteral("project"), project },
+        { QStringLiteral("version"), status.value(QLatin1String("version")) } };
+    if (status.value(QLatin1String("pending")).toInt(-1) == 0)
+        fields.insert(QStringLiteral("digest"), status.value(QLatin1String("digest")));
+    note("synced", fields);
+}
+
+QString History::begin(const QString &process, const QString &command, int limitMs)
+{
+    const QString call = QStringLiteral("%1 of %2 (%3)")
+                             .arg(command.section(QLatin1Char(' '), 0, 0), process)
+                             .arg(++m_calls);
+    note("begin",
+        { { QStringLiteral("call"), call }, { QStringLiteral("process"), process },
+            { QStringLiteral("limit"), limitMs } });
+    return call;
+}
+
+void History::end(const QString &call)
+{
+    note("end", { { QStringLiteral("call"), call } });
+}
+
 bool History::read(const QString &path, QVector<Event> *events, QString *error)
 {
     QFile file(path);

@@ -47,12 +47,22 @@ public:
     void note(const char *event, QJsonObject fields = {});
     const QString &file() const { return m_path; }
 
+    /// "saved", by the result of kvx's save; nothing when it published nothing. A result whose
+    /// digest could not be read goes without.
+    void noteSaved(const QString &user, const QString &project, const QJsonObject &result);
+    /// "synced", by kvx's status after a synchronisation.
+    void noteSynced(const QString &user, const QString &project, const QJsonObject &status);
+    /// "begin"; the call, for `end`.
+    QString begin(const QString &process, const QString &command, int limitMs);
+    void end(const QString &call);
+
     /// False with a sentence when a line is none of the above.
     static bool read(const QString &file, QVector<Event> *events, QString *error);
 
 private:
     QString m_path;
     QFile m_file;
+    int m_calls = 0;
 };
 
 } // namespace kvx::test

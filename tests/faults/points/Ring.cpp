@@ -88,6 +88,7 @@ void Ring::SetUp()
     // What follows from this save must not pass the points of the next.
     ASSERT_TRUE(anna().waitForEvent(QStringLiteral("projectSaved")));
     ASSERT_TRUE(ben().waitForEvent(QStringLiteral("projectSaved")));
+    noteArchives(dataFolder(), *m_history);
 }
 
 void Ring::shareWithBen()
@@ -119,12 +120,7 @@ QJsonObject Ring::ask(int number, const QString &command)
 
 void Ring::send(int number, const QString &command)
 {
-    m_call = QStringLiteral("%1 of %2 (%3)")
-                 .arg(command.section(QLatin1Char(' '), 0, 0), member(number))
-                 .arg(++m_calls);
-    m_history->note("begin",
-        { { QStringLiteral("call"), m_call }, { QStringLiteral("process"), member(number) },
-            { QStringLiteral("limit"), callLimit } });
+    m_call = m_history->begin(member(number), command, callLimit);
     s_ring->team->member(number).send(command);
 }
 
@@ -132,7 +128,7 @@ QJsonObject Ring::answer(int number)
 {
     const QJsonObject result = s_ring->team->member(number).result(callLimit);
     if (!result.isEmpty())
-        m_history->note("end", { { QStringLiteral("call"), m_call } });
+        m_history->end(m_call);
     return result;
 }
 
@@ -153,11 +149,11 @@ QJsonObject Ring::save(int number)
 
 void Ring::noteSaved(int number, const QJsonObject &result)
 {
-    if (!isDone(result) || !result.value(QLatin1String("published")).toBool())
-        return;
-    m_history->note("saved",
-        { { QStringLiteral("user"), email(number) }, { QStringLiteral("project"), guid },
-            { QStringLiteral("version"), result.value(QLatin1String("version")) } });
+    if (isDone(result)) {
+        EXPECT_FALSE(result.value(QLatin1String("digest")).toString().isEmpty())
+            << "the judge could not compare what was saved";
+        m_history->noteSaved(email(number), guid, result);
+    }
 }
 
 int Ring::pending(int number)
@@ -259,11 +255,7 @@ void Ring::converge()
         const QJsonObject result = ask(number, QStringLiteral("sync ") + guid);
         ASSERT_TRUE(isDone(result))
             << member(number).toStdString() << ": " << errorOf(result).toStdString();
-        const QJsonObject status = ask(number, QStringLiteral("status ") + guid);
-        m_history->note("synced",
-            { { QStringLiteral("user"), email(number) }, { QStringLiteral("project"), guid },
-                { QStringLiteral("version"), status.value(QLatin1String("version")) },
-                { QStringLiteral("digest"), status.value(QLatin1String("digest")) } });
+        m_history->noteSynced(email(number), guid, ask(number, QStringLiteral("status ") + guid));
     }
     m_history->note("converged", { { QStringLiteral("project"), guid } });
     judge();

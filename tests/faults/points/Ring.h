@@ -81,7 +81,6 @@ private:
     std::unique_ptr<QTemporaryDir> m_folder;
     std::unique_ptr<History> m_history;
     QString m_call;
-    int m_calls = 0;
     QElapsedTimer m_timer;
 };
 
