@@ -69,16 +69,15 @@ protected:
         const QString &guid = projectOf(index);
         const unsigned kind = unsigned(random() % 10);
         if (kind < 4) {
-            const QJsonObject edited = shell.run(QStringLiteral("edit %1 01.%2 rate=%3")
-                                                     .arg(guid)
-                                                     .arg(itemOf(index))
-                                                     .arg(1 + random() % 100000));
+            shell.run(QStringLiteral("edit %1 01.%2 rate=%3")
+                          .arg(guid)
+                          .arg(itemOf(index))
+                          .arg(1 + random() % 100000));
             const QJsonObject saved = shell.run(QStringLiteral("save ") + guid, 180000);
-            if (exitOf(saved) == 0 && exitOf(edited) == 0)
-                note("saved",
-                    { { QStringLiteral("user"), crowd.email(index) },
-                        { QStringLiteral("project"), guid },
-                        { QStringLiteral("version"), saved.value(QLatin1String("version")) } });
+            {
+                const std::lock_guard<std::mutex> lock(mutex);
+                history.noteSaved(crowd.email(index), guid, saved);
+            }
             count(saved);
         } else if (kind < 7) {
             count(shell.run(QStringLiteral("sync ") + guid));
@@ -195,6 +194,7 @@ protected:
     void expectInvariants()
     {
         RunTraces traces;
+            history.noteSynced(crowd.email(index), guid, status);
         traces.data = site().dataFolder();
         for (int i = 0; i < clients; ++i)
             traces.homes.append(crowd.account(i).home);
