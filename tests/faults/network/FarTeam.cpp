@@ -22,7 +22,8 @@ ServerProcess::Options through(const FaultProxy &proxy)
 } // namespace
 
 FarSite::FarSite()
-    : toBroker(broker.port())
+    : broker(farBrokerOptions())
+    , toBroker(broker.port())
     , server(through(toBroker))
     , toServer(server.port())
 {
@@ -32,6 +33,12 @@ FarSite &farSite()
 {
     static FarSite instance;
     return instance;
+}
+
+Broker::Options &farBrokerOptions()
+{
+    static Broker::Options options;
+    return options;
 }
 
 FarTeam::FarTeam()
@@ -45,14 +52,19 @@ FarTeam::~FarTeam()
 {
     site.toServer.clear();
     site.toBroker.clear();
-    if (!guid.isEmpty())
+    if (!guid.isEmpty()) {
         expectEqualCopies();
+        for (const auto &shell : { anna.get(), ben.get() })
+            history.noteSynced(email(nameOf(*shell)), guid, status(*shell));
+        history.note("converged", { { QStringLiteral("project"), guid } });
+    }
     anna.reset();
     ben.reset();
     RunTraces traces;
     traces.data = QString::fromStdString(site.server.dataFolder());
     for (const char *name : { "anna", "ben" })
         traces.homes << homeOf(QLatin1String(name));
+    traces.history = history.file();
     traces.projects << guid;
     for (const Fault &fault : checkRun(traces))
         ADD_FAILURE() << fault.line().toStdString();
@@ -77,6 +89,9 @@ void FarTeam::SetUp()
         = ben->run(QStringLiteral("new far-%1 --from %2").arg(number).arg(bill.fileName()));
     ASSERT_EQ(exitOf(made), 0) << errorOf(made);
     guid = made.value(QLatin1String("guid")).toString();
+    const QString base = folder.filePath(QStringLiteral("base"));
+    expectDone(*ben, QStringLiteral("download %1.KVX %2").arg(guid, base));
+    history.note("base", { { QStringLiteral("project"), guid }, { QStringLiteral("file"), base } });
     expectDone(
         *ben, QStringLiteral("permissions %1 --set %2=1").arg(guid, email(QStringLiteral("anna"))));
     ASSERT_TRUE(restartAnna()) << anna->error().toStdString();
@@ -115,15 +130,35 @@ void FarTeam::edit(host::ShellProcess &shell, int item, int rate)
     expectDone(shell, QStringLiteral("edit %1 01.%2 rate=%3").arg(guid).arg(item).arg(rate));
 }
 
+QString FarTeam::nameOf(const host::ShellProcess &shell) const
+{
+    return &shell == anna.get() ? QStringLiteral("anna") : QStringLiteral("ben");
+}
+
+QJsonObject FarTeam::ask(host::ShellProcess &shell, const QString &command, int limitMs)
+{
+    const QString call = history.begin(nameOf(shell), command, limitMs);
+    const QJsonObject result = shell.run(command, limitMs);
+    if (!result.isEmpty())
+        history.end(call);
+    noteSaved(shell, result);
+    return result;
+}
+
+void FarTeam::noteSaved(const host::ShellProcess &shell, const QJsonObject &result)
+{
+    history.noteSaved(email(nameOf(shell)), guid, result);
+}
+
 void FarTeam::expectDone(host::ShellProcess &shell, const QString &command)
 {
-    const QJsonObject result = shell.run(command);
+    const QJsonObject result = ask(shell, command);
     EXPECT_EQ(exitOf(result), 0) << command.toStdString() << ": " << errorOf(result);
 }
 
 QJsonObject FarTeam::status(host::ShellProcess &shell)
 {
-    return shell.run(QStringLiteral("status ") + guid);
+    return ask(shell, QStringLiteral("status ") + guid);
 }
 
 int FarTeam::version(host::ShellProcess &shell)

@@ -2,6 +2,7 @@
 
 #include "FaultProxy.h"
 #include "client/ShellProcess.h"
+#include "invariants/History.h"
 #include "support/Broker.h"
 #include "support/ServerProcess.h"
 
@@ -24,6 +25,8 @@ struct FarSite {
 };
 
 FarSite &farSite();
+/// Of its broker, before the first use of farSite().
+Broker::Options &farBrokerOptions();
 
 /// Anna works through the proxies; Ben reaches the server without one. Both have a project of 30
 /// items open.
@@ -39,7 +42,11 @@ protected:
     bool restartAnna();
     QString email(const QString &name) const;
     QString homeOf(const QString &name) const;
+    QString nameOf(const host::ShellProcess &shell) const;
     void edit(host::ShellProcess &shell, int item, int rate);
+    /// A command of that project, with its begin and end in the history, and what it saved.
+    QJsonObject ask(host::ShellProcess &shell, const QString &command, int limitMs = 60000);
+    void noteSaved(const host::ShellProcess &shell, const QJsonObject &result);
     void expectDone(host::ShellProcess &shell, const QString &command);
     QJsonObject status(host::ShellProcess &shell);
     int version(host::ShellProcess &shell);
@@ -50,6 +57,7 @@ protected:
 
     FarSite &site;
     QTemporaryDir folder;
+    History history { folder.filePath(QStringLiteral("history")) };
     int number;
     std::unique_ptr<host::ShellProcess> anna;
     std::unique_ptr<host::ShellProcess> ben;

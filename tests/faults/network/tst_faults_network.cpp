@@ -39,7 +39,7 @@ protected:
             ++edits;
             edit(*anna, 1 + edits % 30, 100 + edits);
             site.toServer.set(fault);
-            const QJsonObject told = anna->run(QStringLiteral("save ") + guid, 70000);
+            const QJsonObject told = ask(*anna, QStringLiteral("save ") + guid, 70000);
             const bool struck = site.toServer.struck();
             const long passed = site.toServer.passed(fault.direction);
             // The answer to what arrived twice may still be on its way, and cost a request more.
@@ -175,6 +175,7 @@ TEST_F(Network, AHolderOfTheLockWhoIsHeldUpLosesItAndSavesAgain)
         site.toServer.clear();
         const QJsonObject told = anna->result(70000);
         expectSavedOnce(told, before + 1);
+        noteSaved(*anna, told);
         expectEqualCopies();
         ASSERT_FALSE(HasFailure()) << place;
     }
@@ -185,7 +186,7 @@ TEST_F(Network, ASlowLineDeliversASave)
     const int before = version(*anna);
     edit(*anna, 1, 100);
     site.toServer.set({ Proxy::Drip, Proxy::ToServer, 0, {}, 40000 });
-    const QJsonObject told = anna->run(QStringLiteral("save ") + guid);
+    const QJsonObject told = ask(*anna, QStringLiteral("save ") + guid);
     EXPECT_EQ(exitOf(told), 0) << errorOf(told);
     expectSavedOnce(told, before);
 }
@@ -199,8 +200,11 @@ TEST_F(Network, ABrokerThatFreezesAndDiesUnderLoadCostsNothing)
             edit(*shell, shell == anna.get() ? 1 + saves % 15 : 16 + saves % 15, 100 + saves);
             shell->send(QStringLiteral("save ") + guid);
         }
-        for (const auto &shell : { anna.get(), ben.get() })
-            EXPECT_EQ(exitOf(shell->result(120000)), 0);
+        for (const auto &shell : { anna.get(), ben.get() }) {
+            const QJsonObject told = shell->result(120000);
+            EXPECT_EQ(exitOf(told), 0);
+            noteSaved(*shell, told);
+        }
         saves += 2;
     };
     const int before = version(*anna);
@@ -250,7 +254,7 @@ TEST_P(HalfOpenNetwork, AServerThatFallsSilentIsGivenUpWithinAMinute)
     site.toServer.set({ Proxy::Freeze, Proxy::ToServer, 0, "getlogversion" });
     QElapsedTimer timer;
     timer.start();
-    const QJsonObject told = anna->run(QStringLiteral("save ") + guid, 100000);
+    const QJsonObject told = ask(*anna, QStringLiteral("save ") + guid, 100000);
     EXPECT_NE(exitOf(told), 0);
     EXPECT_LT(timer.elapsed(), 65000);
     site.toServer.cutAll();

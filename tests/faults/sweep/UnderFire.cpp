@@ -12,16 +12,27 @@ void UnderFire::SetUp()
 {
     Watchdog::allow(1500);
     SharedProject::SetUp();
+    ASSERT_FALSE(HasFatalFailure());
+    const QString base = m_folder.filePath(QStringLiteral("base"));
+    expectDone(ben(), QStringLiteral("download %1.KVX %2").arg(guid, base));
+    m_history.note(
+        "base", { { QStringLiteral("project"), guid }, { QStringLiteral("file"), base } });
 }
 
 void UnderFire::TearDown()
 {
+    for (int i = 0; i < team.size() && !guid.isEmpty(); ++i) {
+        // Who was stopped under way has said his last word.
+        if (team.member(i).isRunning() && exitOf(status(team.member(i))) == 0)
+            m_history.noteSynced(team.email(i), guid, status(team.member(i)));
+    }
     EXPECT_TRUE(anna().stop());
     EXPECT_TRUE(ben().stop());
     RunTraces traces;
     traces.data = site().dataFolder();
     for (int i = 0; i < team.size(); ++i)
         traces.homes << team.account(i).home;
+    traces.history = m_history.file();
     traces.projects << guid;
     for (const Fault &fault : checkRun(traces))
         ADD_FAILURE() << fault.line().toStdString();
@@ -36,7 +47,7 @@ Sweep &UnderFire::sweep()
 bool UnderFire::done(const Sweep::Run &run, const QString &command)
 {
     run.begin();
-    const QJsonObject result = anna().run(command, 50000);
+    const QJsonObject result = ask(anna(), command, 50000);
     const bool struck = run.end();
     EXPECT_FALSE(result.isEmpty()) << "a hang or a crash";
     const bool done = exitOf(result) == 0;
@@ -45,9 +56,25 @@ bool UnderFire::done(const Sweep::Run &run, const QString &command)
     return done;
 }
 
+QJsonObject UnderFire::ask(host::ShellProcess &shell, const QString &command, int limitMs)
+{
+    const int member = &shell == &anna() ? 0 : 1;
+    const QString call = m_history.begin(team.email(member), command, limitMs);
+    const QJsonObject result = shell.run(command, limitMs);
+    if (!result.isEmpty())
+        m_history.end(call);
+    m_history.noteSaved(team.email(member), guid, result);
+    return result;
+}
+
+void UnderFire::save(host::ShellProcess &shell)
+{
+    expectDone(shell, QStringLiteral("save ") + guid);
+}
+
 void UnderFire::expectDone(host::ShellProcess &shell, const QString &command)
 {
-    const QJsonObject result = shell.run(command);
+    const QJsonObject result = ask(shell, command);
     EXPECT_EQ(exitOf(result), 0) << command.toStdString() << ": " << errorOf(result).toStdString();
 }
 

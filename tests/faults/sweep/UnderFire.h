@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Sweep.h"
+#include "invariants/History.h"
 #include "team/SharedProject.h"
 
 namespace kvx::test {
@@ -18,6 +19,9 @@ protected:
 
     /// Anna's command under fire; whether it was done. What fails says so in words.
     bool done(const Sweep::Run &run, const QString &command);
+    /// A command with its begin and end in the history, and what it saved.
+    QJsonObject ask(host::ShellProcess &shell, const QString &command, int limitMs = 60000);
+    void save(host::ShellProcess &shell);
     void expectDone(host::ShellProcess &shell, const QString &command);
     /// Uploads versions of a template; each is stored whole or not at all.
     void sweepTemplateUpload(const QString &name, CallCounter::Scope scope, int selected);
@@ -25,6 +29,10 @@ protected:
     void sweepSave(const QString &name, CallCounter::Scope scope, int selected);
 
     int rounds = 0;
+
+private:
+    QTemporaryDir m_folder;
+    History m_history { m_folder.filePath(QStringLiteral("history")) };
 };
 
 /// A template with a number in it and so many bytes beside it.
