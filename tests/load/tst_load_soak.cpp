@@ -179,11 +179,6 @@ protected:
             EXPECT_EQ(exitOf(shell.run(QStringLiteral("sync ") + guid, 120000)), 0);
             const QJsonObject status = shell.run(QStringLiteral("status ") + guid);
             EXPECT_EQ(status.value(QLatin1String("pending")).toInt(-1), 0);
-            const QJsonObject synced { { QStringLiteral("user"), crowd.email(index) },
-                { QStringLiteral("project"), guid },
-                { QStringLiteral("version"), status.value(QLatin1String("version")) },
-                { QStringLiteral("digest"), status.value(QLatin1String("digest")) } };
-            note("synced", synced);
             const std::lock_guard<std::mutex> lock(mutex);
             states[guid].insert(status.value(QLatin1String("digest")).toString());
         });
