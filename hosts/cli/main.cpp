@@ -1,6 +1,7 @@
 #include "cli/Interrupt.h"
 #include "cli/Options.h"
 #include "cli/Shell.h"
+#include "client/DatabaseMemory.h"
 #include "client/TemporaryFolder.h"
 #include "client/TimeZone.h"
 
@@ -28,6 +29,7 @@ int beginFailed(
 int main(int argc, char **argv)
 {
     host::nameTimeZone();
+    host::limitDatabaseMemory();
     const host::TemporaryFolder temporary;
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("kvx"));

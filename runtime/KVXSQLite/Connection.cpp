@@ -1,5 +1,7 @@
 #include "KVXSQLite/Connection.h"
 
+#include "KVXSQLite/ChangesetReader.h"
+
 #include <chrono>
 #include <sqlite3.h>
 #include <system_error>
@@ -9,7 +11,8 @@ namespace kvx::sqlite {
 namespace {
 
 constexpr int busyTimeout = 5000;
-constexpr int longestValue = 256 * 1024 * 1024; // a pending edit is one value
+// What one edit changed is kept as one value until it is published, and may be as large as a log.
+constexpr int longestValue = ChangesetReader::maxBytes;
 
 void limitConnection(sqlite3 *db)
 {
