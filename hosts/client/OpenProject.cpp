@@ -16,6 +16,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QTemporaryFile>
 #include <QUuid>
 
@@ -71,8 +72,10 @@ bool OpenProject::lockFolder(Failure *failure)
     }
     m_lock = std::make_unique<QLockFile>(m_folder + QLatin1String("/lock"));
     m_lock->setStaleLockTime(0);
-    if (m_lock->tryLock(0))
+    if (m_lock->tryLock(0)) {
+        sweepDownloads();
         return true;
+    }
     if (m_lock->error() == QLockFile::LockFailedError) {
         *failure = { 0, QStringLiteral("the project is open in another window on this machine") };
         return false;
@@ -86,6 +89,18 @@ bool OpenProject::lockFolder(Failure *failure)
         QStringLiteral("the folder %1 cannot be written to: %2").arg(m_folder, probe.errorString())
     };
     return false;
+}
+
+/// A process that is killed while it downloads leaves up to a whole project file beside the copy.
+void OpenProject::sweepDownloads()
+{
+    static const QRegularExpression unfinished(
+        QRegularExpression::anchoredPattern(QStringLiteral("project\\.kvx\\.[0-9a-f]{8}")));
+    QDir folder(m_folder);
+    for (const QString &name : folder.entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks)) {
+        if (unfinished.match(name).hasMatch())
+            folder.remove(name);
+    }
 }
 
 std::unique_ptr<OpenProject> OpenProject::createBase(const QString &name, const QString &guid,

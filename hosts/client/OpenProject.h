@@ -71,6 +71,7 @@ public:
 private:
     OpenProject(const QString &guid, const QString &folder, Histories &histories);
     bool lockFolder(Failure *failure);
+    void sweepDownloads();
     bool openLocalCopy(KVXProjectDatabase::ClashChoice clash, Failure *failure);
     bool catchUp(int version, QString *reason);
     bool fetch(const QString &name, Failure *failure);

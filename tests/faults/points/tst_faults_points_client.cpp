@@ -2,6 +2,9 @@
 #include "Rows.h"
 #include "support/WaitFor.h"
 
+#include <QDir>
+#include <QFileInfo>
+
 using namespace kvx::test;
 
 namespace {
@@ -83,11 +86,47 @@ protected:
             EXPECT_EQ(rate(member, 15).toStdString(), "115.00");
         }
         if (row.scene == Scene::NewItem) {
-            EXPECT_EQ(rate(1, 900).toStdString(), row.deed == Deed::Kill ? "9.00" : "8.00");
+            const char *left = isHeld() ? "8.00" : "7.00";
+            EXPECT_EQ(rate(1, 900).toStdString(), row.deed == Deed::Kill ? "9.00" : left);
         }
         if (row.scene == Scene::ColleagueSaved) {
             EXPECT_EQ(rate(0, 5).toStdString(), "55.00");
         }
+    }
+
+    /// Whether the server gave anna the item that she made.
+    bool isHeld() const
+    {
+        return row.deed == Deed::Delay
+            || QLatin1String(row.point) == QLatin1String("check-out/answered");
+    }
+    void expectDone(int member, const QString &command)
+    {
+        const QJsonObject result = ask(member, command.arg(guid));
+        EXPECT_EQ(exitOf(result), 0) << errorOf(result).toStdString();
+    }
+    /// Published and not checked out, it is his to take while she is away; else he reads who has
+    /// it.
+    void colleagueWantsNewItem()
+    {
+        if (isHeld()) {
+            const QJsonObject refused = ask(1, QStringLiteral("checkout %1 01.900").arg(guid));
+            EXPECT_EQ(exitOf(refused), 1);
+            EXPECT_EQ(
+                errorOf(refused).toStdString(), "Nothing was checked out. Held: 01.900 by User 1.");
+            return;
+        }
+        ASSERT_TRUE(edit(1, 900, 7));
+        const QJsonObject saved = save(1);
+        EXPECT_EQ(exitOf(saved), 0) << errorOf(saved).toStdString();
+        expectDone(1, QStringLiteral("checkin %1 01.900"));
+    }
+    void newItemPassesToColleague()
+    {
+        expectDone(0, QStringLiteral("checkin %1 --all"));
+        ASSERT_TRUE(edit(1, 900, 10));
+        converge();
+        EXPECT_EQ(rate(0, 900).toStdString(), "10.00");
     }
 
     const ClientRow row = GetParam();
@@ -122,6 +161,8 @@ TEST_P(ClientStep, HarmsNobody)
     ASSERT_TRUE(edit(1, 15, 115));
     const QJsonObject bens = save(1);
     EXPECT_EQ(exitOf(bens), 0) << errorOf(bens).toStdString();
+    if (row.scene == Scene::NewItem)
+        colleagueWantsNewItem();
 
     if (row.deed == Deed::Kill) {
         restartAnna();
@@ -135,6 +176,8 @@ TEST_P(ClientStep, HarmsNobody)
     }
     converge();
     expectAllEdits();
+    if (row.scene == Scene::NewItem)
+        newItemPassesToColleague();
 }
 
 TEST_F(Ring, ASaveThatCouldNotBeFetchedWhenItWasAnnouncedIsFetchedAgain)
@@ -152,6 +195,43 @@ TEST_F(Ring, ASaveThatCouldNotBeFetchedWhenItWasAnnouncedIsFetchedAgain)
     EXPECT_EQ(exitOf(waited), 0) << errorOf(waited).toStdString();
     EXPECT_TRUE(anna().waitForEvent(QStringLiteral("projectFetched")));
     EXPECT_EQ(rate(0, 5).toStdString(), "55.00");
+    converge();
+}
+
+TEST_F(Ring, AFirstDownloadThatWasKilledLeavesNothingBehind)
+{
+    const QString copy
+        = ask(0, QStringLiteral("open ") + guid).value(QLatin1String("path")).toString();
+    ASSERT_TRUE(anna().stop());
+    QDir folder = QFileInfo(copy).dir();
+    ASSERT_TRUE(folder.removeRecursively());
+    ASSERT_TRUE(startAnna()) << anna().error().toStdString();
+    const QString line = QStringLiteral("download/part written=kill");
+    client().arm(line + QStringLiteral("@1"));
+    ASSERT_TRUE(ask(0, QStringLiteral("open ") + guid).isEmpty());
+    ASSERT_EQ(client().passed(line), 1);
+    killed(0);
+    const QStringList unfinished { QStringLiteral("project.kvx.*") };
+    ASSERT_EQ(folder.entryList(unfinished).size(), 1);
+    ASSERT_FALSE(folder.exists(QStringLiteral("project.kvx")));
+
+    // What only looks alike stays.
+    const QStringList others { QStringLiteral("project.kvx.0123456"),
+        QStringLiteral("project.kvx.01234567"), QStringLiteral("project.kvx.012345678"),
+        QStringLiteral("project.kvx.0123456G") };
+    ASSERT_TRUE(folder.mkdir(others.at(1)));
+    for (const int i : { 0, 2, 3 })
+        written(folder.filePath(others.at(i)), "mine");
+    restartAnna();
+    ASSERT_FALSE(HasFatalFailure());
+    QStringList left = folder.entryList(unfinished);
+    left.sort();
+    EXPECT_EQ(
+        left.join(QLatin1Char(' ')).toStdString(), others.join(QLatin1Char(' ')).toStdString());
+    EXPECT_EQ(rate(0, 1).toStdString(), "10.00");
+    ASSERT_TRUE(folder.rmdir(others.at(1)));
+    for (const int i : { 0, 2, 3 })
+        folder.remove(others.at(i));
     converge();
 }
 
