@@ -88,6 +88,7 @@ void Sweep::over(CallCounter &counter, const QString &name, CallCounter::Scope s
     long calls = 0;
     for (int pass = 0; pass < (all ? 2 * flavours : 2); ++pass) {
         const auto span = pass % 2 == 0 ? CallCounter::OneCall : CallCounter::FromThereOn;
+        const long before = points;
         // The selections take turns.
         for (long failAt = 1 + pass % step;; failAt += step) {
             ASSERT_LT(failAt, farTooMany) << "no run of " << name.toStdString() << " comes clean";
@@ -108,6 +109,7 @@ void Sweep::over(CallCounter &counter, const QString &name, CallCounter::Scope s
             }
             ++points;
         }
+        EXPECT_GT(points, before) << "no call of " << name.toStdString() << " was made to fail";
     }
     std::printf("%s: %ld calls, %ld failures, %lld ms\n", qUtf8Printable(name), calls, points,
         static_cast<long long>(timer.elapsed()));
