@@ -53,6 +53,7 @@ protected:
             }
             if (!struck) {
                 std::printf("%s: %d failures in %ld bytes\n", what, failures, passed);
+                EXPECT_GT(failures, 0) << what << " struck nothing";
                 return;
             }
             if (failures % 20 == 0)
