@@ -154,7 +154,7 @@ const ServiceTable ocrServices = {
     { "submit", submitOcr, NeedsRole | Writes, beforeOcrSubmit },
     { "state", state, NeedsRole },
     { "result", result, NeedsRole },
-    { "cancel", cancel, NeedsRole | Writes | InMaintenance },
+    { "cancel", cancel, NeedsRole | Writes },
     { "languages", languages, NeedsRole },
 };
 

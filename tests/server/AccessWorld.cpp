@@ -280,6 +280,11 @@ std::string World::digest()
     return m_image->digest();
 }
 
+void World::makeReadOnly()
+{
+    m_harness.db().execute("INSERT INTO meta (name, value) VALUES ('read_only', '1')");
+}
+
 void World::restore()
 {
     m_image->putBack("kept");

@@ -42,6 +42,9 @@ public:
     /// Puts the database back to what it was then.
     void restore();
 
+    /// Maintenance, until the database is put back.
+    void makeReadOnly();
+
     static constexpr const char *password = "the creator's password";
 
 private:

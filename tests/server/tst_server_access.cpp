@@ -109,6 +109,39 @@ TEST(Access, IsWhatTheModelSaysAndARefusalChangesNothing)
     EXPECT_GT(cases, 1300);
 }
 
+TEST(Access, InMaintenanceEveryServiceThatChangesSomethingIsRefused)
+{
+    const std::set<std::string> reading { "getroles", "server", "projectlistsynctolocal",
+        "getproject", "existsproject", "onlineeditors", "existsprojectgroup", "getlogversion",
+        "download", "hasupload", "reportTemplateDownload", "reportTemplateQuery",
+        "reportTemplateExist", "reportTemplateExistByID", "gettable", "comresource/version",
+        "comresource/download", "state", "result", "languages" };
+    const std::set<std::string> goOn { "login", "logout", "keepactive", "closeproject", "checkin",
+        "checkinall", "loglock", "projectlock release", "GlobalUnlock", "checkout of nothing",
+        "checkout of nothing, announced" };
+    const std::string refusedBefore = "newproject with another as its creator";
+    World world;
+    int refused = 0;
+    for (const Expectation &row : accessModel()) {
+        const std::string what = row.service + (row.variant.empty() ? "" : " ") + row.variant;
+        const Caller caller = Caller::Administrator;
+        const int usual = row.outcome(Person(world.scenario(), caller), Object::Own).status;
+        world.makeReadOnly();
+        const std::string before = world.digest();
+        const int status = world.ask(caller, row, Object::Own);
+        const bool served = reading.count(row.service) > 0 || goOn.count(row.service) > 0
+            || goOn.count(what) > 0 || what == refusedBefore;
+        EXPECT_EQ(status, served ? usual : 104) << what;
+        if (status == 104) {
+            EXPECT_EQ(world.digest(), before) << what << " changed something";
+            ++refused;
+        }
+        world.restore();
+    }
+    std::printf("%d kinds of request are refused in maintenance\n", refused);
+    EXPECT_GT(refused, 25);
+}
+
 TEST(Access, WithoutARoleOneWorksWhereOneIsListed)
 {
     ServiceHarness harness([](kvx::server::Config &config) { config.ocrWorkers = 0; });
