@@ -182,8 +182,12 @@ TEST(ServerFirstStart, MakesFourRolesAndOneAdministratorOnce)
         EXPECT_GT(place, last);
         last = place;
     }
-    EXPECT_TRUE(contains(roles.out,
-        R"("Name":"Estimator","AllProjectReadWrite":0,"AllProjectReview":0,"ExportProject":1,"ExportUnitRate":0,"UploadReportSetting":1,"ReadOnlyRateLibrary":1,"ReadWriteRateLibrary":0,"ReadWriteBQLibrary":0,"Administrator":0)"));
+    for (const char *role :
+        { R"("Name":"Administrator","AllProjectReadWrite":0,"AllProjectReview":0,"ExportProject":0,"ExportUnitRate":0,"UploadReportSetting":0,"ReadOnlyRateLibrary":0,"ReadWriteRateLibrary":0,"ReadWriteBQLibrary":0,"Administrator":1)",
+            R"("Name":"Chief estimator","AllProjectReadWrite":1,"AllProjectReview":1,"ExportProject":1,"ExportUnitRate":1,"UploadReportSetting":1,"ReadOnlyRateLibrary":1,"ReadWriteRateLibrary":1,"ReadWriteBQLibrary":1,"Administrator":0)",
+            R"("Name":"Estimator","AllProjectReadWrite":0,"AllProjectReview":0,"ExportProject":1,"ExportUnitRate":0,"UploadReportSetting":1,"ReadOnlyRateLibrary":1,"ReadWriteRateLibrary":0,"ReadWriteBQLibrary":0,"Administrator":0)",
+            R"("Name":"Reviewer","AllProjectReadWrite":0,"AllProjectReview":1,"ExportProject":0,"ExportUnitRate":0,"UploadReportSetting":0,"ReadOnlyRateLibrary":0,"ReadWriteRateLibrary":0,"ReadWriteBQLibrary":0,"Administrator":0)" })
+        EXPECT_TRUE(contains(roles.out, role)) << role << " in " << roles.out;
     struct stat status { };
     ASSERT_EQ(stat(server.dataFolder().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0700U);
