@@ -2,6 +2,9 @@
 #include "Rows.h"
 #include "support/WaitFor.h"
 
+#include <QDir>
+#include <QFileInfo>
+
 using namespace kvx::test;
 
 namespace {
@@ -192,6 +195,43 @@ TEST_F(Ring, ASaveThatCouldNotBeFetchedWhenItWasAnnouncedIsFetchedAgain)
     EXPECT_EQ(exitOf(waited), 0) << errorOf(waited).toStdString();
     EXPECT_TRUE(anna().waitForEvent(QStringLiteral("projectFetched")));
     EXPECT_EQ(rate(0, 5).toStdString(), "55.00");
+    converge();
+}
+
+TEST_F(Ring, AFirstDownloadThatWasKilledLeavesNothingBehind)
+{
+    const QString copy
+        = ask(0, QStringLiteral("open ") + guid).value(QLatin1String("path")).toString();
+    ASSERT_TRUE(anna().stop());
+    QDir folder = QFileInfo(copy).dir();
+    ASSERT_TRUE(folder.removeRecursively());
+    ASSERT_TRUE(startAnna()) << anna().error().toStdString();
+    const QString line = QStringLiteral("download/part written=kill");
+    client().arm(line + QStringLiteral("@1"));
+    ASSERT_TRUE(ask(0, QStringLiteral("open ") + guid).isEmpty());
+    ASSERT_EQ(client().passed(line), 1);
+    killed(0);
+    const QStringList unfinished { QStringLiteral("project.kvx.*") };
+    ASSERT_EQ(folder.entryList(unfinished).size(), 1);
+    ASSERT_FALSE(folder.exists(QStringLiteral("project.kvx")));
+
+    // What only looks alike stays.
+    const QStringList others { QStringLiteral("project.kvx.0123456"),
+        QStringLiteral("project.kvx.01234567"), QStringLiteral("project.kvx.012345678"),
+        QStringLiteral("project.kvx.0123456G") };
+    ASSERT_TRUE(folder.mkdir(others.at(1)));
+    for (const int i : { 0, 2, 3 })
+        written(folder.filePath(others.at(i)), "mine");
+    restartAnna();
+    ASSERT_FALSE(HasFatalFailure());
+    QStringList left = folder.entryList(unfinished);
+    left.sort();
+    EXPECT_EQ(
+        left.join(QLatin1Char(' ')).toStdString(), others.join(QLatin1Char(' ')).toStdString());
+    EXPECT_EQ(rate(0, 1).toStdString(), "10.00");
+    ASSERT_TRUE(folder.rmdir(others.at(1)));
+    for (const int i : { 0, 2, 3 })
+        folder.remove(others.at(i));
     converge();
 }
 
