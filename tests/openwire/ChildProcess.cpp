@@ -79,4 +79,9 @@ void ChildProcess::kill()
     m_process = -1;
 }
 
+void ChildProcess::freeze()
+{
+    ::kill(m_process, SIGSTOP);
+}
+
 } // namespace kvx::test

@@ -18,6 +18,7 @@ public:
     /// The next line it wrote, without its end; waits up to 30 s, then throws std::runtime_error.
     std::string line();
     void kill();
+    void freeze(); ///< its sockets stay open, nothing moves
 
 private:
     pid_t m_process = -1;

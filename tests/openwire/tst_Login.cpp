@@ -1,6 +1,7 @@
 #include "ChildProcess.h"
 #include "Client.h"
 #include "support/Broker.h"
+#include "support/Watchdog.h"
 
 #include <cms/CMSSecurityException.h>
 #include <cms/IllegalStateException.h>
@@ -8,6 +9,8 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <typeinfo>
@@ -29,6 +32,17 @@ protected:
             std::cerr << s_broker->logText();
     }
     static std::string uri() { return GetParam() ? s_broker->autoUri() : s_broker->uri(); }
+    /// "" as soon as the client ID is let in, else the refusal after that time.
+    static std::string refusalAfter(const std::string &id, std::chrono::seconds limit)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        std::string refusal;
+        do {
+            refusal = failureOf([&] { Client again(uri(), id); });
+        } while (!refusal.empty() && std::chrono::steady_clock::now() < deadline);
+        return refusal;
+    }
+    const bool everything = std::getenv("KVX_TEST_LONG") != nullptr;
     static std::unique_ptr<Broker> s_broker;
 };
 
@@ -104,16 +118,33 @@ TEST_P(Login, clientIdIsFreeAgainAtOnceAfterClose)
 
 TEST_P(Login, clientIdIsFreeAgainAfterTheOtherProcessWasKilled)
 {
-    ChildProcess other({ KVX_CLIENT_PROCESS, uri(), clientId });
-    ASSERT_EQ(other.line(), "in");
-    other.kill();
-    // The broker notices the closed socket a few milliseconds later.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    std::string refusal;
-    do {
-        refusal = failureOf([] { Client again(uri(), clientId); });
-    } while (!refusal.empty() && std::chrono::steady_clock::now() < deadline);
-    EXPECT_EQ(refusal, "");
+    Watchdog::allow(150);
+    for (int round = 0; round < (everything ? 50 : 1); ++round) {
+        ChildProcess other({ KVX_CLIENT_PROCESS, uri(), clientId });
+        ASSERT_EQ(other.line(), "in");
+        other.kill();
+        // The broker notices the closed socket a few milliseconds later.
+        ASSERT_EQ(refusalAfter(clientId, std::chrono::seconds(5)), "") << "round " << round;
+    }
+}
+
+TEST_P(Login, clientIdsOfProcessesThatStandStillAreHeldUntilTheBrokersLimitAndThenFree)
+{
+    Watchdog::allow(150);
+    const std::string quick
+        = "?wireFormat.MaxInactivityDuration=1500&wireFormat.MaxInactivityDurationInitalDelay=100";
+    std::vector<std::unique_ptr<ChildProcess>> others;
+    const auto idOf = [](int number) { return "still" + std::to_string(number); };
+    for (int i = 0; i < (everything ? 50 : 2); ++i) {
+        others.push_back(std::make_unique<ChildProcess>(
+            std::vector<std::string> { KVX_CLIENT_PROCESS, uri() + quick, idOf(i) }));
+        ASSERT_EQ(others.back()->line(), "in");
+        others.back()->freeze();
+        ASSERT_THAT(
+            failureOf([&] { Client again(uri(), idOf(i)); }), HasSubstr("already connected from"));
+    }
+    for (std::size_t i = 0; i < others.size(); ++i)
+        ASSERT_EQ(refusalAfter(idOf(static_cast<int>(i)), std::chrono::seconds(15)), "") << i;
 }
 
 TEST_P(Login, clientIdsDifferInCaseAndMayHoldAnyCharacter)
