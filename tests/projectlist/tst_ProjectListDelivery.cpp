@@ -1,5 +1,7 @@
 #include "ProjectListFixture.h"
 
+#include "support/Watchdog.h"
+
 #include <KVXCollaboration/KVXCollaborator.h>
 #include <QCoreApplication>
 #include <QFile>
@@ -149,7 +151,9 @@ TEST_F(ProjectListDelivery, ASynchronisationMayRunALoopInWhichMoreMessagesArrive
 // the dead object.
 TEST_F(ProjectListDelivery, TheEndOfTheListFreesAWaitingBrokerThread)
 {
-    for (int round = 0; round < 200; ++round) {
+    const int rounds = qEnvironmentVariableIsSet("KVX_TEST_LONG") ? 20000 : 200;
+    Watchdog::allow(300);
+    for (int round = 0; round < rounds; ++round) {
         makeList({ project("{a}", "A") });
         std::atomic<bool> emitting { false };
         std::thread broker([&] {
