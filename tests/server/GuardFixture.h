@@ -61,6 +61,15 @@ private:
     bool m_assigned = false;
 };
 
+/// A flood of messages that shall disturb nobody counts as one from here on.
+constexpr double floodPerSecond = 1000;
+/// The most that what took so long in quiet may take beside a flood, in milliseconds; far above
+/// what is measured (docs/performance.md), far below what a person calls slow.
+inline double besideAFlood(double quiet)
+{
+    return 10 * quiet + 200;
+}
+
 template <class Condition> bool eventually(Condition condition, int seconds)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
