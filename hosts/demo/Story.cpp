@@ -3,6 +3,7 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QJsonArray>
+#include <algorithm>
 #include <cstdio>
 
 namespace kvx::demo {
@@ -171,11 +172,12 @@ bool Story::savePushed()
 
 bool Story::saveTogether()
 {
-    title(QStringLiteral("Both save at the same moment; one waits for the other's lock"));
-    if (!must(m_anna, QStringLiteral("edit %1 %2 quantity=7.5").arg(m_project, m_items.at(0))))
+    title(QStringLiteral("Both save at the same moment; neither save is lost"));
+    QJsonObject status;
+    if (!must(m_anna, QStringLiteral("edit %1 %2 quantity=7.5").arg(m_project, m_items.at(0)))
+        || !must(m_anna, QStringLiteral("status ") + m_project, &status))
         return false;
-    QElapsedTimer timer;
-    timer.start();
+    const int before = status.value(QLatin1String("version")).toInt();
     m_anna.send(QStringLiteral("save ") + m_project);
     m_ben.send(QStringLiteral("save ") + m_project);
     const QJsonObject anna = m_anna.result();
@@ -189,8 +191,12 @@ bool Story::saveTogether()
                 .arg(saved.value(QLatin1String("version")).toInt())
                 .arg(saved.value(QLatin1String("milliseconds")).toInt()));
     }
-    if (anna.value(QLatin1String("version")) == ben.value(QLatin1String("version")))
-        return fail(QStringLiteral("both saves got the same version"));
+    const auto [first, second] = std::minmax({ anna.value(QLatin1String("version")).toInt(),
+        ben.value(QLatin1String("version")).toInt() });
+    if (first != before + 1 || second != before + 2)
+        return fail(
+            QStringLiteral("the saves after version %1 became versions %2 and %3")
+                .arg(QString::number(before), QString::number(first), QString::number(second)));
     return true;
 }
 
