@@ -136,7 +136,8 @@ bool Site::startServer()
     if (m_port == 0)
         m_port = freePort();
     m_server.setProcessChannelMode(QProcess::MergedChannels);
-    m_server.setStandardOutputFile(path(QStringLiteral("server.out")));
+    // A restart keeps what the one before had to say.
+    m_server.setStandardOutputFile(outputFile(), QIODevice::Append);
     m_server.start(m_build + QLatin1String("/server/kvx-server"),
         QStringList { QStringLiteral("serve"), QStringLiteral("--data"),
             path(QStringLiteral("data")), QStringLiteral("--listen"), local(m_port),
@@ -152,7 +153,7 @@ bool Site::startServer()
             return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    QFile log(path(QStringLiteral("server.out")));
+    QFile log(outputFile());
     if (log.open(QIODevice::ReadOnly))
         m_error
             = QStringLiteral("the server did not start: %1").arg(QString::fromUtf8(log.readAll()));

@@ -45,6 +45,8 @@ public:
     host::ShellProcess::Account administrator() const;
     /// The server's database and files.
     QString dataFolder() const { return path(QStringLiteral("data")); }
+    /// What the server wrote to its standard output and error, since the first start.
+    QString outputFile() const { return path(QStringLiteral("server.out")); }
     int brokerPort() const { return m_brokerPort; }
     qint64 serverPid() const { return m_server.processId(); }
     const QString &error() const { return m_error; }

@@ -1,6 +1,8 @@
 #include "Ring.h"
 
+#include "invariants/FolderSnapshot.h"
 #include "invariants/RunCheck.h"
+#include "load/ProcessFigures.h"
 #include "store/Db.h"
 #include "support/WaitFor.h"
 
@@ -13,6 +15,32 @@ namespace {
 
 constexpr int callLimit = 60000; // ms
 constexpr int items = 30;
+constexpr double mebibyte = 1024 * 1024;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr double memoryLimit = 2048; // MiB
+#else
+constexpr double memoryLimit = 256; // MiB, of a process that works on a small project
+#endif
+
+/// Around all that a program's rows may change, which is below its "tmp"; goes at the end.
+const QDir &world()
+{
+    static const QTemporaryDir folder;
+    static const QDir dir(folder.path());
+    return dir;
+}
+
+/// Home, working folder and temporary files of all processes from here on.
+void enterWorld()
+{
+    for (const char *name : { "home", "tmp" })
+        ASSERT_TRUE(world().mkpath(QLatin1String(name)));
+    written(world().filePath(QStringLiteral("home/letter")), "not ours");
+    written(world().filePath(QStringLiteral("letter")), "not ours either");
+    qputenv("HOME", QFile::encodeName(world().filePath(QStringLiteral("home"))));
+    qputenv("TMPDIR", QFile::encodeName(world().filePath(QStringLiteral("tmp"))));
+    ASSERT_TRUE(QDir::setCurrent(world().path()));
+}
 
 QString member(int number)
 {
@@ -32,6 +60,7 @@ void Ring::SetUpTestSuite()
 {
     if (s_ring)
         return;
+    enterWorld();
     s_ring = std::make_unique<Shared>();
     // A killed saver's lock is soon free.
     siteOptions() = QStringList { QStringLiteral("--lock.lease"), QStringLiteral("1s") };
@@ -68,6 +97,11 @@ void Ring::SetUp()
     m_timer.start();
     m_folder = std::make_unique<QTemporaryDir>();
     m_history = std::make_unique<History>(m_folder->filePath(QStringLiteral("history")));
+    const QString outside = m_folder->filePath(QStringLiteral("outside"));
+    ASSERT_TRUE(
+        FolderSnapshot::take(world().path(), { world().filePath(QStringLiteral("tmp")) }, outside));
+    m_history->note("outside",
+        { { QStringLiteral("folder"), world().path() }, { QStringLiteral("snapshot"), outside } });
     const QString name = freshName(QStringLiteral("ring"));
     const QJsonObject made = ask(0, QStringLiteral("new %1 --from %2").arg(name, billFile(items)));
     ASSERT_TRUE(isDone(made)) << errorOf(made).toStdString();
@@ -261,13 +295,30 @@ void Ring::converge()
     judge();
 }
 
+void Ring::noteProcesses()
+{
+    const auto memory = [this](const QString &process, qint64 pid) {
+        const double taken = figuresOf(pid).memoryMiB;
+        EXPECT_GT(taken, 0) << process.toStdString();
+        m_history->note("memory",
+            { { QStringLiteral("process"), process }, { QStringLiteral("bytes"), taken * mebibyte },
+                { QStringLiteral("limit"), memoryLimit * mebibyte } });
+    };
+    memory(QStringLiteral("server"), site().serverPid());
+    for (const int number : { 0, 1 })
+        memory(member(number), s_ring->team->member(number).pid());
+    m_history->note("stderr", { { QStringLiteral("file"), site().outputFile() } });
+}
+
 void Ring::judge()
 {
+    noteProcesses();
     RunTraces traces;
     traces.data = dataFolder();
     for (const int number : { 0, 1 })
         traces.homes.append(s_ring->team->account(number).home);
     traces.history = m_history->file();
+    traces.temporaries << world().filePath(QStringLiteral("tmp"));
     traces.projects = QStringList { guid };
     traces.deep = false; // at the end of all rows
     for (const Fault &fault : checkRun(traces))

@@ -64,6 +64,8 @@ protected:
     /// Everybody saves what is pending and synchronises; both copies and the store agree.
     void converge();
     void judge();
+    /// What they take, and where they wrote their complaints.
+    void noteProcesses();
     /// No folder of temporary files is left of that process.
     static bool isSwept(qint64 pid);
 
