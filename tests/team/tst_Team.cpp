@@ -6,6 +6,7 @@
 #include <QJsonDocument>
 #include <QMap>
 #include <QTemporaryDir>
+#include <cstdio>
 #include <functional>
 #include <gtest/gtest.h>
 #include <random>
@@ -33,11 +34,14 @@ public:
     Team &team() { return m_team; }
     void run(int operations, const std::function<void(int done)> &meanwhile = {});
     void expectConvergence();
+    /// How often each kind of operation did what it was to do; a save, when it published.
+    const QMap<QString, int> &successes() const { return m_successes; }
 
 private:
     struct Project {
         QString guid;
         int creator;
+        bool removed = false;
     };
     /// What a process sees that starts afresh.
     struct View {
@@ -50,6 +54,8 @@ private:
     QString randomCommand(int member);
     QString projectCommand(int member, const Project &project);
     void createProject(int creator);
+    void removeAProject();
+    void judge(const QString &command, const QJsonObject &result);
     QMap<QString, QJsonObject> listOf(const QJsonObject &result) const;
     View freshView(int member);
     void expectSameList(int member, const View &expected);
@@ -58,6 +64,7 @@ private:
     Team m_team;
     std::mt19937 m_random;
     std::vector<Project> m_projects;
+    QMap<QString, int> m_successes;
 };
 
 void RandomTeam::createProject(int creator)
@@ -75,6 +82,44 @@ void RandomTeam::createProject(int creator)
         = m_team.member(creator).run(QStringLiteral("permissions %1%2").arg(name, grants));
     ASSERT_EQ(exitOf(granted), 0) << errorOf(granted).toStdString();
     m_projects.push_back({ made.value(QLatin1String("guid")).toString(), creator });
+}
+
+/// Closed everywhere, so that it can be; the game goes on with it, and must get nowhere.
+void RandomTeam::removeAProject()
+{
+    std::vector<Project *> there;
+    for (Project &project : m_projects) {
+        if (!project.removed)
+            there.push_back(&project);
+    }
+    if (there.size() < 3)
+        return;
+    Project &project = *there.at(static_cast<std::size_t>(pick(static_cast<int>(there.size()))));
+    for (int i = 0; i < m_team.size(); ++i)
+        m_team.member(i).run(QStringLiteral("close ") + project.guid);
+    const QString command = QStringLiteral("remove ") + project.guid;
+    const QJsonObject removed = m_team.member(project.creator).run(command);
+    EXPECT_EQ(exitOf(removed), 0) << errorOf(removed).toStdString();
+    judge(command, removed);
+    project.removed = true;
+}
+
+/// Refusals are part of the game; a usage error, a lost server or silence is not.
+void RandomTeam::judge(const QString &command, const QJsonObject &result)
+{
+    const int exit = exitOf(result);
+    EXPECT_NE(exit, -1) << "no answer to " << command.toStdString();
+    for (const int never : { 2, 3, 4 })
+        EXPECT_NE(exit, never) << command.toStdString() << ": " << errorOf(result).toStdString();
+    if (exit != 0)
+        return;
+    const QStringList words = command.split(QLatin1Char(' '));
+    if (words.first() != QLatin1String("save") || result.value(QLatin1String("published")).toBool())
+        ++m_successes[words.first()];
+    for (const Project &project : m_projects)
+        EXPECT_FALSE(project.removed && project.guid == words.at(1)
+            && words.first() != QLatin1String("close"))
+            << command.toStdString() << ", after its removal";
 }
 
 QString RandomTeam::projectCommand(int member, const Project &project)
@@ -116,8 +161,6 @@ QString RandomTeam::randomCommand(int member)
 {
     const Project &project
         = m_projects.at(static_cast<std::size_t>(pick(static_cast<int>(m_projects.size()))));
-    if (pick(40) == 0 && m_projects.size() > 2 && project.creator == member)
-        return QStringLiteral("remove %1").arg(project.guid);
     if (pick(30) == 0)
         return QStringLiteral("close %1").arg(project.guid);
     QString command = projectCommand(member, project);
@@ -134,6 +177,8 @@ void RandomTeam::run(int operations, const std::function<void(int done)> &meanwh
     while (done < operations) {
         if (pick(10) == 0)
             createProject(pick(m_team.size()));
+        if (pick(8) == 0)
+            removeAProject();
         // All at the same time.
         QStringList commands;
         for (int i = 0; i < m_team.size(); ++i) {
@@ -141,13 +186,11 @@ void RandomTeam::run(int operations, const std::function<void(int done)> &meanwh
             m_team.member(i).send(commands.last());
         }
         for (int i = 0; i < m_team.size(); ++i) {
-            const QJsonObject result = m_team.member(i).result(120000);
-            // Refusals are part of the game; a usage error or silence is not.
-            ASSERT_NE(exitOf(result), -1) << "no answer to " << commands.at(i).toStdString();
-            ASSERT_NE(exitOf(result), 2)
-                << commands.at(i).toStdString() << ": " << errorOf(result).toStdString();
+            judge(commands.at(i), m_team.member(i).result(120000));
             ++done;
         }
+        if (testing::Test::HasFailure())
+            return;
         if (meanwhile)
             meanwhile(done);
     }
@@ -256,6 +299,9 @@ void RandomTeam::expectConvergence()
     }
     for (int i = 0; i < m_team.size() && !testing::Test::HasFailure(); ++i) {
         const View view = freshView(i);
+        for (const Project &project : m_projects)
+            EXPECT_FALSE(project.removed && view.list.contains(project.guid))
+                << project.guid.toStdString() << " was removed";
         expectSameList(i, view);
         if (!testing::Test::HasFailure())
             expectSameProjects(i, view);
@@ -263,13 +309,14 @@ void RandomTeam::expectConvergence()
     expectStoreInOrder();
 }
 
-void playRandomGame(unsigned seed)
+QMap<QString, int> playRandomGame(unsigned seed)
 {
     Watchdog::allow(400);
     RandomTeam team(seed);
     team.run(200);
     if (!testing::Test::HasFailure())
         team.expectConvergence();
+    return team.successes();
 }
 
 class TeamOfFive : public testing::TestWithParam<unsigned> { };
@@ -278,7 +325,14 @@ class TeamOfFive : public testing::TestWithParam<unsigned> { };
 
 TEST(Team, EverybodySeesWhatTheServerSeesAfterAFixedGame)
 {
-    playRandomGame(20261121);
+    const QMap<QString, int> successes = playRandomGame(20261121);
+    for (const char *operation : { "edit", "save", "checkout", "checkin", "add", "sync", "rename",
+             "show", "permissions", "close", "remove" }) {
+        const int count = successes.value(QLatin1String(operation));
+        EXPECT_GT(count, 0) << operation;
+        std::printf("%s %d  ", operation, count);
+    }
+    std::printf("\n");
 }
 
 TEST_P(TeamOfFive, EverybodySeesWhatTheServerSees)
