@@ -1,8 +1,10 @@
 #include "Team.h"
+#include "support/WaitFor.h"
 
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -230,4 +232,36 @@ TEST(CommandLine, AProjectIsOpenInOneProcessOnly)
     EXPECT_EQ(second.exit, 1);
     EXPECT_TRUE(second.err.contains(QLatin1String("open in another window on this machine")))
         << second.err.toStdString();
+}
+
+TEST(CommandLine, WatchShowsAColleaguesSaveAsItHappens)
+{
+    Team team(2);
+    const QString name = freshName(QStringLiteral("watched"));
+    auto &anna = team.member(0);
+    ASSERT_EQ(exitOf(anna.run(QStringLiteral("new %1 --from %2").arg(name, billFile(5)))), 0);
+    ASSERT_EQ(
+        exitOf(anna.run(QStringLiteral("permissions %1 --set %2=1").arg(name, team.email(1)))), 0);
+    ASSERT_TRUE(team.member(1).waitForEvent(QStringLiteral("projectNew")));
+    // A user has one connection to the broker.
+    ASSERT_TRUE(team.member(1).stop());
+    QProcess watch;
+    watch.start(site().kvx(), as(team.account(1), { QStringLiteral("watch") }));
+    QByteArray shown;
+    const auto shows = [&](const QByteArray &text) {
+        return waitFor(
+            [&] {
+                watch.waitForReadyRead(50);
+                shown += watch.readAllStandardOutput();
+                return shown.contains(text);
+            },
+            std::chrono::seconds(20));
+    };
+    ASSERT_TRUE(shows("Watching; Ctrl-C ends.\n"));
+    ASSERT_EQ(exitOf(anna.run(QStringLiteral("edit %1 01.1 rate=9").arg(name))), 0);
+    ASSERT_EQ(exitOf(anna.run(QStringLiteral("save ") + name)), 0);
+    EXPECT_TRUE(shows(" saved \"" + name.toUtf8() + "\".\n")) << shown.constData();
+    watch.terminate();
+    EXPECT_TRUE(watch.waitForFinished(10000));
+    EXPECT_EQ(watch.exitCode(), 0) << watch.readAllStandardError().constData();
 }
