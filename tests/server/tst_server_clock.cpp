@@ -65,8 +65,8 @@ ServerProcess::Options quickOptions()
 {
     ServerProcess::Options options;
     // The janitor goes round twice in the time of a session.
-    options.settings
-        = { { "session.idle", "4s" }, { "lock.lease", "3s" }, { "lock.hold", "100ms" } };
+    options.settings = { { "session.idle", "4s" }, { "lock.lease", "3s" }, { "lock.hold", "100ms" },
+        { "limits.bodyTime", "10min" } };
     return options;
 }
 
