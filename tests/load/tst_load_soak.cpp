@@ -19,7 +19,8 @@
 #include <thread>
 
 // A long working day in short: many clients edit, save and look, one of them is killed every few
-// seconds. Nothing may grow at the server, and at the end everybody has the same.
+// seconds, and the server now and then. Nothing may grow at the server, and at the end everybody
+// has the same.
 
 namespace kvx::test {
 
@@ -35,6 +36,7 @@ protected:
     const int projects = everything ? 4 : 2;
     const std::chrono::seconds length { everything ? 600 : 10 };
     const std::chrono::seconds killEvery { everything ? 5 : 3 };
+    const int serverKills = everything ? 4 : 1; ///< in the first half, then it is measured
 
     Soak()
         : crowd(clients)
@@ -67,6 +69,7 @@ protected:
     void act(int index, host::ShellProcess &shell, std::mt19937 &random)
     {
         const QString &guid = projectOf(index);
+        const int lives = serverLives;
         const unsigned kind = unsigned(random() % 10);
         if (kind < 4) {
             shell.run(QStringLiteral("edit %1 01.%2 rate=%3")
@@ -78,20 +81,23 @@ protected:
                 const std::lock_guard<std::mutex> lock(mutex);
                 history.noteSaved(crowd.email(index), guid, saved);
             }
-            count(saved);
+            count(saved, lives);
         } else if (kind < 7) {
-            count(shell.run(QStringLiteral("sync ") + guid));
+            count(shell.run(QStringLiteral("sync ") + guid), lives);
         } else {
-            count(
-                shell.run((kind < 9 ? QStringLiteral("status ") : QStringLiteral("who ")) + guid));
+            const QString command
+                = (kind < 9 ? QStringLiteral("status ") : QStringLiteral("who ")) + guid;
+            count(shell.run(command), lives);
         }
         shell.takeEvents();
     }
 
-    void count(const QJsonObject &result)
+    /// What the server's end falls into may end in any way; the judge looks at what it left.
+    void count(const QJsonObject &result, int lives)
     {
+        const bool wasThere = lives % 2 == 0 && lives == serverLives;
         const std::lock_guard<std::mutex> lock(mutex);
-        ++ends[exitOf(result)];
+        ++(wasThere ? ends[exitOf(result)] : interrupted);
     }
 
     /// Everybody acts until the time is over; who is killed comes back.
@@ -100,8 +106,11 @@ protected:
         std::mt19937 random(unsigned(index) + 1);
         while (Clock::now() < end) {
             host::ShellProcess shell;
+            const int lives = serverLives;
             if (!begin(index, shell)) {
-                ++failedStarts;
+                if (lives == serverLives && lives % 2 == 0)
+                    ++failedStarts;
+                std::this_thread::sleep_for(50ms);
                 continue;
             }
             pids[std::size_t(index)] = shell.pid();
@@ -118,6 +127,15 @@ protected:
         const qint64 pid = pids[random() % unsigned(clients)].exchange(0);
         if (pid > 0 && ::kill(pid_t(pid), SIGKILL) == 0)
             ++kills;
+    }
+
+    /// It comes back with the same data on the same port.
+    void killTheServer()
+    {
+        ++serverLives;
+        site().killServer();
+        EXPECT_TRUE(site().startServer()) << site().error().toStdString();
+        ++serverLives;
     }
 
     void judgeFigures(const std::vector<ProcessFigures> &samples)
@@ -180,6 +198,7 @@ protected:
             const QJsonObject status = shell.run(QStringLiteral("status ") + guid);
             EXPECT_EQ(status.value(QLatin1String("pending")).toInt(-1), 0);
             const std::lock_guard<std::mutex> lock(mutex);
+            history.noteSynced(crowd.email(index), guid, status);
             states[guid].insert(status.value(QLatin1String("digest")).toString());
         });
         for (const auto &[guid, digests] : states)
@@ -189,7 +208,6 @@ protected:
     void expectInvariants()
     {
         RunTraces traces;
-            history.noteSynced(crowd.email(index), guid, status);
         traces.data = site().dataFolder();
         for (int i = 0; i < clients; ++i)
             traces.homes.append(crowd.account(i).home);
@@ -206,8 +224,10 @@ protected:
     History history { folder.filePath(QStringLiteral("history")) }; ///< guarded by mutex
     std::map<int, int> ends; ///< guarded by mutex; how often a command ended with that code
     std::array<std::atomic<qint64>, 64> pids {};
+    int interrupted = 0; ///< guarded by mutex; commands during which the server was killed
     std::atomic<int> kills { 0 };
-    std::atomic<int> failedStarts { 0 };
+    std::atomic<int> failedStarts { 0 }; ///< though the server was there
+    std::atomic<int> serverLives { 0 }; ///< odd while it is not there
 };
 
 } // namespace
@@ -222,7 +242,16 @@ TEST_F(Soak, NothingGrowsAndEverybodyEndsWithTheSameThoughSomeAreKilled)
     std::mt19937 random(1);
     std::vector<ProcessFigures> samples;
     auto nextKill = Clock::now() + killEvery;
+    const auto serverKillEvery = length / (2 * serverKills + 1);
+    auto nextServerKill = Clock::now() + serverKillEvery;
+    int serverKilled = 0;
     for (auto next = Clock::now(); Clock::now() < end; next += 250ms) {
+        if (serverKilled < serverKills && Clock::now() > nextServerKill) {
+            killTheServer();
+            ++serverKilled;
+            nextServerKill += serverKillEvery;
+            samples.clear(); // another process
+        }
         samples.push_back(figuresOf(site().serverPid()));
         if (Clock::now() > nextKill) {
             killNow(random);
@@ -232,10 +261,12 @@ TEST_F(Soak, NothingGrowsAndEverybodyEndsWithTheSameThoughSomeAreKilled)
     }
     for (std::thread &thread : threads)
         thread.join();
-    std::printf("%d clients, %d kills; commands by exit code:", clients, kills.load());
+    EXPECT_EQ(serverKilled, serverKills);
+    std::printf("%d clients, %d kills, %d of the server; commands by exit code:", clients,
+        kills.load(), serverKilled);
     for (const auto &[code, times] : ends)
         std::printf(" %d: %d", code, times);
-    std::printf("\n");
+    std::printf("; interrupted: %d\n", interrupted);
     EXPECT_GT(kills, 0);
     // The broker may hold a killed process for connected a moment longer.
     EXPECT_LE(failedStarts, 1 + kills / 4) << "who was killed can log in again";
