@@ -194,7 +194,8 @@ TEST_F(Network, ASlowLineDeliversASave)
 
 TEST_F(Network, ABrokerThatFreezesAndDiesUnderLoadCostsNothing)
 {
-    const int rounds = isLong() ? 20 : 2;
+    const int rounds = isLong() ? 100 : 2;
+    Watchdog::allow(isLong() ? 1800 : 900);
     int saves = 0;
     const auto bothSave = [&] {
         for (const auto &shell : { anna.get(), ben.get() }) {
