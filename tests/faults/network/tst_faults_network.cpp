@@ -175,8 +175,8 @@ TEST_F(Network, AHolderOfTheLockWhoIsHeldUpLosesItAndSavesAgain)
         expectDone(*ben, QStringLiteral("save ") + guid); // at the latest after the lease
         site.toServer.clear();
         const QJsonObject told = anna->result(70000);
-        expectSavedOnce(told, before + 1);
         noteSaved(*anna, told);
+        expectSavedOnce(told, before + 1);
         expectEqualCopies();
         ASSERT_FALSE(HasFailure()) << place;
     }
