@@ -20,6 +20,7 @@
 #include <QThread>
 #include <QUuid>
 #include <algorithm>
+#include <exception>
 
 namespace {
 
@@ -153,7 +154,13 @@ KVXCWProjectData::ErrorCode KVXCWProjectDataImpl::publishAndRelease(
     const QPointer<KVXCWProjectDataImpl> self(this);
     const QString guid = m_projectGuid;
     const int lockedVersion = m_logVersion;
-    const ErrorCode result = publish(info);
+    ErrorCode result = SaveCancelled;
+    std::exception_ptr thrown; // by the host: its own to catch, once the lock is free
+    try {
+        result = publish(info);
+    } catch (...) {
+        thrown = std::current_exception();
+    }
     if (KVX_FAIL_POINT("save/releasing the lock"))
         return result;
     if (self && m_projectGuid == guid) {
@@ -163,6 +170,8 @@ KVXCWProjectData::ErrorCode KVXCWProjectDataImpl::publishAndRelease(
         const bool published = result == Success || result == CheckOutFailed;
         requestLogLock(guid, published ? lockedVersion + 1 : lockedVersion, true);
     }
+    if (thrown)
+        std::rethrow_exception(thrown);
     if (KVX_FAIL_POINT("save/lock released"))
         return result;
     KVX_INFO("KVXCWProjectDataImpl.doSaveProject.releaseLogLock");

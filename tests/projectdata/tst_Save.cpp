@@ -2,6 +2,7 @@
 
 #include <KVXCollaboration/KVXCollaborator.h>
 #include <KVXCommon/KVXZipFile.h>
+#include <stdexcept>
 
 namespace kvx::test {
 
@@ -226,6 +227,17 @@ TEST_F(Save, anUnreadyHostReleasesTheLock)
     EXPECT_TRUE(host.logged(20000, QStringLiteral("KVXCWProjectDataImpl.saveProject, Result=10")));
     EXPECT_EQ(project->saveProject(nullptr), KVXCWProjectData::AdditionalInfoNotReady);
     EXPECT_EQ(server.locksReleased, 2);
+}
+
+TEST_F(Save, aHostThatThrowsUnderTheLockGetsItsExceptionOnceTheLockIsFree)
+{
+    open(6);
+    info.onInfo = [] { throw std::runtime_error("the disk is full"); };
+    EXPECT_THROW(save(), std::runtime_error);
+    EXPECT_EQ(takeSteps().last(), QStringLiteral("loglock-"));
+    EXPECT_EQ(server.locksReleased, 1);
+    info.onInfo = nullptr;
+    EXPECT_EQ(save(), KVXCWProjectData::Success);
 }
 
 TEST_F(Save, asksTheHostForItsFilesUnderTheLock)
