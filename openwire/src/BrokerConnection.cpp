@@ -12,6 +12,8 @@ namespace {
 
 /// It takes a busy broker a few milliseconds.
 constexpr std::chrono::milliseconds brokersOwnStart { 100 };
+/// Who takes longer to close has had the time to say why; a second try would only cost as much.
+constexpr std::chrono::seconds wordlessCloseLimit { 1 };
 
 } // namespace
 
@@ -94,10 +96,13 @@ std::string BrokerConnection::getClientID() const
 void BrokerConnection::setClientID(const std::string &clientID)
 {
     const std::shared_ptr<ConnectionState> first = state();
+    const auto begin = std::chrono::steady_clock::now();
     try {
         first->setClientId(clientID);
         return;
     } catch (const ConnectionClosed &) {
+        if (std::chrono::steady_clock::now() - begin > wordlessCloseLimit)
+            throw;
         // A broker that refuses a client before it has finished its own side of the connection
         // closes it at once, and its words are never sent. It gets the time it needs and is asked
         // once more.

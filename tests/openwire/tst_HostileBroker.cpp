@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <thread>
 
 using namespace kvx::test;
 using namespace kvx::openwire;
@@ -167,6 +169,21 @@ TEST(HostileBroker, aLoginThatIsClosedWithoutAWordIsTriedOnceMore)
         }
         EXPECT_EQ(connections, 2);
     }
+}
+
+TEST(HostileBroker, aLoginThatIsClosedLateIsNotTriedAgain)
+{
+    std::atomic<int> connections { 0 };
+    {
+        FakeBroker broker([&](FakePeer &peer) {
+            peer.serveUntil(ConnectionInfoType);
+            ++connections;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+        });
+        EXPECT_THAT(failureOf([&] { Client client(broker.uri(), "anna"); }),
+            HasSubstr("closed the connection"));
+    }
+    EXPECT_EQ(connections, 1);
 }
 
 TEST(HostileBroker, aConnectionThatIsClosedDuringItsLoginStaysClosed)
