@@ -80,7 +80,7 @@ void readConfigFile(Config &config, const std::string &path)
 
 void readConfigEnvironment(Config &config, const std::map<std::string, std::string> &environment)
 {
-    std::set<std::string> known;
+    std::set<std::string> known { "KVX_BROKER_JAVA_OPTS" }; // kvx-broker's, which lies beside
     for (const ConfigEntry &entry : configEntries()) {
         const std::string name = environmentName(entry.key.name);
         known.insert(name);
