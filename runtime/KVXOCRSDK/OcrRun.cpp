@@ -143,8 +143,7 @@ void OcrRun::submit(Job &job)
     if (file.size() > largestDocument) {
         fail(job, TooLarge,
             QStringLiteral("%1 is larger than the server accepts (%2 MiB).")
-                .arg(file.filePath())
-                .arg(largestDocument >> 20));
+                .arg(file.filePath(), QString::number(largestDocument >> 20)));
         return;
     }
     const QJsonObject request { { QStringLiteral("service"), QStringLiteral("submit") },

@@ -125,7 +125,7 @@ Status ConflictsFile::write(
     QFile file;
     for (int n = 1; n < 10'000 && !file.isOpen(); ++n) {
         file.setFileName(
-            QStringLiteral("%1.conflicts-%2-%3.json").arg(projectFile).arg(logVersion).arg(n));
+            projectFile + QStringLiteral(".conflicts-%1-%2.json").arg(logVersion).arg(n));
         if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly) && !file.exists())
             break;
     }

@@ -242,6 +242,18 @@ TEST_F(Conflicts, FilesAreNeverOverwritten)
     EXPECT_THAT(files.first().toStdString(), HasSubstr("ben.conflicts-0-1.json"));
 }
 
+TEST_F(Conflicts, AreKeptBesideAProjectWhoseNameHoldsPlaceholders)
+{
+    ben = download(ann, "127%2E0%3A1 %1");
+    EXPECT_EQ(clash("UPDATE items SET rate = 1 WHERE id = 10",
+                  "UPDATE items SET rate = 2 WHERE id = 10", Choice::Mine),
+        1)
+        << ben->errorText().toStdString();
+    EXPECT_EQ(ben->conflictsFile().toStdString(),
+        file("127%2E0%3A1 %1.conflicts-0-1.json").toStdString());
+    EXPECT_EQ(conflicts().size(), 1);
+}
+
 TEST_F(Conflicts, ThatCannotBeNotedFailTheLog)
 {
     const QByteArray base = ben->contentDigest();
