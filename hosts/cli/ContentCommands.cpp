@@ -40,9 +40,10 @@ int importFile(Context &context, const Arguments &arguments)
     const content::ImportResult imported = content::importBill(text(arguments.file));
     if (!imported.bill)
         return context.output.failed(Refused, imported.error);
-    host::OpenProject *project = useProject(context, arguments.project);
+    int refusal = Refused;
+    host::OpenProject *project = useProject(context, arguments.project, refusal);
     if (!project)
-        return Refused;
+        return refusal;
     std::optional<int> under;
     if (!arguments.chapter.empty()) {
         under = project->bill().chapterId(text(arguments.chapter));
@@ -78,9 +79,10 @@ int importFile(Context &context, const Arguments &arguments)
 
 int show(Context &context, const Arguments &arguments)
 {
-    host::OpenProject *project = useProject(context, arguments.project);
+    int refusal = Refused;
+    host::OpenProject *project = useProject(context, arguments.project, refusal);
     if (!project)
-        return Refused;
+        return refusal;
     QVector<QStringList> rows;
     QJsonArray array;
     for (const content::StoredItem &item : project->bill().items(text(arguments.chapter))) {
@@ -142,9 +144,10 @@ int editItem(Context &context, const Arguments &arguments)
     QString error;
     if (!readChange(arguments.values, change, error))
         return context.output.failed(Usage, error);
-    host::OpenProject *project = useProject(context, arguments.project);
+    int refusal = Refused;
+    host::OpenProject *project = useProject(context, arguments.project, refusal);
     if (!project)
-        return Refused;
+        return refusal;
     const QList<int> ids = findItems(context, *project, { arguments.item });
     if (ids.isEmpty())
         return Refused;
@@ -174,9 +177,10 @@ int addItem(Context &context, const Arguments &arguments)
     QString error;
     if (!readChange(arguments.values, values, error))
         return context.output.failed(Usage, error);
-    host::OpenProject *project = useProject(context, arguments.project);
+    int refusal = Refused;
+    host::OpenProject *project = useProject(context, arguments.project, refusal);
     if (!project)
-        return Refused;
+        return refusal;
     content::StoredItem item;
     item.number = text(arguments.item);
     item.shortText = values.shortText.value_or(QString());
@@ -201,9 +205,10 @@ int addItem(Context &context, const Arguments &arguments)
 
 int status(Context &context, const Arguments &arguments)
 {
-    host::OpenProject *project = useProject(context, arguments.project);
+    int refusal = Refused;
+    host::OpenProject *project = useProject(context, arguments.project, refusal);
     if (!project)
-        return Refused;
+        return refusal;
     const QString digest = QString::fromLatin1(project->database().contentDigest().toHex());
     const QString total = content::formatCents(project->bill().totalInCents());
     const int version = project->database().logVersion();

@@ -33,17 +33,11 @@ void chooseSide(const Arguments &arguments, Context &context)
                                                  : Side::Refuse);
 }
 
-QString clashHelp()
-{
-    return QStringLiteral("Repeat with --mine or --theirs; what gives way is kept in a file.");
-}
-
-/// Reports a failed merge: a clash asks the user to choose, anything else names its cause.
+/// Reports a failed merge of a project that is open.
 int mergeFailed(Context &context, host::OpenProject &project, const QString &reason)
 {
-    const bool clash = project.database().failure() == kvx::sqlite::Failure::Clash;
-    return context.output.failed(
-        clash ? Clash : Refused, clash ? reason + QLatin1Char(' ') + clashHelp() : reason);
+    return mergeFailed(
+        context, reason, project.database().failure() == kvx::sqlite::Failure::Clash);
 }
 
 void mentionConflicts(Context &context, host::OpenProject &project, const QString &before)
@@ -55,9 +49,10 @@ void mentionConflicts(Context &context, host::OpenProject &project, const QStrin
 
 int checkOut(Context &context, const Arguments &arguments)
 {
-    host::OpenProject *project = useProject(context, arguments.project);
+    int refusal = Refused;
+    host::OpenProject *project = useProject(context, arguments.project, refusal);
     if (!project)
-        return Refused;
+        return refusal;
     const QList<int> ids = findItems(context, *project, arguments.items);
     if (ids.isEmpty())
         return Refused;
@@ -81,9 +76,10 @@ int checkOut(Context &context, const Arguments &arguments)
 
 int checkIn(Context &context, const Arguments &arguments)
 {
-    host::OpenProject *project = useProject(context, arguments.project);
+    int refusal = Refused;
+    host::OpenProject *project = useProject(context, arguments.project, refusal);
     if (!project)
-        return Refused;
+        return refusal;
     if (project->database().pendingCount() > 0)
         return context.output.failed(
             Refused, QStringLiteral("There are unsaved edits; save before you check in."));
@@ -112,9 +108,10 @@ QString heldBy(const QString &holder)
 int save(Context &context, const Arguments &arguments)
 {
     chooseSide(arguments, context);
-    host::OpenProject *project = useProject(context, arguments.project);
+    int refusal = Refused;
+    host::OpenProject *project = useProject(context, arguments.project, refusal);
     if (!project)
-        return Refused;
+        return refusal;
     if (arguments.lockWait >= 0) {
         const QString holder = context.client.waitForSaveLock(*project, arguments.lockWait);
         if (!holder.isEmpty())
@@ -129,13 +126,13 @@ int save(Context &context, const Arguments &arguments)
     const host::OpenProject::SaveResult result = project->save();
     QJsonObject data { { QStringLiteral("code"), result.code },
         { QStringLiteral("published"), result.published },
+        { QStringLiteral("notice"), result.published ? result.text : QString() },
+        { QStringLiteral("version"), result.version },
+        { QStringLiteral("milliseconds"), static_cast<double>(timer.elapsed()) } };
     // Programs compare what was published with what the server keeps; it costs a reading of all.
     if (result.published && context.output.json())
         data.insert(QStringLiteral("digest"),
             QString::fromLatin1(project->database().contentDigest().toHex()));
-        { QStringLiteral("notice"), result.published ? result.text : QString() },
-        { QStringLiteral("version"), result.version },
-        { QStringLiteral("milliseconds"), static_cast<double>(timer.elapsed()) } };
     mentionConflicts(context, *project, conflicts);
     if (result.published && !result.text.isEmpty())
         context.output.line(result.text);
@@ -156,9 +153,10 @@ int save(Context &context, const Arguments &arguments)
 int sync(Context &context, const Arguments &arguments)
 {
     chooseSide(arguments, context);
-    host::OpenProject *project = useProject(context, arguments.project);
+    int refusal = Refused;
+    host::OpenProject *project = useProject(context, arguments.project, refusal);
     if (!project)
-        return Refused;
+        return refusal;
     const QString conflicts = project->database().conflictsFile();
     const KVXCWProjectData::ErrorCode code = project->sync();
     mentionConflicts(context, *project, conflicts);
@@ -196,9 +194,10 @@ int discard(Context &context, const Arguments &arguments)
 /// Runs the host's loop until a pushed notification has brought the version.
 int waitForVersion(Context &context, const Arguments &arguments)
 {
-    host::OpenProject *project = useProject(context, arguments.project);
+    int refusal = Refused;
+    host::OpenProject *project = useProject(context, arguments.project, refusal);
     if (!project)
-        return Refused;
+        return refusal;
     const QString guid = project->guid();
     QElapsedTimer timer;
     timer.start();

@@ -189,7 +189,8 @@ bool recognise(
                 return;
             scan->pages.insert(page, text);
             tell(context,
-                QStringLiteral("%1: page %2 is recognised").arg(scan->source).arg(page + 1));
+                QStringLiteral("%1: page %2 is recognised")
+                    .arg(scan->source, QString::number(page + 1)));
             context.output.event(QStringLiteral("ocrPage"),
                 { { QStringLiteral("file"), scan->source }, { QStringLiteral("page"), page + 1 },
                     { QStringLiteral("text"), text } });

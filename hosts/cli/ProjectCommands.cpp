@@ -1,4 +1,5 @@
 #include "cli/Commands.h"
+#include "cli/UseProject.h"
 #include "client/Client.h"
 #include "client/ListedProjects.h"
 
@@ -134,13 +135,10 @@ int removeProject(Context &context, const Arguments &arguments)
 
 int openProject(Context &context, const Arguments &arguments)
 {
-    host::OpenProject::Failure failure;
-    host::OpenProject *project = context.client.use(text(arguments.project), &failure);
+    int refusal = Refused;
+    host::OpenProject *project = useProject(context, arguments.project, refusal);
     if (!project)
-        return context.output.failed(
-            Refused, failure.text, { { QStringLiteral("code"), failure.code } });
-    if (!project->notice().isEmpty())
-        context.output.line(project->notice());
+        return refusal;
     const int version = project->database().logVersion();
     return context.output.done(
         QStringLiteral("Open at version %1, %2 items; the local copy is %3")

@@ -7,15 +7,25 @@
 
 namespace kvx::cli {
 
-host::OpenProject *useProject(Context &context, const std::string &project)
+host::OpenProject *useProject(Context &context, const std::string &project, int &refusal)
 {
     host::OpenProject::Failure failure;
     host::OpenProject *open = context.client.use(QString::fromStdString(project), &failure);
     if (!open)
-        context.output.failed(Refused, failure.text, { { QStringLiteral("code"), failure.code } });
+        refusal = mergeFailed(
+            context, failure.text, failure.clash, { { QStringLiteral("code"), failure.code } });
     else if (!open->notice().isEmpty())
         context.output.line(open->notice());
     return open;
+}
+
+int mergeFailed(Context &context, const QString &reason, bool clash, QJsonObject data)
+{
+    if (!clash)
+        return context.output.failed(Refused, reason, std::move(data));
+    return context.output.failed(Clash,
+        reason + QStringLiteral(" Save with --mine or --theirs; what gives way is kept in a file."),
+        std::move(data));
 }
 
 QList<int> findItems(

@@ -8,8 +8,13 @@
 
 namespace kvx::cli {
 
-/// The project of a command, opened where it is not; null after the error was reported.
-host::OpenProject *useProject(Context &context, const std::string &project);
+/// The project of a command, opened where it is not; null after the error was reported, with the
+/// exit code of that.
+host::OpenProject *useProject(Context &context, const std::string &project, int &refusal);
+
+/// Why unsaved edits could not be brought up to date; where a colleague's change clashes with them,
+/// also what decides. The exit code.
+int mergeFailed(Context &context, const QString &reason, bool clash, QJsonObject data = {});
 
 /// Row numbers of the items named by their own numbers or as "#row"; an empty result after the
 /// error was reported.

@@ -200,15 +200,20 @@ bool OpenProject::openLocalCopy(KVXProjectDatabase::ClashChoice clash, Failure *
     QString reason;
     if (m_database) {
         m_database->setClashChoice(clash);
-        if (catchUp(synchronizer()->logVersion(), &reason))
+        if (catchUp(synchronizer()->logVersion(), &reason)) {
+            if (!m_database->conflictsFile().isEmpty())
+                m_notice = QStringLiteral("What gave way is kept in %1")
+                               .arg(m_database->conflictsFile());
             return true;
+        }
     }
     // What keeps it from catching up may pass: a full disk, a torn connection, a clash to decide.
     if (m_database && m_database->pendingCount() > 0) {
         *failure = { 0,
             QStringLiteral("The local copy has unsaved edits and could not be brought up to date: "
                            "%1 Its edits are kept.")
-                .arg(reason) };
+                .arg(reason),
+            m_database->failure() == DatabaseFailure::Clash };
         return false;
     }
 

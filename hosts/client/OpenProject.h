@@ -21,6 +21,7 @@ public:
     struct Failure {
         int code = 0; ///< the server's status code where it refused, else 0
         QString text;
+        bool clash = false; ///< unsaved edits and a colleague's change meet: a choice decides
     };
 
     /// What a save came to. An unreachable lock service counts as success for the plug-in, so
