@@ -325,8 +325,7 @@ const std::vector<HostileDocument> hostileDocuments {
         } },
     { "pdfWithAFontThatUnpacksWithoutEnd", End::Ends,
         [] {
-            return withFont(
-                "TrueType", "FontFile2", packedZeros(64 << 20), "/Filter /FlateDecode");
+            return withFont("TrueType", "FontFile2", packedZeros(64 << 20), "/Filter /FlateDecode");
         } },
     { "pdfPackedAHundredTimes", End::Ends,
         [] {
