@@ -1,7 +1,7 @@
+#include <QRegularExpression>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -14,10 +14,10 @@ namespace {
 /// Words of SQL outside comments, and its libraries' headers, each with its place.
 std::vector<std::string> sqlUnder(const fs::path &folder)
 {
-    static const std::regex sql(
+    static const QRegularExpression sql(QStringLiteral(
         "\\b(SELECT|INSERT|UPDATE|DELETE|PRAGMA|BEGIN|COMMIT|ROLLBACK|SAVEPOINT|VACUUM|ATTACH|"
         "(CREATE|DROP|ALTER) [A-Z]+|FROM|JOIN|WHERE|VALUES|(ORDER|GROUP) BY)\\b"
-        "|# *include *[<\"](soci/|sqlite3)");
+        "|# *include *[<\"](soci/|sqlite3)"));
     std::vector<std::string> places;
     for (const auto &entry : fs::recursive_directory_iterator(folder)) {
         const std::string extension = entry.path().extension().string();
@@ -27,7 +27,7 @@ std::vector<std::string> sqlUnder(const fs::path &folder)
         std::string line;
         for (int number = 1; std::getline(stream, line); ++number) {
             const std::string code = line.substr(0, line.find("//"));
-            if (std::regex_search(code, sql))
+            if (sql.match(QString::fromStdString(code)).hasMatch())
                 places.push_back(
                     entry.path().string() + ":" + std::to_string(number) + ": " + code);
         }
