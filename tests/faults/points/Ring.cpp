@@ -8,6 +8,9 @@
 
 #include <QDir>
 #include <QJsonArray>
+#include <QJsonDocument>
+#include <algorithm>
+#include <iostream>
 
 namespace kvx::test {
 
@@ -138,12 +141,26 @@ void Ring::TearDown()
 {
     client().disarm();
     server().disarm();
+    if (HasFailure())
+        tellWhatHappened();
     if (!guid.isEmpty()) {
         for (const int number : { 0, 1 }) {
             if (s_ring->team->member(number).isRunning())
                 ask(number, QStringLiteral("close ") + guid);
         }
     }
+}
+
+/// The server's last lines and ben's events: who asked what, and who heard of it.
+void Ring::tellWhatHappened()
+{
+    QFile log(site().outputFile());
+    if (log.open(QIODevice::ReadOnly)) {
+        log.seek(std::max<qint64>(0, log.size() - 20'000));
+        std::cerr << log.readAll().toStdString();
+    }
+    for (const QJsonObject &event : ben().takeEvents())
+        std::cerr << QJsonDocument(event).toJson(QJsonDocument::Compact).toStdString() << '\n';
 }
 
 QJsonObject Ring::ask(int number, const QString &command)

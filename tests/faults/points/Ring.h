@@ -78,6 +78,7 @@ private:
         std::unique_ptr<Team> team;
     };
     static bool start(int member);
+    static void tellWhatHappened();
 
     static std::unique_ptr<Shared> s_ring;
     std::unique_ptr<QTemporaryDir> m_folder;

@@ -179,7 +179,8 @@ TEST_P(ServerStep, HarmsNobody)
     }
     if (row.scene == Scene::Save && now.version > before.version) {
         // Whatever happened on the way: who has the project open hears of it.
-        EXPECT_EQ(exitOf(ask(1, QStringLiteral("wait %1 %2").arg(guid).arg(now.version))), 0);
+        const QJsonObject heard = ask(1, QStringLiteral("wait %1 %2").arg(guid).arg(now.version));
+        EXPECT_EQ(exitOf(heard), 0) << errorOf(heard).toStdString();
     }
     if (row.scene == Scene::Logout)
         expectLockEndsWithTheSession(row.deed == Deed::Delay);
