@@ -238,7 +238,8 @@ TEST_F(ServerGuard, AServerThatKeepsSilentLetsNobodyIn)
     const auto annas = login(anna);
     EXPECT_EQ(refusal(broker.uri(), anna), "");
     server.signal(SIGSTOP);
-    EXPECT_TRUE(eventually([&] { return !refusal(broker.uri(), anna).empty(); }, 30));
+    EXPECT_TRUE(eventually([&] { return !refusal(broker.uri(), anna).empty(); }, 30))
+        << broker.logText() << server.logText();
     server.signal(SIGCONT);
     EXPECT_TRUE(eventually([&] { return refusal(broker.uri(), anna).empty(); }, 30));
 }
