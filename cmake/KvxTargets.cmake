@@ -37,7 +37,7 @@ endif()
 
 # What the thread sanitizer runs over: everything that has threads of its own.
 add_custom_target(tsan_tests)
-set(KVX_TSAN_TESTS "^tst_(openwire|messaging|network|server|common_services|common_log|ocr_bridge|projectlist|projectdata|users|resources)")
+set(KVX_TSAN_TESTS "^tst_(openwire|messaging|network|server|common_services|common_log|ocr_bridge|projectlist_(commands|notifications)|projectdata_(checkout|itemnumbers)|users|resources)")
 
 # kvx_add_test(<name> SOURCES … LIBRARIES … [QT] [TIMEOUT seconds] [LABELS …])
 # One executable, one ctest entry. QT gives the test's main a QCoreApplication and runs moc.
