@@ -35,8 +35,8 @@ public:
     virtual std::string getClientID() const = 0;
 
     /// Must come before everything else on the connection, otherwise IllegalStateException.
-    /// InvalidClientIdException when it is empty. When the broker closes the connection instead of
-    /// answering, one more is opened and tried.
+    /// InvalidClientIdException when it is empty. When the broker closes the connection within a
+    /// second instead of answering, one more is opened and tried.
     virtual void setClientID(const std::string &clientID) = 0;
 
     virtual ExceptionListener *getExceptionListener() const = 0;
