@@ -174,6 +174,8 @@ Reply login(Call &call)
     const std::string hash = user ? user->password : dummyHash();
     return Reply::after(
         [login = std::move(login), hash, counted = *counted]() -> Reply::Continuation {
+            if (KVX_FAIL_POINT("login/password looked at"))
+                throw std::runtime_error("no memory to hash a password");
             const bool right = verifyPassword(hash, login.password);
             std::string rehashed = right && needsRehash(hash) ? hashPassword(login.password) : "";
             return [login, counted, right, rehashed](
