@@ -62,7 +62,10 @@ std::shared_ptr<ConnectionState> BrokerConnection::state() const
 std::shared_ptr<ConnectionState> BrokerConnection::openAnew(
     const std::shared_ptr<ConnectionState> &lost)
 {
-    const auto opened = ConnectionState::open(lost->uri(), lost->credentials());
+    BrokerUri uri = lost->uri();
+    uri.loginLimit
+        = std::chrono::ceil<std::chrono::milliseconds>(lost->transport().patience().left());
+    const auto opened = ConnectionState::open(uri, lost->credentials());
     opened->setExceptionListener(lost->exceptionListener());
     bool wasClosed = false;
     {

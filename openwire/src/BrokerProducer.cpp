@@ -148,6 +148,7 @@ void BrokerProducer::send(
 
     ConnectionState &connection = m_session->connection();
     Transport &transport = connection.transport();
+    transport.patience().setEndless();
     const std::int32_t command = transport.nextCommandId();
     const bool answered = options.persistent || options.onComplete;
     std::string frame = encodeMessage(plain->data(), command, answered, transport.version());

@@ -16,6 +16,7 @@ struct BrokerUri {
     std::uint16_t port = 0; // 0: none given
     WireFormat wireFormat;
     std::chrono::milliseconds connectLimit { 10000 };
+    /// For all that a new connection waits for until it is started or sends.
     std::chrono::milliseconds loginLimit { 15000 };
     std::chrono::milliseconds requestLimit { 15000 };
     std::chrono::milliseconds closeLimit { 2000 };

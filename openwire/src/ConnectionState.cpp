@@ -102,7 +102,7 @@ void ConnectionState::logIn()
         request.clientId = m_clientId.empty() ? m_id : m_clientId;
     }
     try {
-        m_transport.awaitNegotiated(m_uri.loginLimit);
+        m_transport.awaitNegotiated();
         const std::int32_t command = m_transport.nextCommandId();
         m_loginCommand = command;
         m_transport.request(command, encodeConnectionInfo(request, command, m_transport.version()),
@@ -162,6 +162,7 @@ std::shared_ptr<SessionState> ConnectionState::session(std::int64_t id) const
 void ConnectionState::start()
 {
     logIn();
+    m_transport.patience().setEndless();
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_started = true;
@@ -189,6 +190,7 @@ void ConnectionState::leaveBroker()
     if (!m_loggedIn || m_transport.failure())
         return;
     try {
+        m_transport.patience().setEndless();
         const std::int32_t command = m_transport.nextCommandId();
         m_transport.request(command, encodeRemoveConnection(m_id, command, m_transport.version()),
             m_uri.closeLimit);

@@ -28,9 +28,11 @@ std::string addressText(const BrokerUri &uri)
 
 Transport::Transport(const BrokerUri &uri)
     : m_uri(uri)
-    , m_socket(uri.host, uri.port, uri.connectLimit)
+    , m_patience(uri.loginLimit)
+    , m_socket(uri.host, uri.port, std::min(uri.connectLimit, uri.loginLimit))
     , m_format(uri.wireFormat)
 {
+    m_patience.spend(m_created);
 }
 
 void Transport::start(const std::shared_ptr<TransportListener> &listener)
@@ -43,10 +45,15 @@ void Transport::start(const std::shared_ptr<TransportListener> &listener)
     m_writer.start([this, listener] { runWriter(*listener); });
 }
 
-void Transport::awaitNegotiated(std::chrono::milliseconds limit)
+void Transport::awaitNegotiated()
 {
+    const Clock::time_point begin = Clock::now();
+    const Clock::time_point deadline = begin + m_patience.allowed(m_uri.loginLimit);
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (!m_changed.wait_for(lock, limit, [this] { return m_failure || m_version != 0; }))
+    const bool ended
+        = m_changed.wait_until(lock, deadline, [this] { return m_failure || m_version != 0; });
+    m_patience.spend(begin);
+    if (!ended)
         throw cms::CMSException("The broker at " + addressText(m_uri) + " did not answer in time");
     if (m_failure)
         std::rethrow_exception(m_failure);
@@ -90,7 +97,7 @@ bool Transport::forget(std::int32_t commandId)
     return m_pending.erase(commandId) > 0;
 }
 
-void Transport::request(std::int32_t commandId, std::string frame, std::chrono::milliseconds limit)
+void Transport::request(std::int32_t commandId, std::string frame, Clock::duration limit)
 {
     struct Waiter {
         std::mutex mutex;
@@ -105,7 +112,8 @@ void Transport::request(std::int32_t commandId, std::string frame, std::chrono::
         waiter->failure = failure;
         waiter->changed.notify_all();
     };
-    const Clock::time_point deadline = Clock::now() + limit;
+    const Clock::time_point begin = Clock::now();
+    const Clock::time_point deadline = begin + m_patience.allowed(limit);
     addPending(commandId, frame.size(), { done, Clock::time_point::max() });
     try {
         send(std::move(frame), true);
@@ -114,7 +122,10 @@ void Transport::request(std::int32_t commandId, std::string frame, std::chrono::
         throw;
     }
     std::unique_lock<std::mutex> lock(waiter->mutex);
-    if (!waiter->changed.wait_until(lock, deadline, [&] { return waiter->answered; })) {
+    const bool answered
+        = waiter->changed.wait_until(lock, deadline, [&] { return waiter->answered; });
+    m_patience.spend(begin);
+    if (!answered) {
         lock.unlock();
         forget(commandId);
         throw cms::CMSException("The broker at " + addressText(m_uri) + " did not answer in time");

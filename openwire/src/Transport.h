@@ -3,6 +3,7 @@
 #include "BrokerUri.h"
 #include "Commands.h"
 #include "FrameBuffer.h"
+#include "Patience.h"
 #include "Socket.h"
 #include "WireFormat.h"
 #include "Worker.h"
@@ -47,7 +48,11 @@ public:
     void start(const std::shared_ptr<TransportListener> &listener);
 
     /// Waits for the broker's offer. cms::CMSException at the limit or when the connection breaks.
-    void awaitNegotiated(std::chrono::milliseconds limit);
+    void awaitNegotiated();
+
+    /// What waiting may take until the connection works: the opened socket, the offer and every
+    /// request draw on it.
+    Patience &patience() { return m_patience; }
 
     /// Of the agreed wire format. Only after awaitNegotiated().
     int version() const { return m_version; }
@@ -61,7 +66,7 @@ public:
 
     /// Sends a request and waits for its answer. Throws what the broker answered, or
     /// cms::CMSException at the limit.
-    void request(std::int32_t commandId, std::string frame, std::chrono::milliseconds limit);
+    void request(std::int32_t commandId, std::string frame, Clock::duration limit);
 
     /// Sends a request whose answer goes to done: exactly once, on one of the threads, with null
     /// for success. When this throws, done is not called. always as in send().
@@ -102,6 +107,8 @@ private:
     void expirePending(Clock::time_point now);
 
     const BrokerUri m_uri;
+    Patience m_patience;
+    const Clock::time_point m_created = Clock::now();
     Socket m_socket;
     const Clock::time_point m_opened = Clock::now();
     std::atomic<std::int32_t> m_lastCommandId { 0 };

@@ -65,6 +65,20 @@ std::string serveToConsumer(FakePeer &peer)
     }
 }
 
+// Answers everything, each time as late as that.
+void serveLate(FakePeer &peer, std::chrono::milliseconds late)
+{
+    peer.offer();
+    for (;;) {
+        const FakePeer::Frame request = peer.frame();
+        if (request.type == -1)
+            return;
+        std::this_thread::sleep_for(late);
+        if (request.type != WireFormatInfoType)
+            peer.answer(request.commandId);
+    }
+}
+
 std::string textMessage(const std::string &text)
 {
     MessageData data;
@@ -118,6 +132,28 @@ TEST(HostileBroker, freezeAtEveryStepOfTheHandshakeEndsAtTheLimit)
         EXPECT_GE(time.count(), 290) << step.name;
         EXPECT_LT(time.count(), 3000) << step.name;
     }
+}
+
+TEST(HostileBroker, lateAnswersToEveryStepEndAtTheOneLimitOfTheLogin)
+{
+    FakeBroker broker([](FakePeer &peer) { serveLate(peer, std::chrono::milliseconds(400)); });
+    std::string failure;
+    const auto time = timeOf([&] {
+        failure = use(
+            broker.uri("?connection.connectResponseTimeout=1000&connection.closeTimeout=300"));
+    });
+    EXPECT_THAT(failure, HasSubstr("did not answer in time"));
+    EXPECT_GE(time.count(), 990);
+    EXPECT_LT(time.count(), 3000);
+}
+
+TEST(HostileBroker, whoIsLoggedInHasALimitForEachRequest)
+{
+    FakeBroker broker([](FakePeer &peer) { serveLate(peer, std::chrono::milliseconds(20)); });
+    Client client(broker.uri("?connection.connectResponseTimeout=1000"), "anna");
+    client.open("hostile");
+    for (int i = 0; i < 60; ++i)
+        std::unique_ptr<cms::Session>(client.connection->createSession())->close();
 }
 
 TEST(HostileBroker, freezeAtTheFarewellDoesNotHoldUpClose)
