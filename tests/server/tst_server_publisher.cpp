@@ -1,11 +1,14 @@
+#include "Commands.h"
 #include "base/Config.h"
 #include "notify/Publisher.h"
+#include "openwire/FakeBroker.h"
 #include "store/Db.h"
 #include "store/DbPool.h"
 #include "store/Migrations.h"
 #include "support/Broker.h"
 #include "support/TopicListener.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -84,6 +87,21 @@ protected:
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
         return false;
+    }
+    /// Serves the publisher, and hands every text that it sends to `answer`.
+    static void serve(kvx::test::FakePeer &peer,
+        const std::function<void(const kvx::test::FakePeer::Frame &)> &answer)
+    {
+        using namespace kvx::openwire;
+        for (peer.offer();;) {
+            const auto frame = peer.frame();
+            if (frame.type == -1)
+                return;
+            if (frame.type == TextMessageType)
+                answer(frame);
+            else if (frame.type != WireFormatInfoType)
+                peer.answer(frame.commandId);
+        }
     }
     void awaitConnected()
     {
@@ -186,6 +204,48 @@ TEST_F(ServerPublisher, TextBeyondTheBasicPlaneArrivesAsJavaWritesIt)
     const auto heard = listener.await(1);
     ASSERT_EQ(heard.size(), 1U);
     EXPECT_EQ(heard[0], message(1, "Save", "{\"a\":\"\xED\xA0\xBD\xED\xB8\x80\"}"));
+}
+
+/// What is published without its audience is heard by everybody behind a guard.
+TEST_F(ServerPublisher, ABrokerThatDoesNotSayWhetherItHasAGuardGetsNothing)
+{
+    std::atomic<int> hellos { 0 };
+    std::atomic<int> others { 0 };
+    kvx::test::FakeBroker silent([&](kvx::test::FakePeer &peer) {
+        serve(peer, [&](const kvx::test::FakePeer::Frame &frame) {
+            ++(frame.bytes.find("hello") == std::string::npos ? others : hellos);
+        });
+    });
+    config.brokerUrl = silent.uri("?connection.sendTimeout=300");
+    announce("Save", 1, clock.now(), "{}");
+    start();
+    for (int i = 0; i < 4000 && hellos < 3; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_GE(hellos, 3) << "it is asked again";
+    EXPECT_EQ(others, 0);
+    EXPECT_FALSE(publisher->isConnected());
+}
+
+TEST_F(ServerPublisher, ABrokerWhoseOwnRulesForbidTheQuestionHasNoGuard)
+{
+    using kvx::test::fromHex;
+    std::atomic<int> others { 0 };
+    kvx::test::FakeBroker strict([&](kvx::test::FakePeer &peer) {
+        serve(peer, [&](const kvx::test::FakePeer::Frame &frame) {
+            if (frame.bytes.find("hello") == std::string::npos) {
+                ++others;
+                peer.answer(frame.commandId);
+                return;
+            }
+            peer.send(kvx::test::framed(fromHex("1f 00000000 00") + frame.bytes.substr(1, 4)
+                + fromHex("01 01 001b") + "java.lang.SecurityException" + fromHex("01 0002 6e6f")));
+        });
+    });
+    config.brokerUrl = strict.uri();
+    announce("Save", 1, clock.now(), "{}");
+    start();
+    EXPECT_TRUE(awaitAllMarked());
+    EXPECT_EQ(others, 1);
 }
 
 TEST_F(ServerPublisher, ABrokerThatComesBackGetsEverythingInOrder)
