@@ -9,9 +9,14 @@ set(CMAKE_AUTOMOC_PATH_PREFIX ON)
 # From an installed program to the libraries.
 file(RELATIVE_PATH kvx_bin_to_lib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
 
+set(kvx_warnings -Wall -Wextra -Wconversion $<$<BOOL:${KVX_WERROR}>:-Werror>)
+set(kvx_hardening -fstack-protector-strong -fstack-clash-protection)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86")
+    list(APPEND kvx_hardening $<$<NOT:$<CONFIG:Debug>>:-fcf-protection>)
+endif()
+
 add_library(kvx_build INTERFACE)
-target_compile_options(kvx_build INTERFACE -Wall -Wextra -Wconversion -fstack-protector-strong
-    -fstack-clash-protection $<$<BOOL:${KVX_WERROR}>:-Werror>)
+target_compile_options(kvx_build INTERFACE ${kvx_warnings} ${kvx_hardening})
 target_compile_definitions(kvx_build INTERFACE _GLIBCXX_ASSERTIONS QT_NO_CAST_FROM_ASCII
     QT_NO_CAST_TO_ASCII QT_NO_FOREACH)
 target_link_options(kvx_build INTERFACE -fuse-ld=lld -Wl,-z,relro,-z,now,-z,noexecstack)
