@@ -92,7 +92,7 @@ struct Effect {
 };
 
 class Payloads : public testing::Test {
-protected:
+public:
     Payloads() { std::ofstream(secret) << "outside of the server"; }
 
     Effect send(Replay &replay, const std::string &place, const std::string &text)
@@ -175,9 +175,30 @@ protected:
         }
     }
 
+    /// `replay` at each of the places of every recorded request; a key of a service once.
+    void inEveryRequest(std::vector<std::string> (*places)(const rapidjson::Value &),
+        void (Payloads::*replayAt)(Replay &, const std::string &))
+    {
+        for (const Exchange &exchange : exchangesForReplay()) {
+            SCOPED_TRACE(exchange.service + ": " + exchange.title);
+            Replay replay(exchange);
+            const std::string schema = replay.store().schema();
+            m_services.insert(exchange.service);
+            for (const std::string &place : places(replay.request())) {
+                if (m_done.insert(exchange.service + anyElement(place)).second)
+                    (this->*replayAt)(replay, place);
+            }
+            EXPECT_EQ(replay.store().schema(), schema);
+            for (const std::string &file : replay.files())
+                EXPECT_TRUE(isOrdinaryFile(file)) << file;
+        }
+    }
+
     TemporaryFolder beside;
     const std::string secret = beside.path + "/secret";
     std::map<std::string, std::string> m_before;
+    std::set<std::string> m_done; ///< service and key
+    std::set<std::string> m_services;
     std::size_t m_keys = 0;
     int m_cases = 0;
     int m_taken = 0;
@@ -188,25 +209,11 @@ protected:
 TEST_F(Payloads, InAnyTextAreTakenAsTextOrRefused)
 {
     Watchdog::allow(400);
-    std::set<std::string> done;
-    std::set<std::string> services;
-    for (const Exchange &exchange : exchangesForReplay()) {
-        SCOPED_TRACE(exchange.service + ": " + exchange.title);
-        Replay replay(exchange);
-        const std::string schema = replay.store().schema();
-        services.insert(exchange.service);
-        for (const std::string &place : textsIn(replay.request())) {
-            if (done.insert(exchange.service + anyElement(place)).second)
-                replayWith(replay, place);
-        }
-        EXPECT_EQ(replay.store().schema(), schema);
-        for (const std::string &file : replay.files())
-            EXPECT_TRUE(isOrdinaryFile(file)) << file;
-    }
+    inEveryRequest(textsIn, &Payloads::replayWith);
     std::ifstream file(secret);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "outside of the server");
     std::printf("%d cases in %zu keys of %zu services, %d of them taken as text\n", m_cases,
-        done.size(), services.size(), m_taken);
+        m_done.size(), m_services.size(), m_taken);
     EXPECT_GT(m_cases, 5000);
     EXPECT_GT(m_taken, 500);
 }
@@ -214,21 +221,9 @@ TEST_F(Payloads, InAnyTextAreTakenAsTextOrRefused)
 TEST_F(Payloads, OfAnyTypeInAnyKeyAreRefusedOrTaken)
 {
     Watchdog::allow(400);
-    std::set<std::string> done;
-    std::set<std::string> services;
-    for (const Exchange &exchange : exchangesForReplay()) {
-        SCOPED_TRACE(exchange.service + ": " + exchange.title);
-        Replay replay(exchange);
-        services.insert(exchange.service);
-        for (const std::string &place : placesIn(replay.request())) {
-            if (done.insert(exchange.service + anyElement(place)).second)
-                replayWithEachType(replay, place);
-        }
-        for (const std::string &file : replay.files())
-            EXPECT_TRUE(isOrdinaryFile(file)) << file;
-    }
-    std::printf("%d cases in %zu keys of %zu services, %d of them taken\n", m_cases, done.size(),
-        services.size(), m_taken);
-    EXPECT_GT(done.size(), 100u);
-    EXPECT_GE(m_cases, int(done.size()) * 3);
+    inEveryRequest(placesIn, &Payloads::replayWithEachType);
+    std::printf("%d cases in %zu keys of %zu services, %d of them taken\n", m_cases, m_done.size(),
+        m_services.size(), m_taken);
+    EXPECT_GT(m_done.size(), 100u);
+    EXPECT_GE(m_cases, int(m_done.size()) * 3);
 }
