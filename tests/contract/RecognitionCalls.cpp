@@ -73,9 +73,11 @@ private:
 QJsonValue recognise(PluginBench &bench)
 {
     Recognition recognition(bench);
-    if (!recognition.waitForEnd())
-        return QStringLiteral("the recognition does not end");
-    return recognition.outcome();
+    const bool ended = recognition.waitForEnd();
+    QJsonObject told = recognition.outcome();
+    if (!ended)
+        told.insert(QStringLiteral("ended"), false);
+    return told;
 }
 
 QJsonValue stopRecognition(PluginBench &bench)
