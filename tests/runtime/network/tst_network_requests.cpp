@@ -154,13 +154,13 @@ TEST_F(NetworkRequests, PlainPostReturnsTheStatus)
 TEST_F(NetworkRequests, ASilentServerIsGivenUpAtTheRequestLimit)
 {
     server.handle(
-        "/kvx/service", [](const Request &, Connection &connection) { connection.wait(5000); });
+        "/kvx/service", [](const Request &, Connection &connection) { connection.wait(20'000); });
     network->setTimeouts({ 0, 200, 0, 0 });
     QElapsedTimer timer;
     timer.start();
     EXPECT_FALSE(post());
     EXPECT_GE(timer.elapsed(), 190);
-    EXPECT_LT(timer.elapsed(), 1500);
+    EXPECT_LT(timer.elapsed(), 10'000);
     EXPECT_TRUE(error().contains("did not answer in time")) << error().toStdString();
 }
 
@@ -174,7 +174,7 @@ TEST_F(NetworkRequests, ADrippingServerIsGivenUpAtTheRequestLimit)
     QElapsedTimer timer;
     timer.start();
     EXPECT_FALSE(post());
-    EXPECT_LT(timer.elapsed(), 1500);
+    EXPECT_LT(timer.elapsed(), 10'000);
     EXPECT_TRUE(reply.isEmpty());
 }
 

@@ -126,7 +126,7 @@ TEST_F(NetworkSearch, CancelEndsASearchOfAnotherThread)
     timer.start();
     network->cancelSearch();
     searching.join();
-    EXPECT_LT(timer.elapsed(), 1000);
+    EXPECT_LT(timer.elapsed(), 10'000);
     EXPECT_TRUE(found.texts.isEmpty());
 }
 
@@ -191,7 +191,7 @@ TEST_F(NetworkSearch, PingGivesUpAtTheConnectLimit)
     QElapsedTimer timer;
     timer.start();
     EXPECT_FALSE(network->ping("127.0.0.1", server.port()));
-    EXPECT_LT(timer.elapsed(), 1500);
+    EXPECT_LT(timer.elapsed(), 5'000);
 }
 
 } // namespace kvx::test
