@@ -40,33 +40,14 @@ ValueMap decodedProperties(const std::string &encoded)
     }
 }
 
-// Integers widen, texts are parsed; nothing loses digits.
-template <typename To> To asInteger(const std::string &name, const Value &value, const char *wanted)
+// Numbers widen within their kind, texts are parsed; nothing loses digits.
+template <typename To> To asNumber(const std::string &name, const Value &value, const char *wanted)
 {
     return std::visit(
         [&](const auto &held) -> To {
             using Held = std::decay_t<decltype(held)>;
-            if constexpr (std::is_integral_v<Held> && !std::is_same_v<Held, bool>) {
-                if (sizeof(Held) <= sizeof(To))
-                    return static_cast<To>(held);
-            } else if constexpr (std::is_same_v<Held, std::string>) {
-                To result = 0;
-                const char *end = held.data() + held.size();
-                const auto parsed = std::from_chars(held.data(), end, result);
-                if (parsed.ec == std::errc() && parsed.ptr == end)
-                    return result;
-            }
-            refuseProperty(name, wanted);
-        },
-        value);
-}
-
-template <typename To> To asReal(const std::string &name, const Value &value, const char *wanted)
-{
-    return std::visit(
-        [&](const auto &held) -> To {
-            using Held = std::decay_t<decltype(held)>;
-            if constexpr (std::is_floating_point_v<Held>) {
+            constexpr bool isInteger = std::is_integral_v<Held> && !std::is_same_v<Held, bool>;
+            if constexpr (std::is_integral_v<To> ? isInteger : std::is_floating_point_v<Held>) {
                 if (sizeof(Held) <= sizeof(To))
                     return static_cast<To>(held);
             } else if constexpr (std::is_same_v<Held, std::string>) {
@@ -200,32 +181,32 @@ bool PlainMessage::getBooleanProperty(const std::string &name) const
 
 unsigned char PlainMessage::getByteProperty(const std::string &name) const
 {
-    return static_cast<unsigned char>(asInteger<std::int8_t>(name, property(name), "a byte"));
+    return static_cast<unsigned char>(asNumber<std::int8_t>(name, property(name), "a byte"));
 }
 
 double PlainMessage::getDoubleProperty(const std::string &name) const
 {
-    return asReal<double>(name, property(name), "a double");
+    return asNumber<double>(name, property(name), "a double");
 }
 
 float PlainMessage::getFloatProperty(const std::string &name) const
 {
-    return asReal<float>(name, property(name), "a float");
+    return asNumber<float>(name, property(name), "a float");
 }
 
 int PlainMessage::getIntProperty(const std::string &name) const
 {
-    return asInteger<std::int32_t>(name, property(name), "an int");
+    return asNumber<std::int32_t>(name, property(name), "an int");
 }
 
 long long PlainMessage::getLongProperty(const std::string &name) const
 {
-    return asInteger<std::int64_t>(name, property(name), "a long");
+    return asNumber<std::int64_t>(name, property(name), "a long");
 }
 
 short PlainMessage::getShortProperty(const std::string &name) const
 {
-    return asInteger<std::int16_t>(name, property(name), "a short");
+    return asNumber<std::int16_t>(name, property(name), "a short");
 }
 
 std::string PlainMessage::getStringProperty(const std::string &name) const

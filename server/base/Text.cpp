@@ -36,7 +36,7 @@ std::string narrow(const icu::UnicodeString &text)
     return result;
 }
 
-icu::UnicodeString cleaned(std::string_view text)
+icu::UnicodeString withoutOuterBlanks(std::string_view text)
 {
     const icu::UnicodeString whole = wide(text);
     int begin = 0;
@@ -45,7 +45,12 @@ icu::UnicodeString cleaned(std::string_view text)
         ++begin;
     while (end > begin && u_isUWhiteSpace(whole[end - 1]))
         --end;
-    return composed(icu::UnicodeString(whole, begin, end - begin));
+    return icu::UnicodeString(whole, begin, end - begin);
+}
+
+icu::UnicodeString cleaned(std::string_view text)
+{
+    return composed(withoutOuterBlanks(text));
 }
 
 } // namespace
@@ -65,14 +70,7 @@ bool isValidUtf8(std::string_view text)
 
 std::string trimmed(std::string_view text)
 {
-    const icu::UnicodeString whole = wide(text);
-    int begin = 0;
-    int end = whole.length();
-    while (begin < end && u_isUWhiteSpace(whole[begin]))
-        ++begin;
-    while (end > begin && u_isUWhiteSpace(whole[end - 1]))
-        --end;
-    return narrow(icu::UnicodeString(whole, begin, end - begin));
+    return narrow(withoutOuterBlanks(text));
 }
 
 std::string normalized(std::string_view text)
