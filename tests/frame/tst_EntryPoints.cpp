@@ -47,6 +47,8 @@ public:
 class Unallocated : public KVXCWMessageImpl {
 public:
     static void *operator new(std::size_t, const std::nothrow_t &) noexcept { return nullptr; }
+    static void operator delete(void *, const std::nothrow_t &) noexcept { }
+    static void operator delete(void *) noexcept { }
 };
 
 struct OutOfThreads : std::runtime_error {
