@@ -121,7 +121,7 @@ TEST_F(SharedProject, ATextOfOneRepeatedLetterReachesTheColleague)
 
 TEST_F(SharedProject, WithoutABrokerWorkOverHttpGoesOn)
 {
-    kvx::test::Watchdog::allow(120);
+    kvx::test::Watchdog::allow(300);
     site().stopBroker();
     EXPECT_TRUE(anna().waitForEvent(QStringLiteral("connectionLost")));
     edit(anna(), 1, 11);
@@ -133,7 +133,9 @@ TEST_F(SharedProject, WithoutABrokerWorkOverHttpGoesOn)
     // And pushes arrive again.
     edit(anna(), 2, 12);
     save(anna());
-    EXPECT_EQ(exitOf(ben().run(QStringLiteral("wait %1 1").arg(guid))), 0);
+    // Not before the server is connected again, whose login gives the broker 15 s.
+    const QJsonObject heard = ben().run(QStringLiteral("wait %1 1 --seconds 90").arg(guid), 120000);
+    EXPECT_EQ(exitOf(heard), 0) << errorOf(heard).toStdString();
 }
 
 TEST_F(SharedProject, ADamagedLocalCopyIsPutAsideAndFetchedAnew)
